@@ -1,0 +1,34 @@
+#pragma once
+// PhysicalMetaSyncDataUpdater (key PHYSICAL_META, 8): stamps every camera's AppDynamic with its
+// sensor's active array region and focal length (replacing any value), and fills
+// CONTROL_POST_RAW_SENSITIVITY_BOOST (100) and CONTROL_VIDEO_STABILIZATION_MODE (0) only where
+// they are absent. Per-sensor values are taken from the camera information at construction and
+// never change; update always returns true and takes no lock.
+
+#include "ISyncDataUpdater.h"
+
+#include <NSCam/MRect.h>
+
+#include <cstdint>
+#include <map>
+
+namespace NSCam {
+namespace camsys {
+namespace camcoordinator {
+
+class PhysicalMetaSyncDataUpdater : public virtual ISyncDataUpdater {
+public:
+    PhysicalMetaSyncDataUpdater(
+        unsigned long sessionKey,
+        std::unordered_map<unsigned int, NSCam::CameraInfo> const& cameraInfo);
+    ~PhysicalMetaSyncDataUpdater() override;
+    bool update(SyncData const* data) override;
+
+private:
+    std::map<int32_t, NSCam::MRect> mActiveArrayRegions;
+    std::map<int32_t, float> mFocalLengths;
+};
+
+}  // namespace camcoordinator
+}  // namespace camsys
+}  // namespace NSCam

@@ -1,0 +1,140 @@
+#pragma once
+// SyncQueue: the rendezvous of one session's camera threads on a frame number.
+//
+// Each camera's pipeline thread calls enque() once per frame result. The queue records the
+// arrival, decides whether the result must be dropped, merges the camera's records into the
+// frame's SyncElement and either completes the frame (the last sync target to arrive hands the
+// frame's SyncData to the owner's ISyncQueueCB with SYNC_DATA_READY and wakes the others) or waits
+// until the last camera, a drop or clear() releases it. The drop queue remembers frames that some
+// camera gave up, so that the others do not wait for them; the flush list remembers flushed
+// frames.
+//
+// Limits: at most 10 live frames (an 11th is fatal "please check flow"), 20 frames in the arrival
+// record (pruning a frame that is still live is fatal "SyncElement should be NULL"), 21 drop-queue
+// entries when filled by addDropFrameInfo, 21 flushed frames.
+//
+// Blocking: only enque() blocks, on its frame's condition variable, with no time limit.
+//
+// Locking, outermost first: the owner's drop lock, mQueueLock, one element's mLock. The callback
+// runs with mQueueLock and the element's mLock held, so it must not call back into the queue.
+// Operations marked "caller holds mQueueLock" are building blocks of the others and public only
+// so that tests can drive them.
+//
+// Ownership: owned by its SyncHelper. The callback is held by weak reference and locked for each
+// call. Destroy the queue only when no thread is inside it; destruction wakes nobody and reports
+// nothing.
+
+#include "ISyncQueueCB.h"
+#include "SyncElement.h"
+#include "SyncHelperTypes.h"
+#include "ThreadAnnotations.h"
+
+#include <deque>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+namespace NSCam {
+namespace camsys {
+namespace camcoordinator {
+
+class SyncQueue {
+public:
+    static constexpr size_t kMaxLiveFrames = 10;
+    static constexpr size_t kMaxArrivedFrames = 20;
+    static constexpr size_t kMaxDropQueue = 21;
+    static constexpr size_t kMaxFlushFrames = 21;
+
+    explicit SyncQueue(int type);
+    ~SyncQueue();
+    SyncQueue(SyncQueue const&) = delete;
+    SyncQueue& operator=(SyncQueue const&) = delete;
+
+    // --- state and elements ---
+    // Stores the callback when it can be locked; logs "set callback fail" otherwise. Returns
+    // true either way.
+    bool setCallback(std::weak_ptr<ISyncQueueCB> callback);
+    SyncDataUpdaterType getSyncDataUpdateType() const;
+    // Takes no lock; for tests and tools on a quiet queue.
+    std::shared_ptr<SyncElement> getSyncElement(int const& frameNo);
+    // Caller holds mQueueLock. Keys the element by input.frameNo; keeps an existing element.
+    std::shared_ptr<SyncElement> createSyncElement(int const& frameNo,
+                                                   SyncResultInputParams const& input,
+                                                   SyncResultOutputParams* output)
+        RYX_REQUIRES(mQueueLock);
+    // Caller holds mQueueLock.
+    bool updateSyncElement(std::shared_ptr<SyncElement> const& element,
+                           SyncResultInputParams const& input, SyncResultOutputParams* output)
+        RYX_REQUIRES(mQueueLock);
+    bool removeItem(int const& frameNo) RYX_EXCLUDES(mQueueLock);
+    // Takes no lock; the owner serialises it with enque().
+    bool getFrameNoList(std::vector<int>* list);
+    // Reports every live frame as SYNC_DATA_READY, invalidates it, wakes its waiters and empties
+    // the element map. Takes no queue lock; the owner serialises it with enque().
+    bool clear();
+
+    // --- rendezvous ---
+    // The verdict of camera input.m_id for frame `frameNo`: true when the result passed
+    // synchronisation. May block until the frame completes or is dropped.
+    bool enque(std::string callerName, int const& frameNo, SyncResultInputParams const& input,
+               SyncResultOutputParams* output, std::vector<int>* dropList)
+        RYX_EXCLUDES(mQueueLock);
+    // Caller holds mQueueLock. Returns the number of distinct cameras arrived for the frame.
+    int updateArrivedSyncMap(int frameNo, int cameraId) RYX_REQUIRES(mQueueLock);
+    // Caller holds mQueueLock. True when dropList is empty afterwards.
+    bool sequenceCheck(int const& frameNo, int const& cameraId, std::vector<int>* dropList)
+        RYX_REQUIRES(mQueueLock);
+    // Public form of sequenceCheck with the input's frame and camera. Takes no lock.
+    bool checkSyncQueue(SyncResultInputParams const& input, std::vector<int>* dropList);
+
+    // --- sync targets and sync data (no lock, no member used) ---
+    std::vector<int> getSyncTartgetList(SyncResultInputParams const& input);
+    std::vector<int> getMWMasterSlaveList(SyncResultInputParams const& input);
+    bool genSyncData(SyncData* data, SyncResultInputParams const& input,
+                     SyncResultOutputParams* output);
+
+    // --- drop queue ---
+    bool addDropFrameInfo(int frameNo, int cameraId, std::vector<int> const* dropCameras)
+        RYX_EXCLUDES(mQueueLock);
+    bool removeItemFromDropQueue() RYX_REQUIRES(mQueueLock);
+    bool clearDropQueue(int const& frameNo, int const& cameraId) RYX_REQUIRES(mQueueLock);
+    bool isNeedDropFrame(int const& frameNo) RYX_EXCLUDES(mQueueLock);
+    bool dropItem(int const& frameNo) RYX_REQUIRES(mQueueLock);
+
+    // --- drop operations ---
+    bool dropLastItemLocked(int const& frameNo, int const& cameraId) RYX_EXCLUDES(mQueueLock);
+    bool dropLastItem(int const& frameNo, int const& cameraId) RYX_REQUIRES(mQueueLock);
+    bool dropItemsForFlush(int const& frameNo, int const& unused) RYX_EXCLUDES(mQueueLock);
+    bool dropItemsBySensor(int const& sensorId) RYX_EXCLUDES(mQueueLock);
+
+    // --- inspection for tests and tools; each takes mQueueLock ---
+    size_t liveFrameCount() RYX_EXCLUDES(mQueueLock);
+    std::map<int, std::vector<int>> dropQueueSnapshot() RYX_EXCLUDES(mQueueLock);
+    std::vector<int> flushListSnapshot() RYX_EXCLUDES(mQueueLock);
+    std::deque<std::pair<int, std::set<int>>> arrivedSnapshot() RYX_EXCLUDES(mQueueLock);
+
+private:
+    int const mSyncDataUpdateType;
+
+public:
+    // Guards the containers below; taken before any element's mLock. Public so that tests can
+    // drive the "caller holds mQueueLock" operations.
+    Mutex mQueueLock;
+
+private:
+    std::unordered_map<int, std::shared_ptr<SyncElement>> mQueue RYX_GUARDED_BY(mQueueLock);
+    std::map<int, std::vector<int>> mDropQueue RYX_GUARDED_BY(mQueueLock);
+    std::vector<int> mFlushDropList RYX_GUARDED_BY(mQueueLock);
+    std::weak_ptr<ISyncQueueCB> mCallback;  // set before the queue is used; read-only after
+    Mutex mSpareLock;                        // never locked
+    std::vector<int> mSpareList;             // never used
+    std::deque<std::pair<int, std::set<int>>> mArrivedSyncMap RYX_GUARDED_BY(mQueueLock);
+};
+
+}  // namespace camcoordinator
+}  // namespace camsys
+}  // namespace NSCam

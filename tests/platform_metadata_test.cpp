@@ -1,0 +1,113 @@
+#include <NSCam/IMetadata.h>
+
+#include <gtest/gtest.h>
+
+using NSCam::IMetadata;
+using NSCam::MRect;
+
+namespace {
+
+constexpr uint32_t kTag = 0xc0080000;
+constexpr uint32_t kOther = 0x10028;
+
+TEST(IMetadataTest, AbsentTagGivesEmptyEntryCarryingTheTag) {
+    IMetadata meta;
+    IMetadata::IEntry entry = meta.entryFor(kTag);
+    EXPECT_TRUE(entry.isEmpty());
+    EXPECT_EQ(entry.count(), 0u);
+    EXPECT_EQ(entry.tag(), kTag);
+    EXPECT_EQ(meta.count(), 0u);
+}
+
+TEST(IMetadataTest, UpdateReplacesTheWholeEntry) {
+    IMetadata meta;
+    IMetadata::IEntry first(kTag);
+    first.push_back<int32_t>(1);
+    first.push_back<int32_t>(2);
+    meta.update(kTag, first);
+    IMetadata::IEntry second(kTag);
+    second.push_back<int32_t>(7);
+    meta.update(kTag, second);
+
+    IMetadata::IEntry got = meta.entryFor(kTag);
+    ASSERT_EQ(got.count(), 1u);
+    EXPECT_EQ(got.itemAt<int>(0), 7);
+    EXPECT_EQ(meta.count(), 1u);
+}
+
+TEST(IMetadataTest, RemoveReportsWhetherTheTagWasThere) {
+    IMetadata meta;
+    IMetadata::setEntry<int>(&meta, kTag, 3);
+    EXPECT_EQ(meta.remove(kTag), 0);
+    EXPECT_EQ(meta.remove(kTag), -1);
+    EXPECT_TRUE(meta.entryFor(kTag).isEmpty());
+}
+
+TEST(IMetadataTest, ItemsKeepTheirTypeAndOrder) {
+    IMetadata::IEntry entry(kTag);
+    entry.push_back<uint8_t>(2);
+    entry.push_back<int32_t>(-5);
+    entry.push_back<int64_t>(1234567890123LL);
+    entry.push_back<float>(4.7f);
+    entry.push_back<double>(0.25);
+    entry.push_back(MRect(1, 2, 3, 4));
+    ASSERT_EQ(entry.count(), 6u);
+    EXPECT_EQ(entry.itemAt<unsigned char>(0), 2);
+    EXPECT_EQ(entry.itemAt<int>(1), -5);
+    EXPECT_EQ(entry.itemAt<long>(2), 1234567890123L);
+    EXPECT_FLOAT_EQ(entry.itemAt<float>(3), 4.7f);
+    EXPECT_DOUBLE_EQ(entry.itemAt<double>(4), 0.25);
+    EXPECT_EQ(entry.itemAt<MRect>(5), MRect(1, 2, 3, 4));
+}
+
+// Reads outside the entry or of another type are defined: zero value, or false untouched.
+TEST(IMetadataTest, WrongTypeOrPastTheEndReadsZeroAndFalse) {
+    IMetadata::IEntry entry(kTag);
+    entry.push_back<int64_t>(9);
+    EXPECT_EQ(entry.itemAt<int>(0), 0);    // stored as int64, read as int32
+    EXPECT_EQ(entry.itemAt<long>(1), 0);   // past the end
+    EXPECT_EQ(entry.itemAt<MRect>(0), MRect());
+    int value = 42;
+    EXPECT_FALSE(entry.tryItemAt(0, value));
+    EXPECT_EQ(value, 42);
+    EXPECT_FALSE(IMetadata::IEntry(kTag).tryItemAt(0, value));
+}
+
+TEST(IMetadataTest, GetEntryLeavesValueUntouchedWhenAbsentOrMistyped) {
+    IMetadata meta;
+    long result = 1;
+    EXPECT_FALSE(IMetadata::getEntry<long>(&meta, kTag, result));
+    EXPECT_EQ(result, 1);
+    IMetadata::setEntry<int>(&meta, kTag, 2);
+    EXPECT_FALSE(IMetadata::getEntry<long>(&meta, kTag, result));
+    EXPECT_EQ(result, 1);
+    EXPECT_FALSE(IMetadata::getEntry<long>(nullptr, kTag, result));
+    meta.update(kOther, IMetadata::IEntry(kOther));
+    int fromEmpty = 5;
+    EXPECT_FALSE(IMetadata::getEntry<int>(&meta, kOther, fromEmpty));
+    EXPECT_EQ(fromEmpty, 5);
+}
+
+TEST(IMetadataTest, SetEntryReplacesWithOneItem) {
+    IMetadata meta;
+    IMetadata::IEntry many(kTag);
+    many.push_back<int64_t>(1);
+    many.push_back<int64_t>(2);
+    meta.update(kTag, many);
+    EXPECT_TRUE(IMetadata::setEntry<long>(&meta, kTag, 5L));
+    EXPECT_EQ(meta.entryFor(kTag).count(), 1u);
+    long v = 0;
+    EXPECT_TRUE(IMetadata::getEntry<long>(&meta, kTag, v));
+    EXPECT_EQ(v, 5);
+    EXPECT_FALSE(IMetadata::setEntry<long>(nullptr, kTag, 5L));
+}
+
+TEST(IMetadataTest, EntryForReturnsACopy) {
+    IMetadata meta;
+    IMetadata::setEntry<int>(&meta, kTag, 1);
+    IMetadata::IEntry copy = meta.entryFor(kTag);
+    copy.push_back<int32_t>(2);
+    EXPECT_EQ(meta.entryFor(kTag).count(), 1u);
+}
+
+}  // namespace
