@@ -1,0 +1,71 @@
+#define LOG_TAG "RyxCam/PhysicalMetaSyncDataUpdater"
+#define LOG_SOURCE "hw/camsys/cam_coordinator/SyncHelper/PhysicalMetaSyncDataUpdater"
+
+#include "PhysicalMetaSyncDataUpdater.h"
+
+#include "SyncLog.h"
+#include "SyncMetaTags.h"
+
+namespace NSCam {
+namespace camsys {
+namespace camcoordinator {
+
+namespace {
+constexpr int32_t kDefaultPostRawSensitivityBoost = 100;
+constexpr uint8_t kDefaultVideoStabilizationMode = 0;
+}  // namespace
+
+PhysicalMetaSyncDataUpdater::PhysicalMetaSyncDataUpdater(
+    unsigned long sessionKey, std::unordered_map<unsigned int, NSCam::CameraInfo> const& cameraInfo)
+    : ISyncDataUpdater(sessionKey, cameraInfo) {
+    for (auto const& [sensor, info] : cameraInfo) {
+        int32_t const sensorId = static_cast<int32_t>(sensor);
+        RYX_LOGD("Sensor %d LENS_INFO_AVAILABLE_FOCAL_LENGTHS: %.2f", sensorId,
+                 static_cast<double>(info.focalLength));
+        mFocalLengths[sensorId] = info.focalLength;
+
+        NSCam::MRect const& region = info.activeArrayRegion;
+        RYX_LOGD("Sensor %d SENSOR_INFO_ACTIVE_ARRAY_REGION: (%d, %d) %dx%d", sensorId, region.left,
+                 region.top, region.width, region.height);
+        mActiveArrayRegions[sensorId] = region;
+    }
+}
+
+PhysicalMetaSyncDataUpdater::~PhysicalMetaSyncDataUpdater() = default;
+
+bool PhysicalMetaSyncDataUpdater::update(SyncData const* data) {
+    for (auto const& [sensorId, output] : data->outputParams) {
+        NSCam::IMetadata* appDynamic = output->AppDynamic;
+
+        // The sensor's own static values always win over whatever the pipeline put there.
+        auto const region = mActiveArrayRegions.find(sensorId);
+        if (region != mActiveArrayRegions.end()) {
+            NSCam::IMetadata::IEntry entry(PHYSICAL_ACTIVE_ARRAY_REGION);
+            entry.push_back(region->second);
+            appDynamic->update(PHYSICAL_ACTIVE_ARRAY_REGION, entry);
+        }
+        auto const focal = mFocalLengths.find(sensorId);
+        if (focal != mFocalLengths.end()) {
+            NSCam::IMetadata::IEntry entry(LENS_FOCAL_LENGTH);
+            entry.push_back(focal->second);
+            appDynamic->update(LENS_FOCAL_LENGTH, entry);
+        }
+
+        // The two controls are only defaults: a value the pipeline set is kept.
+        if (appDynamic->entryFor(CONTROL_POST_RAW_SENSITIVITY_BOOST).isEmpty()) {
+            NSCam::IMetadata::IEntry entry(CONTROL_POST_RAW_SENSITIVITY_BOOST);
+            entry.push_back(kDefaultPostRawSensitivityBoost);
+            appDynamic->update(CONTROL_POST_RAW_SENSITIVITY_BOOST, entry);
+        }
+        if (appDynamic->entryFor(CONTROL_VIDEO_STABILIZATION_MODE).isEmpty()) {
+            NSCam::IMetadata::IEntry entry(CONTROL_VIDEO_STABILIZATION_MODE);
+            entry.push_back(kDefaultVideoStabilizationMode);
+            appDynamic->update(CONTROL_VIDEO_STABILIZATION_MODE, entry);
+        }
+    }
+    return true;
+}
+
+}  // namespace camcoordinator
+}  // namespace camsys
+}  // namespace NSCam

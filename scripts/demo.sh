@@ -1,0 +1,11 @@
+#!/usr/bin/env bash
+# Installs what the build needs, builds the library and the session simulator, and runs the
+# simulator on its built-in default scenario (3 sensors, 600 frames). Extra arguments go to the
+# simulator, e.g. scripts/demo.sh --svg timeline.svg
+set -euo pipefail
+root="$(cd "$(dirname "$0")/.." && pwd)"
+bash "$root/scripts/install-deps.sh" core
+cd "$root"
+cmake --preset default >/dev/null
+cmake --build --preset default -j "$(nproc)" --target synchelper-sim
+exec "$root/build/default/tools/synchelper-sim" "$@"
