@@ -42,7 +42,7 @@ namespace camsys {
 namespace camcoordinator {
 
 class RYX_SYNCHELPER_EXPORT ISyncHelper {
-public:
+  public:
     // Makes the helper of one session. `sessionKey` identifies the session to the camera
     // stack's shared-data registry; `allowCropReplace` together with the property
     // "vendor.debug.camera.crop_replace" (default 1) enables crop overrides; `cameraInfo` holds
@@ -54,7 +54,8 @@ public:
     // The operations below are declared in the order of the interface's virtual table, which
     // compiled pipelines depend on. Do not reorder.
 
-    virtual ~ISyncHelper() = default;
+    // Defined in the library, which so carries the interface's vtable and typeinfo.
+    virtual ~ISyncHelper();
 
     // This camera drops the frame `input` describes. For a slave the drop counts as the
     // camera's arrival; for the frame's real master (RYX_DUALZOOM_REAL_MASTER) the frame is

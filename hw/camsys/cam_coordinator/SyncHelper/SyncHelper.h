@@ -34,7 +34,7 @@ class SyncQueue;
 class SyncQueue_ResultCheck_Cb;
 
 class RYX_SYNCHELPER_EXPORT SyncHelper : public virtual ISyncHelper {
-public:
+  public:
     // Per-sensor record of getSyncSwitchFlag.
     struct SyncFlagData {
         int32_t frameNo = 0;
@@ -74,9 +74,14 @@ public:
     bool needCropReplace() const { return mNeedCropReplace; }
     size_t cropSnapshotCount() RYX_EXCLUDES(mCropLock);
     size_t cropUsersLeftCount() RYX_EXCLUDES(mCropLock);
+    bool hasCropSnapshot(int frameNo) RYX_EXCLUDES(mCropLock);
+    // The users-left count of the frame's crop snapshot, or -1 when the frame has none.
+    int32_t cropUsersLeft(int frameNo) RYX_EXCLUDES(mCropLock);
+    // Number of sensors with a switch-flag record.
+    size_t syncFlagCount() RYX_EXCLUDES(mSyncFlagLock);
     SyncQueue* queue() const { return mSyncQueue_ResultCheck.get(); }
 
-private:
+  private:
     using UpdaterMap = std::unordered_map<SyncDataUpdaterType, std::unique_ptr<ISyncDataUpdater>>;
     using CropMap = std::unordered_map<int, NSCam::MRect>;
 

@@ -43,7 +43,7 @@ namespace camsys {
 namespace camcoordinator {
 
 class SyncQueue {
-public:
+  public:
     static constexpr size_t kMaxLiveFrames = 10;
     static constexpr size_t kMaxArrivedFrames = 20;
     static constexpr size_t kMaxDropQueue = 21;
@@ -60,7 +60,7 @@ public:
     bool setCallback(std::weak_ptr<ISyncQueueCB> callback);
     SyncDataUpdaterType getSyncDataUpdateType() const;
     // Takes no lock; for tests and tools on a quiet queue.
-    std::shared_ptr<SyncElement> getSyncElement(int const& frameNo);
+    std::shared_ptr<SyncElement> getSyncElement(int const& frameNo) RYX_NO_THREAD_SAFETY_ANALYSIS;
     // Caller holds mQueueLock. Keys the element by input.frameNo; keeps an existing element.
     std::shared_ptr<SyncElement> createSyncElement(int const& frameNo,
                                                    SyncResultInputParams const& input,
@@ -72,24 +72,25 @@ public:
         RYX_REQUIRES(mQueueLock);
     bool removeItem(int const& frameNo) RYX_EXCLUDES(mQueueLock);
     // Takes no lock; the owner serialises it with enque().
-    bool getFrameNoList(std::vector<int>* list);
+    bool getFrameNoList(std::vector<int>* list) RYX_NO_THREAD_SAFETY_ANALYSIS;
     // Reports every live frame as SYNC_DATA_READY, invalidates it, wakes its waiters and empties
     // the element map. Takes no queue lock; the owner serialises it with enque().
-    bool clear();
+    bool clear() RYX_NO_THREAD_SAFETY_ANALYSIS;
 
     // --- rendezvous ---
     // The verdict of camera input.m_id for frame `frameNo`: true when the result passed
     // synchronisation. May block until the frame completes or is dropped.
     bool enque(std::string callerName, int const& frameNo, SyncResultInputParams const& input,
-               SyncResultOutputParams* output, std::vector<int>* dropList)
-        RYX_EXCLUDES(mQueueLock);
+               SyncResultOutputParams* output, std::vector<int>* dropList) RYX_EXCLUDES(mQueueLock);
     // Caller holds mQueueLock. Returns the number of distinct cameras arrived for the frame.
     int updateArrivedSyncMap(int frameNo, int cameraId) RYX_REQUIRES(mQueueLock);
     // Caller holds mQueueLock. True when dropList is empty afterwards.
     bool sequenceCheck(int const& frameNo, int const& cameraId, std::vector<int>* dropList)
         RYX_REQUIRES(mQueueLock);
-    // Public form of sequenceCheck with the input's frame and camera. Takes no lock.
-    bool checkSyncQueue(SyncResultInputParams const& input, std::vector<int>* dropList);
+    // Public form of sequenceCheck with the input's frame and camera. Takes no lock; the caller
+    // makes sure that nothing else touches the drop queue meanwhile.
+    bool checkSyncQueue(SyncResultInputParams const& input,
+                        std::vector<int>* dropList) RYX_NO_THREAD_SAFETY_ANALYSIS;
 
     // --- sync targets and sync data (no lock, no member used) ---
     std::vector<int> getSyncTartgetList(SyncResultInputParams const& input);
@@ -117,21 +118,21 @@ public:
     std::vector<int> flushListSnapshot() RYX_EXCLUDES(mQueueLock);
     std::deque<std::pair<int, std::set<int>>> arrivedSnapshot() RYX_EXCLUDES(mQueueLock);
 
-private:
+  private:
     int const mSyncDataUpdateType;
 
-public:
+  public:
     // Guards the containers below; taken before any element's mLock. Public so that tests can
     // drive the "caller holds mQueueLock" operations.
     Mutex mQueueLock;
 
-private:
+  private:
     std::unordered_map<int, std::shared_ptr<SyncElement>> mQueue RYX_GUARDED_BY(mQueueLock);
     std::map<int, std::vector<int>> mDropQueue RYX_GUARDED_BY(mQueueLock);
     std::vector<int> mFlushDropList RYX_GUARDED_BY(mQueueLock);
     std::weak_ptr<ISyncQueueCB> mCallback;  // set before the queue is used; read-only after
-    Mutex mSpareLock;                        // never locked
-    std::vector<int> mSpareList;             // never used
+    Mutex mSpareLock;                       // never locked
+    std::vector<int> mSpareList;            // never used
     std::deque<std::pair<int, std::set<int>>> mArrivedSyncMap RYX_GUARDED_BY(mQueueLock);
 };
 

@@ -12,13 +12,13 @@ namespace camcoordinator {
 class SyncHelper;
 
 class SyncQueue_ResultCheck_Cb : public virtual ISyncQueueCB {
-public:
+  public:
     explicit SyncQueue_ResultCheck_Cb(SyncHelper* owner) : mOwner(owner) {}
     ~SyncQueue_ResultCheck_Cb() override = default;
 
     bool onEvent(Type type, SyncDataUpdaterType const& processType, SyncData const* data) override;
 
-private:
+  private:
     SyncHelper* mOwner;
 };
 

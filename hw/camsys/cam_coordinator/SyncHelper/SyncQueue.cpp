@@ -1,0 +1,559 @@
+#define LOG_TAG "RyxCam/SyncQueue"
+#define LOG_SOURCE "hw/camsys/cam_coordinator/SyncHelper/SyncQueue"
+
+#include "SyncQueue.h"
+
+#include "SyncLog.h"
+#include "SyncMetaTags.h"
+
+#include <algorithm>
+#include <mutex>
+#include <sstream>
+
+namespace NSCam {
+namespace camsys {
+namespace camcoordinator {
+
+namespace {
+
+bool contains(std::vector<int> const& list, int value) {
+    return std::find(list.begin(), list.end(), value) != list.end();
+}
+
+// Enters `frame` into the drop queue for every id of `ids` other than `self` (duplicates kept).
+// A frame that already has an entry keeps it. Kept a lambda on purpose: its two lines carry
+// "operator()" in the function field, which is what log readers of the queue look for.
+auto const registerDroppedFrame = [](std::map<int, std::vector<int>>& dropQueue, int frame,
+                                     std::vector<int> const& ids, int self) {
+    if (dropQueue.count(frame) != 0) {
+        RYX_LOGD("Frame:%d already in DropQueue. Skip Add.", frame);
+        return;
+    }
+    std::vector<int> cameraDropList;
+    std::ostringstream text;
+    for (int const id : ids) {
+        if (id != self) {
+            cameraDropList.push_back(id);
+            text << id << ",";
+        }
+    }
+    dropQueue.emplace(frame, std::move(cameraDropList));
+    RYX_LOGD("Frame:%d Update cameraDropList[%s] to DropQueue.", frame, text.str().c_str());
+};
+
+}  // namespace
+
+// --- state and elements ---------------------------------------------------------------------
+
+SyncQueue::SyncQueue(int type) : mSyncDataUpdateType(type) {
+    mQueue.max_load_factor(1.0f);
+    RYX_LOGD("2020/01/14 - create type (%d)", type);
+}
+
+SyncQueue::~SyncQueue() = default;
+
+bool SyncQueue::setCallback(std::weak_ptr<ISyncQueueCB> callback) {
+    std::shared_ptr<ISyncQueueCB> const strong = callback.lock();
+    if (strong != nullptr) {
+        mCallback = callback;
+    } else {
+        RYX_LOGE("set callback fail");
+    }
+    // Failure shows only in the log.
+    return true;
+}
+
+SyncDataUpdaterType SyncQueue::getSyncDataUpdateType() const {
+    return static_cast<SyncDataUpdaterType>(mSyncDataUpdateType);
+}
+
+// No lock: meant for a quiet queue.
+std::shared_ptr<SyncElement> SyncQueue::getSyncElement(int const& frameNo) {
+    auto const it = mQueue.find(frameNo);
+    return it != mQueue.end() ? it->second : nullptr;
+}
+
+// The element is keyed by the input's frame number; the frame argument is not consulted.
+std::shared_ptr<SyncElement> SyncQueue::createSyncElement(int const& /*frameNo*/,
+                                                          SyncResultInputParams const& input,
+                                                          SyncResultOutputParams* output) {
+    auto element = std::make_shared<SyncElement>();
+    genSyncData(&element->mSyncData, input, output);
+    // An element already live under that number stays; the new one is handed back regardless.
+    mQueue.emplace(element->mSyncData.frameNo, element);
+    if (mQueue.size() > kMaxLiveFrames) {
+        RYX_LOGF("please check flow");
+    }
+    return element;
+}
+
+bool SyncQueue::updateSyncElement(std::shared_ptr<SyncElement> const& element,
+                                  SyncResultInputParams const& input,
+                                  SyncResultOutputParams* output) {
+    if (element == nullptr) {
+        RYX_LOGE("[%d] syncElement is nullptr", input.frameNo);
+        return false;
+    }
+    SyncData& data = element->mSyncData;
+    if (data.inputParams.count(input.m_id) != 0) {
+        RYX_LOGF("(input) Duplicate insert! frameno(%d) input cam(%d)", input.frameNo, input.m_id);
+    }
+    data.inputParams.emplace(input.m_id, &input);
+    if (data.outputParams.count(input.m_id) != 0) {
+        RYX_LOGF("(output) Duplicate insert! frameno(%d) input cam(%d)", input.frameNo, input.m_id);
+    }
+    data.outputParams.emplace(input.m_id, output);
+    return true;
+}
+
+bool SyncQueue::removeItem(int const& frameNo) {
+    MutexLock lock(mQueueLock);
+    auto const it = mQueue.find(frameNo);
+    if (it == mQueue.end()) {
+        return false;
+    }
+    mQueue.erase(it);
+    return true;
+}
+
+// No lock: the owner calls it only while no camera thread is inside the queue.
+bool SyncQueue::getFrameNoList(std::vector<int>* list) {
+    for (auto const& entry : mQueue) {
+        list->push_back(entry.first);
+    }
+    return true;
+}
+
+// No queue lock: the owner calls it only while it keeps camera threads out of the queue's
+// containers. Pending frames are reported as ready, with whatever cameras have arrived.
+bool SyncQueue::clear() {
+    SyncDataUpdaterType const type = getSyncDataUpdateType();
+    for (auto const& entry : mQueue) {
+        std::shared_ptr<SyncElement> const& element = entry.second;
+        if (element == nullptr) {
+            continue;
+        }
+        SyncData const& data = element->mSyncData;
+        auto const found = mQueue.find(data.frameNo);
+        if (found != mQueue.end() && found->second != nullptr) {
+            SyncElement& target = *found->second;
+            MutexLock lock(target.mLock);
+            target.mValid = false;
+            std::shared_ptr<ISyncQueueCB> const callback = mCallback.lock();
+            if (callback != nullptr) {
+                RYX_LOGI("[f%d] notify", data.frameNo);
+                callback->onEvent(ISyncQueueCB::SYNC_DATA_READY, type, &target.mSyncData);
+            }
+            element->mCond.notify_all();
+        } else {
+            element->mCond.notify_all();
+        }
+        RYX_LOGD("[r%d:f%d] unlock", data.requestNo, data.frameNo);
+    }
+    if (!mQueue.empty()) {
+        mQueue.clear();
+    }
+    return true;
+}
+
+// --- rendezvous -----------------------------------------------------------------------------
+
+bool SyncQueue::enque(std::string callerName, int const& frameNo,
+                      SyncResultInputParams const& input, SyncResultOutputParams* output,
+                      std::vector<int>* dropList) {
+    char const* const name = callerName.c_str();
+    int const frame = frameNo;
+    int const cam = input.m_id;
+    std::vector<int> ownDropList;
+    if (dropList == nullptr) {
+        dropList = &ownDropList;
+    }
+
+    mQueueLock.lock();
+
+    // A flushed frame is dropped on arrival; the arrival is not even recorded.
+    if (contains(mFlushDropList, frame)) {
+        dropItem(frame);
+        mQueueLock.unlock();
+        return false;
+    }
+
+    int const arrived = updateArrivedSyncMap(frame, cam);
+    // Its verdict is carried by dropList, which is walked below.
+    (void)sequenceCheck(input.frameNo, cam, dropList);
+
+    if (!dropList->empty()) {
+        bool selfDropped = false;
+        std::vector<int> const drops = *dropList;
+        for (int const dropFrame : drops) {
+            if (dropFrame != frame) {
+                dropItem(dropFrame);
+                continue;
+            }
+            // Merge first, so that the drop report carries this camera's records.
+            auto const it = mQueue.find(frame);
+            if (it != mQueue.end() && it->second != nullptr) {
+                updateSyncElement(it->second, input, output);
+            } else {
+                createSyncElement(frame, input, output);
+            }
+            dropItem(frame);
+            selfDropped = true;
+        }
+        if (selfDropped) {
+            mQueueLock.unlock();
+            return false;
+        }
+    }
+
+    std::shared_ptr<SyncElement> element;
+    auto const it = mQueue.find(frame);
+    if (it != mQueue.end() && it->second != nullptr) {
+        element = it->second;
+        updateSyncElement(element, input, output);
+    } else {
+        element = createSyncElement(frame, input, output);
+    }
+    SyncElement& elem = *element;
+    std::vector<int> const& targets = elem.mSyncData.syncTargetList;
+    if (!contains(targets, cam)) {
+        RYX_LOGF("camid is NOT exist in sync target");
+    }
+
+    bool verdict = true;
+    elem.mLock.lock();
+    if (static_cast<size_t>(arrived) == targets.size()) {
+        std::shared_ptr<ISyncQueueCB> callback = mCallback.lock();
+        if (callback != nullptr) {
+            RYX_LOGD("[%s][f%d] CamId = %d notify", name, frame, cam);
+            SyncDataUpdaterType const type = getSyncDataUpdateType();
+            if (!callback->onEvent(ISyncQueueCB::SYNC_DATA_READY, type, &elem.mSyncData)) {
+                // The other cameras of the frame give up their results too.
+                std::vector<int> syncIds;
+                if (input.HalControl != nullptr) {
+                    IMetadata::IEntry const entry = input.HalControl->entryFor(RYX_FRAMESYNC_ID);
+                    for (size_t i = 0; i < entry.count(); ++i) {
+                        syncIds.push_back(entry.itemAt<int>(i));
+                    }
+                }
+                registerDroppedFrame(mDropQueue, frame, syncIds, cam);
+                verdict = false;
+            }
+            callback.reset();
+        }
+        elem.mCond.notify_all();
+        mQueueLock.unlock();
+        RYX_LOGD("[%s][f%d] CamId = %d unlock", name, frame, cam);
+    } else if (mQueue.count(frame) != 0 && elem.mValid) {
+        RYX_LOGD("[%s][f%d] CamId = %d wait(%d)+", name, frame, cam, elem.mValid ? 1 : 0);
+        mQueueLock.unlock();
+        // One wait, no predicate: whatever wakes the thread ends the rendezvous, and the drop
+        // check below settles the verdict.
+        std::unique_lock<std::mutex> waitLock(elem.mLock.native(), std::adopt_lock);
+        elem.mCond.wait(waitLock);
+        waitLock.release();
+        RYX_LOGD("[%s][f%d] CamId = %d wait-", name, frame, cam);
+    } else {
+        mQueueLock.unlock();
+        RYX_LOGD("[%s][f%d] no need wait CamId = %d", name, frame, cam);
+    }
+    elem.mLock.unlock();
+
+    if (isNeedDropFrame(frame)) {
+        MutexLock lock(mQueueLock);
+        clearDropQueue(frame, cam);
+        verdict = false;
+    }
+    removeItem(frame);
+    return verdict;
+}
+
+int SyncQueue::updateArrivedSyncMap(int frameNo, int cameraId) {
+    // A lambda on purpose: its lines carry "operator()" in the function field.
+    auto const pruneOldest = [this]() RYX_REQUIRES(mQueueLock) {
+        int const oldest = mArrivedSyncMap.front().first;
+        RYX_LOGD("Remove frame: %d in mArrivedSyncMap", oldest);
+        auto const live = mQueue.find(oldest);
+        if (live != mQueue.end() && live->second != nullptr) {
+            RYX_LOGF("SyncElement should be NULL");
+        }
+        mArrivedSyncMap.pop_front();
+    };
+    if (mArrivedSyncMap.size() >= kMaxArrivedFrames) {
+        pruneOldest();
+    }
+    for (auto it = mArrivedSyncMap.rbegin(); it != mArrivedSyncMap.rend(); ++it) {
+        if (it->first == frameNo) {
+            it->second.insert(cameraId);
+            return static_cast<int>(it->second.size());
+        }
+    }
+    mArrivedSyncMap.emplace_back(frameNo, std::set<int>{cameraId});
+    return 1;
+}
+
+bool SyncQueue::sequenceCheck(int const& frameNo, int const& cameraId, std::vector<int>* dropList) {
+    auto const entry = mDropQueue.find(frameNo);
+    if (entry != mDropQueue.end()) {
+        int const target = entry->first;
+        std::vector<int> const cameras = entry->second;
+        bool matched = false;
+        for (int const item : cameras) {
+            if (item == cameraId) {
+                RYX_LOGD("cam[%d] frame(%d) is equal to DROP cam[%d] target(%d), remove", item,
+                         frameNo, item, target);
+                dropList->push_back(frameNo);
+                matched = true;
+            }
+        }
+        if (matched && clearDropQueue(frameNo, cameraId) && mQueue.count(frameNo) != 0) {
+            RYX_LOGD("target(%d) is equal to dropping frame(%d), remove", frameNo, frameNo);
+        }
+    }
+    return dropList->empty();
+}
+
+// No lock: a public form of sequenceCheck for callers that keep the queue quiet themselves.
+bool SyncQueue::checkSyncQueue(SyncResultInputParams const& input, std::vector<int>* dropList) {
+    return sequenceCheck(input.frameNo, input.m_id, dropList);
+}
+
+// --- sync targets and sync data -------------------------------------------------------------
+
+std::vector<int> SyncQueue::getSyncTartgetList(SyncResultInputParams const& input) {
+    // The caller first, then the frame's sync ids as they stand, even when they name the caller
+    // again or repeat an id: every entry counts towards completion.
+    std::vector<int> list{input.m_id};
+    if (input.HalControl == nullptr) {
+        return list;
+    }
+    IMetadata::IEntry const entry = input.HalControl->entryFor(RYX_FRAMESYNC_ID);
+    if (entry.isEmpty()) {
+        return list;
+    }
+    for (size_t i = 0; i < entry.count(); ++i) {
+        list.push_back(entry.itemAt<int>(i));
+    }
+    return list;
+}
+
+std::vector<int> SyncQueue::getMWMasterSlaveList(SyncResultInputParams const& input) {
+    std::vector<int> list;
+    if (input.HalControl == nullptr) {
+        return list;
+    }
+    IMetadata::IEntry const entry = input.HalControl->entryFor(RYX_MW_MASTER_SLAVE_LIST);
+    for (size_t i = 0; i < entry.count(); ++i) {
+        list.push_back(entry.itemAt<int>(i));
+    }
+    return list;
+}
+
+bool SyncQueue::genSyncData(SyncData* data, SyncResultInputParams const& input,
+                            SyncResultOutputParams* output) {
+    std::vector<int> const targets = getSyncTartgetList(input);
+    data->frameNo = input.frameNo;
+    data->requestNo = input.requestNo;
+    data->syncTargetList = targets;
+    data->masterSlaveList = getMWMasterSlaveList(input);
+    // Existing entries are kept; later cameras are added by updateSyncElement.
+    data->inputParams.emplace(input.m_id, &input);
+    data->outputParams.emplace(input.m_id, output);
+    return true;
+}
+
+// --- drop queue -----------------------------------------------------------------------------
+
+bool SyncQueue::addDropFrameInfo(int frameNo, int cameraId, std::vector<int> const* dropCameras) {
+    if (frameNo < 0 || cameraId < 0) {
+        RYX_LOGE("Invalid frame (%d) or CamId[%d]", frameNo, cameraId);
+        return false;
+    }
+    MutexLock lock(mQueueLock);
+    // The oldest entry goes first, even when this call turns out to be a duplicate.
+    if (mDropQueue.size() >= kMaxDropQueue) {
+        removeItemFromDropQueue();
+    }
+    if (mDropQueue.count(frameNo) != 0) {
+        RYX_LOGD("already has same frame %d Cam[%d] in DropQueue, pass append", frameNo, cameraId);
+        clearDropQueue(frameNo, cameraId);
+        return false;
+    }
+    mDropQueue.emplace(frameNo, dropCameras != nullptr ? *dropCameras : std::vector<int>{});
+    dropItem(frameNo);
+    RYX_LOGD("Remove frame(%d) from Queue because it should be drop", frameNo);
+    return true;
+}
+
+bool SyncQueue::removeItemFromDropQueue() {
+    if (mDropQueue.empty()) {
+        return false;
+    }
+    auto const oldest = mDropQueue.begin();
+    RYX_LOGD("target Prune frame: %d in DropQueue", oldest->first);
+    mDropQueue.erase(oldest);
+    return true;
+}
+
+bool SyncQueue::clearDropQueue(int const& frameNo, int const& cameraId) {
+    auto const entry = mDropQueue.find(frameNo);
+    if (entry == mDropQueue.end()) {
+        return false;
+    }
+    std::vector<int>& cameras = entry->second;
+    auto const pos = std::find(cameras.begin(), cameras.end(), cameraId);
+    if (pos != cameras.end()) {
+        cameras.erase(pos);
+    }
+    if (!cameras.empty()) {
+        return false;
+    }
+    RYX_LOGD("All cam's frameno: %d has delete from DropQueue", frameNo);
+    mDropQueue.erase(entry);
+    return true;
+}
+
+bool SyncQueue::isNeedDropFrame(int const& frameNo) {
+    MutexLock lock(mQueueLock);
+    // Whoever asks: a frame in the drop queue is dropped for every camera.
+    bool const drop = mDropQueue.count(frameNo) != 0 || contains(mFlushDropList, frameNo);
+    if (drop) {
+        RYX_LOGD("need drop frame(%d)", frameNo);
+    }
+    return drop;
+}
+
+bool SyncQueue::dropItem(int const& frameNo) {
+    int const frame = frameNo;
+    auto const it = mQueue.find(frame);
+    if (it == mQueue.end()) {
+        return true;
+    }
+    std::shared_ptr<SyncElement> const element = it->second;
+    if (element != nullptr) {
+        SyncElement& elem = *element;
+        MutexLock lock(elem.mLock);
+        std::shared_ptr<ISyncQueueCB> callback = mCallback.lock();
+        if (callback != nullptr) {
+            RYX_LOGD("[f%d] notify", frame);
+            SyncDataUpdaterType const type = getSyncDataUpdateType();
+            callback->onEvent(ISyncQueueCB::SYNC_DATA_DROP, type, &elem.mSyncData);
+            callback.reset();
+        }
+        elem.mValid = false;
+        elem.mCond.notify_all();
+        RYX_LOGD("[f%d] unlock", frame);
+    }
+    mQueue.erase(frame);
+    return true;
+}
+
+// --- drop operations ------------------------------------------------------------------------
+
+bool SyncQueue::dropLastItemLocked(int const& frameNo, int const& cameraId) {
+    MutexLock lock(mQueueLock);
+    return dropLastItem(frameNo, cameraId);
+}
+
+// A drop counts as the camera's arrival; when it was the last one the frame completes here.
+bool SyncQueue::dropLastItem(int const& frameNo, int const& cameraId) {
+    int const frame = frameNo;
+    int const cam = cameraId;
+    int const arrived = updateArrivedSyncMap(frame, cam);
+    auto const it = mQueue.find(frame);
+    if (it == mQueue.end()) {
+        return false;
+    }
+    std::shared_ptr<SyncElement> const element = it->second;
+    if (element == nullptr) {
+        return false;
+    }
+    SyncElement& elem = *element;
+    MutexLock lock(elem.mLock);
+    std::vector<int> const& targets = elem.mSyncData.syncTargetList;
+    RYX_LOGD("mSyncTarget.size(%lu), mArrivedSyncMap.size(%d)",
+             static_cast<unsigned long>(targets.size()), arrived);
+    if (static_cast<size_t>(arrived) != targets.size()) {
+        return false;
+    }
+    std::shared_ptr<ISyncQueueCB> callback = mCallback.lock();
+    if (callback != nullptr) {
+        RYX_LOGD("[f%d] notify", frame);
+        SyncDataUpdaterType const type = getSyncDataUpdateType();
+        if (!callback->onEvent(ISyncQueueCB::SYNC_DATA_READY, type, &elem.mSyncData)) {
+            registerDroppedFrame(mDropQueue, frame, targets, cam);
+        }
+        callback.reset();
+    }
+    // mValid stays as it is: the frame was completed, not dropped.
+    elem.mCond.notify_all();
+    RYX_LOGD("[f%d] unlock", frame);
+    mQueue.erase(frame);
+    return true;
+}
+
+bool SyncQueue::dropItemsForFlush(int const& frameNo, int const& /*unused*/) {
+    int const frame = frameNo;
+    MutexLock lock(mQueueLock);
+    if (contains(mFlushDropList, frame)) {
+        return true;
+    }
+    if (mFlushDropList.size() >= kMaxFlushFrames) {
+        mFlushDropList.erase(mFlushDropList.begin());
+    }
+    mFlushDropList.push_back(frame);
+    dropItem(frame);
+    return true;
+}
+
+// Always false, whatever was dropped.
+bool SyncQueue::dropItemsBySensor(int const& sensorId) {
+    int const sensor = sensorId;
+    MutexLock lock(mQueueLock);
+    std::vector<int> frames;
+    frames.reserve(mQueue.size());
+    for (auto const& entry : mQueue) {
+        frames.push_back(entry.first);
+    }
+    std::ostringstream text;
+    for (int const frame : frames) {
+        auto const it = mQueue.find(frame);
+        if (it == mQueue.end() || it->second == nullptr) {
+            continue;
+        }
+        // Keeps the element alive while dropLastItem takes it out of the map.
+        std::shared_ptr<SyncElement> const element = it->second;
+        if (contains(element->mSyncData.syncTargetList, sensor)) {
+            text << frame << " ";
+            dropLastItem(frame, sensor);
+        }
+    }
+    RYX_LOGD("[S:%d] list : %s", sensor, text.str().c_str());
+    return false;
+}
+
+// --- inspection -----------------------------------------------------------------------------
+
+size_t SyncQueue::liveFrameCount() {
+    MutexLock lock(mQueueLock);
+    return mQueue.size();
+}
+
+std::map<int, std::vector<int>> SyncQueue::dropQueueSnapshot() {
+    MutexLock lock(mQueueLock);
+    return mDropQueue;
+}
+
+std::vector<int> SyncQueue::flushListSnapshot() {
+    MutexLock lock(mQueueLock);
+    return mFlushDropList;
+}
+
+std::deque<std::pair<int, std::set<int>>> SyncQueue::arrivedSnapshot() {
+    MutexLock lock(mQueueLock);
+    return mArrivedSyncMap;
+}
+
+}  // namespace camcoordinator
+}  // namespace camsys
+}  // namespace NSCam
