@@ -1,0 +1,393 @@
+#include "Runner.h"
+
+#include <ISyncHelper.h>
+#include <NSCam/ULogger.h>
+#include <SyncHelper.h>
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <thread>
+
+namespace ryxsim {
+
+using namespace NSCam::camsys::camcoordinator;
+using NSCam::IMetadata;
+using NSCam::MRect;
+using NSCam::Utils::ULog::ULogger;
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+int64_t threadCpuNs() {
+    timespec ts{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
+    return static_cast<int64_t>(ts.tv_sec) * 1000000000 + ts.tv_nsec;
+}
+
+double processCpuSeconds() {
+    timespec ts{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &ts);
+    return static_cast<double>(ts.tv_sec) + ts.tv_nsec / 1e9;
+}
+
+// Receives the library's unified-logger lines during a run and keeps the ones the report lists.
+// On a fatal statement (the flush before the abort) it says on stderr what stopped the process.
+class Collector : public ULogger {
+  public:
+    void output(uint32_t, const char*, uint32_t level, const char* text, int) override {
+        if (text == nullptr) {
+            return;
+        }
+        LoggedAnomaly a{};
+        bool keep = false;
+        if (std::strstr(text, "frame inversion") != nullptr) {
+            char const* m = std::strstr(text, "masterId(");
+            keep = m != nullptr && std::sscanf(m, "masterId(%d), f(%d)", &a.master, &a.frame) == 2;
+            a.kind = LoggedAnomaly::Kind::FrameInversion;
+        } else if (char const* q = std::strstr(text, "time inversion")) {
+            keep = std::sscanf(q, "time inversion, drop directly, change masterId(%d), f(%d)",
+                               &a.master, &a.frame) == 2;
+            a.kind = LoggedAnomaly::Kind::TimeInversion;
+        } else if (std::strstr(text, "Fail to get") != nullptr &&
+                   std::strstr(text, "TimeStamp") != nullptr) {
+            char const* cam = std::strstr(text, "[cam");
+            keep = cam != nullptr && std::sscanf(cam, "[cam%d::f%d]", &a.master, &a.frame) == 2;
+            a.kind = LoggedAnomaly::Kind::MissingTimestamp;
+        }
+        std::lock_guard<std::mutex> lock(mMutex);
+        if (level == 1) {
+            mLastError = text;
+        }
+        if (keep) {
+            a.text = text;
+            mAnomalies.push_back(a);
+        }
+    }
+
+    void flush(int reason) override {
+        std::string last;
+        {
+            std::lock_guard<std::mutex> lock(mMutex);
+            last = mLastError;
+        }
+        std::fprintf(stderr,
+                     "synchelper-sim: the library ended the process (fatal %d): %s\n"
+                     "synchelper-sim: the call flow of this trace is broken for the library; "
+                     "no report was written\n",
+                     reason, last.c_str());
+        std::fflush(stderr);
+    }
+
+    std::vector<LoggedAnomaly> anomalies() {
+        std::lock_guard<std::mutex> lock(mMutex);
+        return mAnomalies;
+    }
+
+  private:
+    std::mutex mMutex;
+    std::vector<LoggedAnomaly> mAnomalies;
+    std::string mLastError;
+};
+
+// The records and metadata of one call, owned by the run for as long as the library may use them.
+struct CallRecord {
+    IMetadata appControl, halControl, halDynamic, appDynamic;
+    SyncResultInputParams input;
+    SyncResultOutputParams output;
+};
+
+void setInts(IMetadata& meta, uint32_t tag, std::vector<int32_t> const& items) {
+    IMetadata::IEntry entry(tag);
+    for (int32_t v : items) {
+        entry.push_back(v);
+    }
+    meta.update(tag, entry);
+}
+
+void build(CallRow const& row, CallRecord& rec) {
+    if (row.syncIds) {
+        setInts(rec.halControl, RYX_FRAMESYNC_ID, *row.syncIds);
+    }
+    if (row.required) {
+        IMetadata::setEntry<int32_t>(&rec.halControl, RYX_FRAMESYNC_REQUIRED, 1);
+    }
+    if (row.enable) {
+        IMetadata::setEntry<int32_t>(&rec.halControl, RYX_FRAMESYNC_ENABLE, *row.enable);
+    }
+    if (row.toleranceUs) {
+        IMetadata::setEntry<int64_t>(&rec.halControl, RYX_FRAMESYNC_TOLERANCE, *row.toleranceUs);
+    }
+    if (row.mode) {
+        IMetadata::setEntry<int32_t>(&rec.halControl, RYX_FRAMESYNC_MODE, *row.mode);
+    }
+    if (row.master) {
+        IMetadata::setEntry<int32_t>(&rec.halControl, RYX_DUALZOOM_REAL_MASTER, *row.master);
+    }
+    if (row.msList) {
+        setInts(rec.halControl, RYX_MW_MASTER_SLAVE_LIST, *row.msList);
+    }
+    if (row.intent) {
+        IMetadata::setEntry<uint8_t>(&rec.appControl, CAPTURE_INTENT,
+                                     static_cast<uint8_t>(*row.intent));
+    }
+    rec.input.m_id = row.sensor;
+    rec.input.requestNo = row.request;
+    rec.input.frameNo = row.frame;
+    rec.input.AppControl = &rec.appControl;
+    rec.input.HalControl = &rec.halControl;
+    rec.input.sofTimeStamp = row.sofNs;
+    rec.input.expTimeStamp = row.expNs;
+    rec.output.HalDynamic = &rec.halDynamic;
+    rec.output.AppDynamic = &rec.appDynamic;
+    rec.output.bMasterCam = false;
+}
+
+template <typename T>
+std::optional<T> read(IMetadata const& meta, uint32_t tag) {
+    T v{};
+    if (IMetadata::getEntry<T>(&meta, tag, v)) {
+        return v;
+    }
+    return std::nullopt;
+}
+
+void readBack(CallRecord const& rec, CallOutcome& out) {
+    out.syncResult = read<int64_t>(rec.halDynamic, RYX_FRAMESYNC_RESULT);
+    out.halMaster = read<int32_t>(rec.halDynamic, RYX_DUALZOOM_REAL_MASTER);
+    out.appMaster = read<int32_t>(rec.appDynamic, RYX_APP_REAL_MASTER);
+    out.masterCam = rec.output.bMasterCam;
+    out.cropOverride = read<MRect>(rec.halControl, RYX_SENSOR_CROP_OVERRIDE);
+    out.activeArray = read<MRect>(rec.appDynamic, PHYSICAL_ACTIVE_ARRAY_REGION);
+    out.focalLength = read<float>(rec.appDynamic, LENS_FOCAL_LENGTH);
+}
+
+struct SensorState {
+    bool finished = false;
+    bool inLibrary = false;
+    size_t row = 0;
+    Clock::time_point since;
+};
+
+// Everything the sensor threads touch. Leaked on purpose when threads stay blocked.
+struct Session {
+    std::shared_ptr<ISyncHelper> helper;
+    std::shared_ptr<SyncHelper> concrete;  // for getSensorCropRegion
+    std::vector<CallRecord> records;
+    std::vector<CallOutcome> outcomes;
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::map<int, SensorState> sensors;
+    size_t callsDone = 0;
+};
+
+void sensorThread(Session& s, Trace const& trace, int sensor, std::vector<size_t> const& rows,
+                  bool realtime, Clock::time_point start, int64_t firstSofNs) {
+    for (size_t idx : rows) {
+        CallRow const& row = trace.rows[idx];
+        CallRecord& rec = s.records[idx];
+        bool perFrame = row.kind == CallKind::Result || row.kind == CallKind::Drop;
+        if (realtime && perFrame && row.sofNs > 0 && row.sofNs >= firstSofNs) {
+            std::this_thread::sleep_until(start + std::chrono::nanoseconds(row.sofNs - firstSofNs));
+        }
+        {
+            std::lock_guard<std::mutex> lock(s.mutex);
+            SensorState& st = s.sensors[sensor];
+            st.inLibrary = true;
+            st.row = idx;
+            st.since = Clock::now();
+            s.outcomes[idx].started = true;
+        }
+        auto t0 = Clock::now();
+        int64_t c0 = threadCpuNs();
+        bool verdict = false;
+        switch (row.kind) {
+            case CallKind::Result:
+                if (row.getCrop && s.concrete != nullptr) {
+                    s.concrete->getSensorCropRegion(rec.input);
+                }
+                verdict = s.helper->syncResultCheck(rec.input, &rec.output);
+                break;
+            case CallKind::Drop:
+                verdict = s.helper->notifyDrop(rec.input);
+                break;
+            case CallKind::Flush: {
+                int const frame = row.frame;
+                int const unused = 0;
+                verdict = s.helper->notifyDrop(frame, unused);
+                break;
+            }
+            case CallKind::Leave:
+                verdict = s.helper->notifyDropBySensor(row.sensor);
+                break;
+            case CallKind::Crop: {
+                std::unordered_map<int, MRect> crops(row.crops.begin(), row.crops.end());
+                verdict = s.helper->setSensorCropRegion(row.request, crops);
+                break;
+            }
+        }
+        int64_t c1 = threadCpuNs();
+        auto t1 = Clock::now();
+        {
+            std::lock_guard<std::mutex> lock(s.mutex);
+            CallOutcome& out = s.outcomes[idx];
+            out.returned = true;
+            out.verdict = verdict;
+            out.wallNs = std::chrono::duration_cast<std::chrono::nanoseconds>(t1 - t0).count();
+            out.cpuNs = c1 - c0;
+            s.sensors[sensor].inLibrary = false;
+            ++s.callsDone;
+        }
+        s.changed.notify_all();
+    }
+    {
+        std::lock_guard<std::mutex> lock(s.mutex);
+        s.sensors[sensor].finished = true;
+    }
+    s.changed.notify_all();
+}
+
+}  // namespace
+
+RunResult runTrace(Trace const& trace, RunOptions const& options) {
+    RunResult result;
+    auto session = std::make_unique<Session>();
+    Session& s = *session;
+
+    std::unordered_map<unsigned int, NSCam::CameraInfo> info;
+    for (auto const& c : trace.session.cameras) {
+        NSCam::CameraInfo ci;
+        ci.activeArrayRegion = c.activeArray;
+        ci.focalLength = c.focalLength;
+        info[static_cast<unsigned int>(c.id)] = ci;
+    }
+    s.records.resize(trace.rows.size());
+    s.outcomes.resize(trace.rows.size());
+    std::map<int, std::vector<size_t>> perSensor;
+    int64_t firstSof = INT64_MAX;
+    for (size_t i = 0; i < trace.rows.size(); ++i) {
+        build(trace.rows[i], s.records[i]);
+        perSensor[trace.rows[i].sensor].push_back(i);
+        if (trace.rows[i].sofNs > 0) {
+            firstSof = std::min(firstSof, trace.rows[i].sofNs);
+        }
+    }
+    for (auto const& [id, rows] : perSensor) {
+        s.sensors[id];
+    }
+
+    auto collector = std::make_unique<Collector>();
+    ULogger* previousLogger = ULogger::install(collector.get());
+
+    s.helper =
+        ISyncHelper::createInstance(trace.session.sessionKey, trace.session.allowCropReplace, info);
+    s.concrete = std::dynamic_pointer_cast<SyncHelper>(s.helper);
+
+    // Crop sets at the head of the trace, before any frame call, are the session's initial
+    // crops: made here, before the sensor threads start, so that every sensor's first frames
+    // see them.
+    size_t head = 0;
+    while (head < trace.rows.size() && trace.rows[head].kind == CallKind::Crop) {
+        CallRow const& row = trace.rows[head];
+        std::unordered_map<int, MRect> crops(row.crops.begin(), row.crops.end());
+        CallOutcome& out = s.outcomes[head];
+        out.started = out.returned = true;
+        out.verdict = s.helper->setSensorCropRegion(row.request, crops);
+        ++head;
+    }
+    for (auto& [id, rows] : perSensor) {
+        rows.erase(std::remove_if(rows.begin(), rows.end(), [&](size_t i) { return i < head; }),
+                   rows.end());
+    }
+
+    s.callsDone = head;
+    double cpu0 = processCpuSeconds();
+    auto start = Clock::now();
+    std::vector<std::thread> threads;
+    for (auto const& [id, rows] : perSensor) {
+        threads.emplace_back(sensorThread, std::ref(s), std::cref(trace), id, std::cref(rows),
+                             options.realtime, start, firstSof);
+    }
+
+    auto const deadline = std::chrono::duration<double>(options.deadlineSeconds);
+    {
+        std::unique_lock<std::mutex> lock(s.mutex);
+        size_t lastDone = s.callsDone;
+        auto lastChange = Clock::now();
+        while (true) {
+            bool allFinished = true;
+            bool allStuck = true;
+            for (auto const& [id, st] : s.sensors) {
+                allFinished = allFinished && st.finished;
+                allStuck = allStuck && (st.finished || st.inLibrary);
+            }
+            if (allFinished) {
+                break;
+            }
+            auto now = Clock::now();
+            if (s.callsDone != lastDone) {
+                lastDone = s.callsDone;
+                lastChange = now;
+            }
+            if (allStuck && now - lastChange >= deadline) {
+                for (auto const& [id, st] : s.sensors) {
+                    if (!st.finished) {
+                        result.blocked.push_back(
+                            {id, st.row, std::chrono::duration<double>(now - st.since).count()});
+                    }
+                }
+                break;
+            }
+            if (options.progress) {
+                RunProgress p{s.callsDone, trace.rows.size(),
+                              std::chrono::duration<double>(now - start).count()};
+                lock.unlock();
+                options.progress(p);
+                lock.lock();
+            }
+            s.changed.wait_for(lock, std::chrono::milliseconds(100));
+        }
+    }
+    result.wallSeconds = std::chrono::duration<double>(Clock::now() - start).count();
+    result.cpuSeconds = processCpuSeconds() - cpu0;
+
+    if (!result.blocked.empty()) {
+        // The blocked threads still use the helper, the records and the collector: leave them.
+        for (auto& t : threads) {
+            t.detach();
+        }
+        std::lock_guard<std::mutex> lock(s.mutex);
+        result.outcomes = s.outcomes;
+        for (size_t i = 0; i < trace.rows.size(); ++i) {
+            if (result.outcomes[i].returned && trace.rows[i].kind == CallKind::Result) {
+                readBack(s.records[i], result.outcomes[i]);
+            }
+        }
+        result.logged = collector->anomalies();
+        collector.release();
+        session.release();
+        return result;
+    }
+    for (auto& t : threads) {
+        t.join();
+    }
+    result.outcomes = s.outcomes;
+    for (size_t i = 0; i < trace.rows.size(); ++i) {
+        if (trace.rows[i].kind == CallKind::Result) {
+            readBack(s.records[i], result.outcomes[i]);
+        }
+    }
+    s.concrete.reset();
+    s.helper.reset();
+    ULogger::install(previousLogger);
+    result.logged = collector->anomalies();
+    return result;
+}
+
+}  // namespace ryxsim

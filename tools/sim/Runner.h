@@ -1,0 +1,38 @@
+#pragma once
+// Drives the library through ISyncHelper as the sensors' pipelines do: one thread per sensor,
+// each making its calls in trace order, and reads back what the library wrote.
+
+#include "Model.h"
+
+#include <functional>
+#include <string>
+
+namespace ryxsim {
+
+struct RunProgress {
+    size_t callsDone = 0;
+    size_t callsTotal = 0;
+    double elapsedSeconds = 0;
+};
+
+struct RunOptions {
+    // Pace each frame call at its start-of-frame time (relative to the first one).
+    bool realtime = false;
+    // A run in which every unfinished sensor thread has been inside the library for this long
+    // without any call returning is over: those threads are blocked for good.
+    double deadlineSeconds = 2.0;
+    // Called on the calling thread about ten times a second while the sensors run.
+    std::function<void(RunProgress const&)> progress;
+};
+
+// Runs the trace against a fresh helper made with the trace's session (key, crop replacement,
+// camera info) and returns one outcome per row. The library's frame-inversion, time-inversion
+// and missing-timestamp warnings are collected when the unified logger is on
+// (ULogger::sMode & 0xA) at warning level; see LogSetup.h.
+//
+// When threads are left blocked, they are detached and the helper and the call records are
+// deliberately leaked (the blocked threads still use them); such a process should report and
+// end with _exit.
+RunResult runTrace(Trace const& trace, RunOptions const& options = {});
+
+}  // namespace ryxsim

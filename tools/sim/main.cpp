@@ -1,0 +1,248 @@
+// synchelper-sim: the multi-camera session simulator and trace replay of libryxcam_synchelper.
+
+#include "LogSetup.h"
+#include "Report.h"
+#include "Runner.h"
+#include "Scenario.h"
+#include "Svg.h"
+#include "TraceIo.h"
+
+#include <NSCam/Properties.h>
+#include <CLI/CLI.hpp>
+
+#include <unistd.h>
+#include <cstdio>
+#include <fstream>
+#include <iostream>
+
+namespace {
+
+char const* const kFooter = R"(
+What a run does
+  One thread per sensor calls the library as that sensor's pipeline would: for every frame
+  getSensorCropRegion (when the scenario asks for crops) and syncResultCheck, or notifyDrop when
+  the sensor drops the frame; notifyDrop(frame, 0) for a flush, notifyDropBySensor when a sensor
+  leaves, setSensorCropRegion for each new crop set. Control metadata (RYX_FRAMESYNC_ID,
+  RYX_FRAMESYNC_REQUIRED, RYX_FRAMESYNC_ENABLE, RYX_FRAMESYNC_TOLERANCE, RYX_FRAMESYNC_MODE,
+  RYX_DUALZOOM_REAL_MASTER, RYX_MW_MASTER_SLAVE_LIST, CAPTURE_INTENT) comes from the scenario or
+  the trace; the verdicts and the metadata the library writes are read back and reported.
+
+  Without --scenario or --trace the built-in scenario runs: 3 sensors (wide, ultrawide, tele),
+  30 fps, 600 frames, one sync group, tolerance 1000 us in mode 1, start-of-frame jitter with five
+  frames out of tolerance, master switch wide -> tele at frame 300, three slave drops, a master
+  drop at frame 450, a flush of frame 240, a crop set every second. --print-scenario shows it.
+
+Scenario files (JSON; examples in tools/scenarios, format in tools/README.md)
+  sensors[]   id, name, active_array [l,t,w,h], focal_length, sof_offset_us, jitter_us,
+              exposure_us
+  control     group, sync_ids, required, enable, tolerance_us, mode, master,
+              master_slave_list, intent, get_crop, sof_offset_us, exp_offset_us, drop
+              (null: the tag is absent)
+  ranges[]    frames [first, last], sensors [...], and any field of control
+  events[]    {kind: drop|flush|leave|crop, frame, sensor, crops {"id": [l,t,w,h]}}
+  random      out_of_tolerance N, shift_us [min, max], slave_drops N (drawn from the seed)
+  crop_sets   every_frames, sensor, lead, zoom_from, zoom_step, zoom_max
+
+Trace files (CSV, one row per call; format in tools/TRACE_FORMAT.md)
+  sensor,kind,frame,request,sof_ns,exp_ns,master,sync_ids,required,enable,tolerance_us,mode,
+  ms_list,intent,get_crop,crops
+  --record writes this format from any run; --trace replays it, each sensor's rows in order.
+
+Report
+  Per sensor: frames offered, in sync (RESULT 0), unchecked (delivered without a timestamp
+  verdict), out of sync with RESULT 1 (delivered) and 2 (failed), dropped (own drop, master
+  drop, flush, refused), master frames (bMasterCam). Timing: time spent in syncResultCheck
+  (the rendezvous wait) p50/p99/max, library CPU per frame. Anomalies: frame and time
+  inversions and missing timestamps the library logged, frames that never completed, threads
+  still blocked at the end.
+
+Logging (--log)
+  quiet  (default) nothing printed; warnings are collected for the report (ULogger::sMode 0x8,
+         sDetailsLevel 2)
+  error, warn, info, debug   also print the library's Android log lines from that severity up
+         to stderr (sMode 0x9; sDetailsLevel 2, 2, 3, 5)
+
+Properties (--prop NAME=VALUE, repeatable), read when the helper is created
+  vendor.debug.camera.crop_replace          0 turns crop overrides off (default 1)
+  vendor.debug.camera.SyncDataUpdater.log   updater verbosity, 1 or 2 (default 0; needs
+                                            --log debug to be seen)
+
+Exit status
+  0  the run completed
+  1  an output file could not be written
+  2  bad arguments, or a malformed scenario or trace (nothing was run)
+  3  threads were still blocked in the library at the end (reported, then the process exits)
+  134 (SIGABRT) the library aborted on a broken call flow (a sensor outside the frame's sync
+     group, a sensor entering a frame twice, more than 10 frames in flight); the library's fatal
+     message is printed first
+)";
+
+bool writeFile(std::string const& path, std::string const& what,
+               std::function<void(std::ostream&)> const& body) {
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    if (out) {
+        body(out);
+        out.flush();
+    }
+    if (!out) {
+        std::fprintf(stderr, "synchelper-sim: error: cannot write the %s to '%s'\n", what.c_str(),
+                     path.c_str());
+        return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    CLI::App app{
+        "synchelper-sim: runs a multi-camera session against libryxcam_synchelper, one thread "
+        "per sensor, and shows what the library decided for every frame."};
+    app.footer(kFooter);
+    app.get_formatter()->column_width(34);
+
+    std::string scenarioFile, traceFile, recordFile, jsonFile, svgFile, logName = "quiet";
+    std::vector<std::string> props;
+    std::optional<uint64_t> seed;
+    std::optional<int> frames;
+    bool realtime = false, noProgress = false, printScenario = false;
+    double deadline = 2.0;
+
+    auto* scenarioOpt = app.add_option("--scenario", scenarioFile, "Run this scenario file (JSON)")
+                            ->check(CLI::ExistingFile.description(""))
+                            ->type_name("FILE");
+    auto* traceOpt = app.add_option("--trace", traceFile, "Replay this trace file (CSV)")
+                         ->check(CLI::ExistingFile.description(""))
+                         ->type_name("FILE");
+    scenarioOpt->excludes(traceOpt);
+    app.add_option("--record", recordFile, "Write the calls of this run as a trace (CSV)")
+        ->type_name("FILE");
+    auto* seedOpt = app.add_option("--seed", seed,
+                                   "Seed of the scenario's random parts (default: the "
+                                   "scenario's own, 1 for the built-in one)")
+                        ->type_name("N");
+    auto* framesOpt =
+        app.add_option("--frames", frames, "Run this many frames instead of the scenario's")
+            ->check(CLI::Range(1, 1000000))
+            ->type_name("N");
+    seedOpt->excludes(traceOpt);
+    framesOpt->excludes(traceOpt);
+    app.add_flag("--realtime", realtime,
+                 "Pace the frames at their start-of-frame times (default: as fast as possible)");
+    app.add_option("--json", jsonFile, "Write the report as JSON")->type_name("FILE");
+    app.add_option("--svg", svgFile, "Draw the timeline as SVG")->type_name("FILE");
+    app.add_option("--prop", props, "Set a system property NAME=VALUE (repeatable)")
+        ->type_name("NAME=VALUE");
+    app.add_option("--log", logName, "Library log level: quiet, error, warn, info, debug")
+        ->check(CLI::IsMember({"quiet", "error", "warn", "info", "debug"}))
+        ->type_name("LEVEL");
+    app.add_option("--deadline", deadline,
+                   "Seconds without progress, all sensor threads inside the library, after "
+                   "which they count as blocked (default 2)")
+        ->check(CLI::Range(0.05, 3600.0))
+        ->type_name("SECONDS");
+    app.add_flag("--no-progress", noProgress, "No progress line, even on a terminal");
+    app.add_flag("--print-scenario", printScenario, "Print the built-in scenario (JSON) and exit");
+
+    try {
+        app.parse(argc, argv);
+    } catch (CLI::ParseError const& e) {
+        int rc = app.exit(e);
+        return rc == 0 ? 0 : 2;
+    }
+    if (printScenario) {
+        std::cout << ryxsim::defaultScenarioText();
+        return 0;
+    }
+
+    for (auto const& p : props) {
+        size_t eq = p.find('=');
+        if (eq == std::string::npos || eq == 0) {
+            std::fprintf(stderr, "synchelper-sim: error: --prop '%s': expected NAME=VALUE\n",
+                         p.c_str());
+            return 2;
+        }
+        NSCam::Utils::Properties::setHostProperty(p.substr(0, eq), p.substr(eq + 1));
+    }
+    ryxsim::configureLogging(*ryxsim::logLevelFromName(logName));
+
+    ryxsim::Trace trace;
+    std::string source;
+    std::optional<uint64_t> usedSeed;
+    try {
+        if (!traceFile.empty()) {
+            trace = ryxsim::readTraceFile(traceFile);
+            source = "trace " + traceFile;
+        } else {
+            ryxsim::Scenario sc =
+                scenarioFile.empty()
+                    ? ryxsim::parseScenario(ryxsim::defaultScenarioText(), "built-in scenario")
+                    : ryxsim::readScenarioFile(scenarioFile);
+            source = scenarioFile.empty() ? "built-in scenario" : "scenario " + scenarioFile;
+            if (frames) {
+                sc.frames = *frames;
+            }
+            usedSeed = seed.value_or(sc.seed);
+            trace = ryxsim::generateTrace(sc, *usedSeed);
+        }
+    } catch (ryxsim::ParseError const& e) {
+        std::fprintf(stderr, "synchelper-sim: error: %s\n", e.what());
+        return 2;
+    }
+
+    if (!recordFile.empty() &&
+        !writeFile(recordFile, "trace", [&](std::ostream& o) { ryxsim::writeTrace(o, trace); })) {
+        return 1;
+    }
+
+    ryxsim::RunOptions options;
+    options.realtime = realtime;
+    options.deadlineSeconds = deadline;
+    bool tty = !noProgress && isatty(STDERR_FILENO) != 0;
+    bool progressShown = false;
+    if (tty) {
+        options.progress = [&](ryxsim::RunProgress const& p) {
+            if (p.elapsedSeconds < 1.0) {
+                return;
+            }
+            progressShown = true;
+            std::fprintf(stderr, "\r[%3d%%] %zu/%zu calls  %.1f s ",
+                         static_cast<int>(100.0 * p.callsDone / std::max<size_t>(1, p.callsTotal)),
+                         p.callsDone, p.callsTotal, p.elapsedSeconds);
+            std::fflush(stderr);
+        };
+    }
+    ryxsim::RunResult run = ryxsim::runTrace(trace, options);
+    if (progressShown) {
+        std::fprintf(stderr, "\r\033[K");
+        std::fflush(stderr);
+    }
+
+    ryxsim::Report report = ryxsim::buildReport(trace, run);
+    report.source = source;
+    report.seed = usedSeed;
+    report.realtime = realtime;
+    ryxsim::printReport(std::cout, report);
+    std::cout.flush();
+
+    int status = report.exitStatus;
+    if (!jsonFile.empty() && !writeFile(jsonFile, "JSON report", [&](std::ostream& o) {
+            o << ryxsim::reportJson(report).dump(2) << "\n";
+        })) {
+        status = status ? status : 1;
+    }
+    if (!svgFile.empty() && !writeFile(svgFile, "SVG timeline",
+                                       [&](std::ostream& o) { ryxsim::writeSvg(o, report); })) {
+        status = status ? status : 1;
+    }
+    if (!report.blocked.empty()) {
+        std::fprintf(stderr,
+                     "synchelper-sim: %zu sensor thread(s) still blocked in the library; "
+                     "exiting without waiting for them\n",
+                     report.blocked.size());
+        std::fflush(stdout);
+        std::fflush(stderr);
+        _exit(status);
+    }
+    return status;
+}
