@@ -22,7 +22,14 @@ set(CMAKE_IGNORE_PATH /usr/lib/x86_64-linux-gnu /lib/x86_64-linux-gnu
     /usr/lib/x86_64-linux-gnu/cmake /usr/lib/x86_64-linux-gnu/android)
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 
-# Every test (and gtest's list step at ctest time) runs under the emulator; -L makes the
-# target's dynamic loader and C library resolvable.
+# Every test (and gtest's list step at ctest time) runs under the emulator. -L makes the cross
+# runtime's dynamic loader the guest's. LD_LIBRARY_PATH keeps the C library of that same runtime
+# (the one the cross linker links against): once multiarch libc6:arm64 is installed, ld.so.cache
+# would otherwise hand the loader a libc of another build, and a forked child (gtest's death
+# tests) then spins forever in the loader/libc mismatch. QEMU_LD_PREFIX, passed in the guest's
+# environment, gives a test binary that re-executes itself (gtest's "threadsafe" death tests,
+# through binfmt_misc, which scripts/ci-aarch64.sh registers) the same loader.
 find_program(RYX_QEMU_AARCH64 qemu-aarch64 REQUIRED)
-set(CMAKE_CROSSCOMPILING_EMULATOR ${RYX_QEMU_AARCH64} -L /usr/${RYX_AARCH64_TRIPLE})
+set(CMAKE_CROSSCOMPILING_EMULATOR ${RYX_QEMU_AARCH64} -L /usr/${RYX_AARCH64_TRIPLE}
+    -E LD_LIBRARY_PATH=/usr/${RYX_AARCH64_TRIPLE}/lib
+    -E QEMU_LD_PREFIX=/usr/${RYX_AARCH64_TRIPLE})

@@ -1,16 +1,14 @@
 // SyncHelper reached directly: construction, the updater chain, the queue callback, drop
 // notifications, the sync-switch flag, face-detection control and sensor crops.
 
-#include <NSCam/Properties.h>
-#include <android/log.h>
-
 #include <gtest/gtest.h>
 
+#include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
-#include "LogCapture.h"
 #include "SyncHelper.h"
 #include "SyncQueue.h"
 #include "SyncQueue_ResultCheck_Cb.h"
@@ -19,46 +17,24 @@
 namespace facadetest {
 namespace {
 
-using NSCam::Utils::Properties::clearHostProperty;
 using NSCam::Utils::Properties::setHostProperty;
-using ryxtest::LogCapture;
 
-constexpr char kCropProperty[] = "vendor.debug.camera.crop_replace";
-
-// "(%4d) [func] message", the message matched exactly.
-bool isFramed(std::string const& text, std::string const& func, std::string const& message) {
-    int line = 0;
-    std::string rest;
-    return unframe(text, line, rest) && rest == "[" + func + "] " + message;
-}
-
-class HelperTest : public ::testing::Test {
+class HelperTest : public FacadeFixture {
   protected:
-    void SetUp() override {
-        clearHostProperty(kCropProperty);
-        mLog = std::make_unique<LogCapture>(0x1, 5);
-    }
-    void TearDown() override {
-        mHelper.reset();
-        mLog.reset();
-        clearHostProperty(kCropProperty);
-    }
-
     void make(bool allowCropReplace = true, std::vector<int> sensors = {0, 2}) {
         mHelper = std::make_shared<SyncHelper>(0x77, allowCropReplace, infoFor(sensors));
     }
 
-    CamFrame& frame(int sensor, int frameNo, int64_t sof, Request const& req) {
-        mFrames.push_back(std::make_unique<CamFrame>(sensor, frameNo, sof, sof + kMs, req));
-        return *mFrames.back();
-    }
-
-    // A completed frame of the given cameras, as the queue would hand it over.
-    SyncData dataOf(std::vector<CamFrame*> const& cams) {
+    // Frame `frameNo` of sensors 0 and 2, master 0, as the queue hands it over once complete.
+    // Sensor 2 has no start of frame when `bad`, which fails the timestamp writer.
+    SyncData pair(int frameNo, bool bad, CamFrame*& a, CamFrame*& b) {
+        Request req{{0, 2}, 0, 1000, 1};
+        a = &frame(0, frameNo, frameNo * kFrameNs, req);
+        b = &frame(2, frameNo, bad ? 0 : frameNo * kFrameNs, req);
         SyncData data;
-        data.frameNo = cams.front()->in.frameNo;
-        data.requestNo = cams.front()->in.requestNo;
-        for (CamFrame* c : cams) {
+        data.frameNo = frameNo;
+        data.requestNo = a->in.requestNo;
+        for (CamFrame* c : {a, b}) {
             data.syncTargetList.push_back(c->in.m_id);
             data.inputParams[c->in.m_id] = &c->in;
             data.outputParams[c->in.m_id] = &c->out;
@@ -66,287 +42,179 @@ class HelperTest : public ::testing::Test {
         return data;
     }
 
-    std::unique_ptr<LogCapture> mLog;
     std::shared_ptr<SyncHelper> mHelper;
-    std::vector<std::unique_ptr<CamFrame>> mFrames;
 };
-
-// --- construction and destruction --------------------------------------------------------------
 
 TEST_F(HelperTest, CropReplaceNeedsThePropertyAndThePermission) {
     struct Case {
         char const* property;  // nullptr: unset
-        bool allow;
-        bool expected;
+        bool allow, expected;
     };
-    for (Case c : {Case{nullptr, true, true}, Case{nullptr, false, false}, Case{"1", true, true},
-                   Case{"1", false, false}, Case{"0", true, false}, Case{"0", false, false},
-                   Case{"7", true, true}, Case{"-1", true, false}}) {
+    for (Case c : {Case{nullptr, true, true}, Case{nullptr, false, false}, Case{"1", false, false},
+                   Case{"0", true, false}, Case{"7", true, true}, Case{"-1", true, false}}) {
+        SCOPED_TRACE(std::string(c.property ? c.property : "unset") + (c.allow ? "/on" : "/off"));
         if (c.property != nullptr) {
             setHostProperty(kCropProperty, c.property);
-        } else {
-            clearHostProperty(kCropProperty);
         }
         mLog->clear();
         make(c.allow);
-        std::string what =
-            std::string(c.property ? c.property : "unset") + "/" + (c.allow ? "allow" : "deny");
-        EXPECT_EQ(mHelper->needCropReplace(), c.expected) << what;
-        auto lines = mLog->androidMatching("needCropReplace(");
-        ASSERT_EQ(lines.size(), 1u) << what;
-        EXPECT_EQ(lines[0].priority, ANDROID_LOG_INFO);
-        EXPECT_EQ(lines[0].tag, "RyxCam/SyncHelper");
-        EXPECT_TRUE(isFramed(lines[0].text, "SyncHelper",
-                             std::string("needCropReplace(") + (c.expected ? "1" : "0") + ")"))
-            << lines[0].text;
+        EXPECT_EQ(mHelper->needCropReplace(), c.expected);
+        expectLine(*mLog, ANDROID_LOG_INFO, "SyncHelper",
+                   std::string("needCropReplace(") + (c.expected ? "1" : "0") + ")");
     }
-}
-
-TEST_F(HelperTest, EmptyCameraInfoStillBuildsTheQueueAndAllFourWriters) {
-    make(true, {});
-    ASSERT_NE(mHelper->queue(), nullptr);
-    EXPECT_EQ(mHelper->queue()->getSyncDataUpdateType(), 15u);
-    Request req{{0, 2}, 2, 1000, 1};
-    CamFrame& a = frame(0, 5, 5 * kFrameNs, req);
-    CamFrame& b = frame(2, 5, 5 * kFrameNs, req);
-    SyncData data = dataOf({&a, &b});
-    EXPECT_TRUE(mHelper->updateData(mask(15), &data));
-    EXPECT_EQ(a.syncResult(), 0);  // timestamp writer
-    EXPECT_EQ(b.halMaster(), 2);   // master writer
-    EXPECT_TRUE(b.out.bMasterCam);
-    EXPECT_EQ(a.boost(), 100);  // physical writer, defaults only
-    EXPECT_FALSE(a.activeArray().has_value());
 }
 
 TEST_F(HelperTest, DestructionFreesQueuedFramesWithoutReportingThem) {
     make();
-    Request req{{0, 2}, 0, 1000, 1};
-    CamFrame& a = frame(0, 9, 9 * kFrameNs, req);
+    CamFrame& a = frame(0, 9, 9 * kFrameNs, Request{{0, 2}, 0, 1000, 1});
     {
         MutexLock lock(mHelper->queue()->mQueueLock);
         mHelper->queue()->createSyncElement(a.in.frameNo, a.in, &a.out);
     }
-    ASSERT_EQ(mHelper->queue()->liveFrameCount(), 1u);
     mLog->clear();
     mHelper.reset();
-    auto release = mLog->androidMatching("release", "RyxCam/SyncHelper");
-    ASSERT_EQ(release.size(), 1u);
-    EXPECT_EQ(release[0].priority, ANDROID_LOG_DEBUG);
-    EXPECT_TRUE(isFramed(release[0].text, "~SyncHelper", "release"));
+    expectLine(*mLog, ANDROID_LOG_DEBUG, "~SyncHelper", "release");
     EXPECT_FALSE(mLog->androidHas("type("));  // no report of frame 9
-    EXPECT_EQ(a.halDynamic.count(), 0u);
-    EXPECT_EQ(a.appDynamic.count(), 0u);
+    EXPECT_EQ(a.written(), 0u);
 }
 
-// --- the updater chain and the queue callback --------------------------------------------------
-
-TEST_F(HelperTest, MasksWithoutKnownBitsRunNothing) {
+// Every selected writer runs, in order, whatever the earlier ones said; unknown bits select none.
+TEST_F(HelperTest, UpdateDataRunsEverySelectedWriter) {
+    struct Case {
+        uint32_t mask;
+        bool verdict, master, physical;
+    };
     make();
-    Request req{{0, 2}, 0, 1000, 1};
-    CamFrame& a = frame(0, 5, 5 * kFrameNs, req);
-    CamFrame& b = frame(2, 5, 0, req);  // would fail the timestamp writer if it ran
-    SyncData data = dataOf({&a, &b});
-    for (uint32_t bits : {0u, 16u, 0x30u}) {
-        EXPECT_TRUE(mHelper->updateData(mask(bits), &data)) << bits;
-        EXPECT_EQ(a.halDynamic.count() + a.appDynamic.count() + b.halDynamic.count() +
-                      b.appDynamic.count(),
-                  0u)
-            << bits;
+    int frameNo = 1;
+    for (Case c :
+         {Case{0, true, false, false}, Case{0x30, true, false, false}, Case{3, false, true, false},
+          Case{8, true, false, true}, Case{15, false, true, true}}) {
+        SCOPED_TRACE(c.mask);
+        CamFrame *a, *b;
+        SyncData data = pair(frameNo++, true, a, b);
+        EXPECT_EQ(mHelper->updateData(static_cast<SyncDataUpdaterType>(c.mask), &data), c.verdict);
+        EXPECT_EQ(a->syncResult(), std::nullopt);  // the timestamp writer fails, writing nothing
+        EXPECT_EQ(a->halMaster(), c.master ? std::optional<int32_t>(0) : std::nullopt);
+        EXPECT_EQ(b->appMaster(), c.master ? std::optional<int32_t>(0) : std::nullopt);
+        EXPECT_EQ(b->activeArray(),
+                  c.physical ? std::optional<MRect>(infoOf(2).activeArrayRegion) : std::nullopt);
     }
 }
 
-TEST_F(HelperTest, AFailingWriterDoesNotStopTheOnesAfterIt) {
-    make();
-    Request req{{0, 2}, 0, 1000, 1};
-    CamFrame& a = frame(0, 5, 5 * kFrameNs, req);
-    CamFrame& b = frame(2, 5, 0, req);  // no start of frame: the timestamp writer fails
-    SyncData data = dataOf({&a, &b});
-    EXPECT_FALSE(mHelper->updateData(mask(3), &data));
-    EXPECT_FALSE(a.syncResult().has_value());
-    EXPECT_EQ(a.halMaster(), 0);  // the master writer ran all the same
-    EXPECT_EQ(b.appMaster(), 0);
-    EXPECT_FALSE(a.boost().has_value());  // bit 8 not selected
-
-    EXPECT_TRUE(mHelper->updateData(PHYSICAL_META, &data));
-    EXPECT_EQ(b.activeArray(), infoOf(2).activeArrayRegion);
-}
-
-TEST_F(HelperTest, CallbackPrintsTheEventAndReturnsTheWritersVerdict) {
-    make();
+TEST_F(HelperTest, CallbackPrintsTheEventAndRunsAllFourWritersEvenWithoutCameraInfo) {
+    make(true, {});
     SyncQueue_ResultCheck_Cb cb(mHelper.get());
-    Request req{{0, 2}, 0, 1000, 1};
-    CamFrame& a = frame(0, 6, 6 * kFrameNs, req);
-    CamFrame& b = frame(2, 6, 6 * kFrameNs, req);
-    SyncData good = dataOf({&a, &b});
-    EXPECT_TRUE(cb.onEvent(ISyncQueueCB::SYNC_DATA_READY, mask(15), &good));
-    EXPECT_EQ(a.syncResult(), 0);
+    CamFrame *a, *b, *c, *d;
+    SyncData good = pair(6, false, a, b);
+    EXPECT_TRUE(cb.onEvent(ISyncQueueCB::SYNC_DATA_READY, mHelper->queue()->getSyncDataUpdateType(),
+                           &good));
+    EXPECT_EQ(a->syncResult(), 0);
+    EXPECT_TRUE(a->out.bMasterCam);
+    EXPECT_FALSE(b->out.bMasterCam);
+    EXPECT_EQ(tagOf<int32_t>(b->appDynamic, CONTROL_POST_RAW_SENSITIVITY_BOOST), 100);
+    EXPECT_EQ(b->activeArray(), std::nullopt);  // no description of sensor 2
 
-    CamFrame& c = frame(0, 7, 7 * kFrameNs, req);
-    CamFrame& d = frame(2, 7, 0, req);
-    SyncData bad = dataOf({&c, &d});
-    EXPECT_FALSE(cb.onEvent(ISyncQueueCB::SYNC_DATA_DROP, mask(15), &bad));
-    EXPECT_EQ(c.halMaster(), 0);  // dropped frames run the same writers
-
-    auto lines = mLog->androidMatching("process type(", "RyxCam/SyncHelper");
-    ASSERT_EQ(lines.size(), 2u);
-    EXPECT_TRUE(isFramed(lines[0].text, "onEvent", "[r1006:f6] type(0) process type(15)"))
-        << lines[0].text;
-    EXPECT_TRUE(isFramed(lines[1].text, "onEvent", "[r1007:f7] type(1) process type(15)"))
-        << lines[1].text;
+    SyncData bad = pair(7, true, c, d);
+    EXPECT_FALSE(
+        cb.onEvent(ISyncQueueCB::SYNC_DATA_DROP, static_cast<SyncDataUpdaterType>(15), &bad));
+    EXPECT_EQ(d->halMaster(), 0);  // dropped frames run the same writers
+    expectLine(*mLog, ANDROID_LOG_DEBUG, "onEvent", "[r1006:f6] type(0) process type(15)");
+    expectLine(*mLog, ANDROID_LOG_DEBUG, "onEvent", "[r1007:f7] type(1) process type(15)");
 }
 
-// --- drop notifications -----------------------------------------------------------------------
-
-TEST_F(HelperTest, MasterDropRecordsTheOtherSensorsOfItsGroup) {
+TEST_F(HelperTest, DropNotificationsReachTheQueue) {
     make();
-    Request req{{0, 2}, 0, 1000, 1};
-    CamFrame& master = frame(0, 7, 7 * kFrameNs, req);
+    SyncQueue& queue = *mHelper->queue();
+    // The master drops: the other sensors of its group are recorded, once.
+    CamFrame& master = frame(0, 7, 7 * kFrameNs, Request{{0, 2}, 0, 1000, 1});
     ryxtest::setInts(master.halControl, RYX_FRAMESYNC_ID, {0, 2});  // the group, caller included
     EXPECT_FALSE(mHelper->notifyDrop(master.in));
-    auto drops = mHelper->queue()->dropQueueSnapshot();
-    ASSERT_EQ(drops.size(), 1u);
-    EXPECT_EQ(drops[7], std::vector<int>({2}));
-    auto lines = mLog->androidMatching("cameraDropList", "RyxCam/SyncHelper");
-    ASSERT_EQ(lines.size(), 1u);
-    EXPECT_TRUE(
-        isFramed(lines[0].text, "notifyDrop", "Frame:7 Update cameraDropList[2,] to DropQueue "))
-        << lines[0].text;
-
-    // A second drop of the same frame is not recorded again, and says nothing here.
-    mLog->clear();
     EXPECT_FALSE(mHelper->notifyDrop(master.in));
-    EXPECT_TRUE(mLog->androidMatching("cameraDropList", "RyxCam/SyncHelper").empty());
-}
+    EXPECT_EQ(queue.dropQueueSnapshot(), (std::map<int, std::vector<int>>{{7, {2}}}));
+    expectLine(*mLog, ANDROID_LOG_DEBUG, "notifyDrop",
+               "Frame:7 Update cameraDropList[2,] to DropQueue ");
 
-TEST_F(HelperTest, DropWithoutAKnownMasterCountsAsASlavesArrival) {
-    make();
-    Request req{{0, 2}, std::nullopt, 1000, 1};
-    CamFrame& f = frame(0, 8, 8 * kFrameNs, req);
-    EXPECT_FALSE(mHelper->notifyDrop(f.in));
-    auto warn = mLog->androidMatching("RYX_DUALZOOM_REAL_MASTER not found", "RyxCam/SyncHelper");
-    ASSERT_EQ(warn.size(), 1u);
-    EXPECT_EQ(warn[0].priority, ANDROID_LOG_WARN);
-    EXPECT_TRUE(mLog->androidHas("[notifyDrop] Frame:8 Drop slave cam(0), isLastItem(0)!"));
-    EXPECT_TRUE(mHelper->queue()->dropQueueSnapshot().empty());
-    auto arrived = mHelper->queue()->arrivedSnapshot();
+    // Without a known master the drop counts as a slave's arrival.
+    CamFrame& slave = frame(0, 8, 8 * kFrameNs, Request{{0, 2}, std::nullopt, 1000, 1});
+    EXPECT_FALSE(mHelper->notifyDrop(slave.in));
+    expectLine(*mLog, ANDROID_LOG_WARN, "notifyDrop", "RYX_DUALZOOM_REAL_MASTER not found");
+    expectLine(*mLog, ANDROID_LOG_DEBUG, "notifyDrop", "Frame:8 Drop slave cam(0), isLastItem(0)!");
+    auto arrived = queue.arrivedSnapshot();
     ASSERT_EQ(arrived.size(), 1u);
-    EXPECT_EQ(arrived[0].first, 8);
-    EXPECT_EQ(arrived[0].second, std::set<int>({0}));
-}
+    EXPECT_EQ(arrived[0], (std::pair<int, std::set<int>>{8, {0}}));
 
-TEST_F(HelperTest, DropOfAFrameWithoutSyncIdsChangesNothing) {
-    make();
-    Request req{{0}, 0, 1000, 1};  // no other sensor: no RYX_FRAMESYNC_ID
-    CamFrame& f = frame(0, 8, 8 * kFrameNs, req);
-    EXPECT_FALSE(mHelper->notifyDrop(f.in));
-    EXPECT_TRUE(
-        mLog->androidHas("[notifyDrop] There is no RYX_FRAMESYNC_ID when P1 call dropframe"));
-    EXPECT_TRUE(mHelper->queue()->dropQueueSnapshot().empty());
-    EXPECT_TRUE(mHelper->queue()->arrivedSnapshot().empty());
-}
+    // Without sync ids nothing changes.
+    CamFrame& alone = frame(0, 9, 9 * kFrameNs, Request{{0}, 0, 1000, 1});
+    EXPECT_FALSE(mHelper->notifyDrop(alone.in));
+    expectLine(*mLog, ANDROID_LOG_DEBUG, "notifyDrop",
+               "There is no RYX_FRAMESYNC_ID when P1 call dropframe");
+    EXPECT_EQ(queue.dropQueueSnapshot().size(), 1u);
+    EXPECT_EQ(queue.arrivedSnapshot().size(), 1u);
 
-TEST_F(HelperTest, FlushAndSensorDropPassTheQueuesAnswerOn) {
-    make();
     EXPECT_TRUE(mHelper->notifyDrop(12, 99));
     EXPECT_TRUE(mHelper->notifyDrop(12, 0));
-    EXPECT_EQ(mHelper->queue()->flushListSnapshot(), std::vector<int>({12}));
+    EXPECT_EQ(queue.flushListSnapshot(), std::vector<int>({12}));
     EXPECT_FALSE(mHelper->notifyDropBySensor(2));
 }
 
-// --- sync switch flag -----------------------------------------------------------------------
-
-class SwitchFlagTest : public HelperTest {
-  protected:
-    void SetUp() override {
-        HelperTest::SetUp();
-        make();
-    }
-    int32_t flag(int sensor, int frameNo, bool syncIds = true, std::optional<int32_t> need = 1) {
-        Request req{syncIds ? std::vector<int>{0, 1, 2} : std::vector<int>{sensor}};
-        CamFrame& f = frame(sensor, frameNo, 0, req);
-        if (need) {
-            ryxtest::setInts(f.halControl, RYX_NEED_SYNC, {*need});
+// Only no-control frames (negative numbers) with sync ids and RYX_NEED_SYNC = 1 are classified:
+// 1 starts a run of consecutive frames per sensor, 2048 is everything else.
+TEST_F(HelperTest, SyncSwitchFlagSequences) {
+    struct Step {
+        int sensor, frameNo;
+        bool syncIds;
+        std::optional<int32_t> needSync;
+        int32_t flag;
+    };
+    make();
+    for (Step s : {Step{0, 0, true, 1, 2048}, Step{0, 5, true, 1, 2048}, Step{0, -6, true, 1, 1},
+                   Step{0, -5, true, 0, 2048}, Step{0, -4, true, std::nullopt, 2048},
+                   Step{0, -3, false, 1, 2048}, Step{0, -2, true, 1, 1}, Step{0, -1, true, 1, 2048},
+                   Step{1, -5, true, 1, 1}, Step{1, -3, true, 1, 1}, Step{2, -2, true, 1, 1},
+                   Step{1, -2, true, 1, 2048}}) {
+        CamFrame& f = frame(s.sensor, s.frameNo, 0,
+                            Request{s.syncIds ? std::vector<int>{0, 1, 2} : std::vector<int>{}});
+        if (s.needSync) {
+            ryxtest::setInts(f.halControl, RYX_NEED_SYNC, {*s.needSync});
         }
-        return mHelper->getSyncSwitchFlag(f.in);
+        EXPECT_EQ(mHelper->getSyncSwitchFlag(f.in), s.flag)
+            << "sensor " << s.sensor << " frame " << s.frameNo;
     }
-};
-
-TEST_F(SwitchFlagTest, ControlledFramesNeverReachTheTable) {
-    EXPECT_EQ(flag(0, 0), 2048);
-    EXPECT_EQ(flag(0, 5), 2048);
-    EXPECT_EQ(mHelper->syncFlagCount(), 0u);
-    EXPECT_FALSE(mLog->androidHas("NO_CTRL"));
+    EXPECT_EQ(mHelper->syncFlagCount(), 3u);
+    EXPECT_FALSE(mLog->androidHas("frameNo(0)"));
+    expectLine(*mLog, ANDROID_LOG_DEBUG, "getSyncSwitchFlag", "sensorId(0) frameNo(-3) NO_CTRL");
+    expectLine(*mLog, ANDROID_LOG_DEBUG, "getSyncSwitchFlag",
+               "sensorId(0) frameNo(-2) bNeedSync(1) res(1)");
+    expectLine(*mLog, ANDROID_LOG_DEBUG, "getSyncSwitchFlag",
+               "sensorId(0) frameNo(-1) bNeedSync(1) res(2048)");
 }
-
-TEST_F(SwitchFlagTest, ARunStartsWithOneAndContinuesWith2048) {
-    EXPECT_EQ(flag(0, -3), 1);
-    EXPECT_EQ(flag(0, -2), 2048);
-    EXPECT_EQ(flag(0, -1), 2048);
-    EXPECT_TRUE(mLog->androidHas("[getSyncSwitchFlag] sensorId(0) frameNo(-3) NO_CTRL"));
-    EXPECT_TRUE(
-        mLog->androidHas("[getSyncSwitchFlag] sensorId(0) frameNo(-3) bNeedSync(1) res(1)"));
-    EXPECT_TRUE(
-        mLog->androidHas("[getSyncSwitchFlag] sensorId(0) frameNo(-2) bNeedSync(1) res(2048)"));
-}
-
-TEST_F(SwitchFlagTest, AGapStartsANewRunAndSensorsKeepTheirOwnRuns) {
-    EXPECT_EQ(flag(1, -5), 1);
-    EXPECT_EQ(flag(1, -3), 1);
-    EXPECT_EQ(flag(2, -2), 1);  // sensor 2 has no run yet
-    EXPECT_EQ(flag(1, -2), 2048);
-    EXPECT_EQ(mHelper->syncFlagCount(), 2u);
-}
-
-TEST_F(SwitchFlagTest, NoNeedSyncOrNoSyncIdsLeaveTheTableAlone) {
-    EXPECT_EQ(flag(0, -6), 1);
-    EXPECT_EQ(flag(0, -5, true, 0), 2048);
-    EXPECT_EQ(flag(0, -4, true, std::nullopt), 2048);
-    EXPECT_EQ(flag(0, -3, false), 2048);
-    EXPECT_TRUE(mLog->androidHas("sensorId(0) frameNo(-3) NO_CTRL"));
-    EXPECT_EQ(flag(0, -2), 1);  // -2 does not follow the stored -6
-    EXPECT_EQ(flag(0, -1), 2048);
-    EXPECT_EQ(mHelper->syncFlagCount(), 1u);
-}
-
-// --- face-detection control ---------------------------------------------------------------------
 
 TEST_F(HelperTest, FaceDetectionControlIsWantedUnlessTheTagSaysNo) {
     make();
     EXPECT_TRUE(mHelper->isNeedFdControl(nullptr));
-    NSCam::IMetadata meta;
+    IMetadata meta;
     EXPECT_TRUE(mHelper->isNeedFdControl(&meta));
     ryxtest::setInts(meta, RYX_FRAMESYNC_FD_CONTROL, {});
     EXPECT_TRUE(mHelper->isNeedFdControl(&meta));
-    for (int32_t v : {0, -1}) {
-        ryxtest::setInts(meta, RYX_FRAMESYNC_FD_CONTROL, {v});
-        EXPECT_FALSE(mHelper->isNeedFdControl(&meta)) << v;
-    }
-    for (int32_t v : {1, 5}) {
-        ryxtest::setInts(meta, RYX_FRAMESYNC_FD_CONTROL, {v, 0});
-        EXPECT_TRUE(mHelper->isNeedFdControl(&meta)) << v;
+    for (auto [item, wanted] : {std::pair(0, false), {-1, false}, {1, true}, {5, true}}) {
+        ryxtest::setInts(meta, RYX_FRAMESYNC_FD_CONTROL, {item, 0});
+        EXPECT_EQ(mHelper->isNeedFdControl(&meta), wanted) << item;
     }
 }
 
-// --- sensor crops -------------------------------------------------------------------------------
+// --- sensor crops, with crop replacement on and off ---------------------------------------------
 
 class CropTest : public HelperTest, public ::testing::WithParamInterface<bool> {
   protected:
     void SetUp() override {
         HelperTest::SetUp();
         make(GetParam());
-        ASSERT_EQ(mHelper->needCropReplace(), GetParam());
     }
-    // Sensor `sensor` of frame `frameNo` asks for its crop; returns the override written.
-    std::optional<MRect> ask(int sensor, int frameNo, std::vector<int> group) {
-        Request req;
-        CamFrame& f = frame(sensor, frameNo, 0, req);
-        if (!group.empty()) {
-            IMetadata::IEntry ids(RYX_FRAMESYNC_ID);
-            for (int id : group) {
-                ids.push_back(static_cast<int32_t>(id));
-            }
-            f.halControl.update(RYX_FRAMESYNC_ID, ids);
-        }
+    // Sensor `sensor` of frame `frameNo` (sync ids `ids`) asks for its crop; returns the
+    // override written into its control metadata.
+    std::optional<MRect> ask(int sensor, int frameNo, std::vector<int32_t> const& ids) {
+        CamFrame& f = frame(sensor, frameNo, 0, Request{});
+        f.setIds(ids);
         EXPECT_TRUE(mHelper->getSensorCropRegion(f.in));
         return f.cropOverride();
     }
@@ -354,86 +222,60 @@ class CropTest : public HelperTest, public ::testing::WithParamInterface<bool> {
     std::optional<MRect> seen(MRect r) const {
         return GetParam() ? std::optional<MRect>(r) : std::nullopt;
     }
+    // The frame's snapshot and users-left count, -1 for none.
+    std::pair<bool, int32_t> tables(int frameNo) {
+        return {mHelper->hasCropSnapshot(frameNo), mHelper->cropUsersLeft(frameNo)};
+    }
 
     MRect const a0{0, 0, 100, 75}, a1{1, 1, 200, 150}, a2{2, 2, 300, 225};
     MRect const b0{10, 10, 50, 37}, b1{11, 11, 60, 45}, b2{12, 12, 70, 52};
 };
 
-TEST_P(CropTest, NewSetBetweenTwoSensorsOfAFrameKeepsTheOldSet) {
-    mHelper->setSensorCropRegion(1, {{0, a0}, {1, a1}});
+TEST_P(CropTest, FrameInFlightKeepsTheSetItsFirstSensorSaw) {
+    mHelper->setSensorCropRegion(1, {{0, a0}, {1, a1}, {2, a2}});
     EXPECT_EQ(ask(0, 7, {0, 1}), seen(a0));
-    EXPECT_TRUE(mHelper->hasCropSnapshot(7));
-    EXPECT_EQ(mHelper->cropUsersLeft(7), 2);
-    mHelper->setSensorCropRegion(2, {{0, b0}, {1, b1}});
+    EXPECT_EQ(tables(7), std::make_pair(true, 2));
+    mHelper->setSensorCropRegion(2, {{0, b0}, {1, b1}, {2, b2}});
     EXPECT_EQ(ask(1, 7, {0, 1}), seen(a1));
-    EXPECT_FALSE(mHelper->hasCropSnapshot(7));
-    EXPECT_EQ(mHelper->cropUsersLeft(7), 1);  // kept: only snapshot consumers count down
+    EXPECT_EQ(tables(7), std::make_pair(false, 1));  // only snapshot consumers count down
+    EXPECT_EQ(ask(2, 7, {0, 1}), seen(b2));          // a third sensor starts over, afresh
+    EXPECT_EQ(tables(7), std::make_pair(true, 2));
     EXPECT_EQ(ask(0, 8, {0, 1}), seen(b0));
     EXPECT_EQ(mLog->androidHas("[7] souReq: 2, crop override: (1, 1, 200x150)"), GetParam());
-    EXPECT_EQ(mLog->androidMatching("crop override").size(), GetParam() ? 3u : 0u);
-}
-
-TEST_P(CropTest, AThirdSensorOfAFrameStartsOverFromTheLatestSet) {
-    mHelper->setSensorCropRegion(1, {{0, a0}, {1, a1}, {2, a2}});
-    EXPECT_EQ(ask(0, 9, {1, 2}), seen(a0));
-    EXPECT_EQ(ask(1, 9, {0, 2}), seen(a1));
-    mHelper->setSensorCropRegion(2, {{0, b0}, {1, b1}, {2, b2}});
-    EXPECT_EQ(ask(2, 9, {0, 1}), seen(b2));
-    EXPECT_TRUE(mHelper->hasCropSnapshot(9));  // a fresh snapshot of the newer set
-    EXPECT_EQ(mHelper->cropUsersLeft(9), 2);
-}
-
-TEST_P(CropTest, SensorMissingFromTheSetsGetsNothingAndLeavesTheSnapshot) {
-    mHelper->setSensorCropRegion(1, {{0, a0}});
-    EXPECT_EQ(ask(2, 10, {0, 2}), std::nullopt);
-    EXPECT_TRUE(mHelper->hasCropSnapshot(10));
-    EXPECT_EQ(mHelper->cropUsersLeft(10), 2);
-    EXPECT_EQ(ask(2, 10, {0, 2}), std::nullopt);  // absent from the snapshot as well
-    EXPECT_TRUE(mHelper->hasCropSnapshot(10));
-    EXPECT_EQ(mHelper->cropUsersLeft(10), 2);
-    EXPECT_EQ(ask(0, 10, {0, 2}), seen(a0));
-    EXPECT_FALSE(mHelper->hasCropSnapshot(10));
-    EXPECT_EQ(mHelper->cropUsersLeft(10), 1);
-}
-
-TEST_P(CropTest, BeforeAnySetFramesRecordEmptySnapshotsThatStay) {
-    EXPECT_EQ(ask(0, 11, {0, 1}), std::nullopt);
-    EXPECT_TRUE(mHelper->hasCropSnapshot(11));
-    EXPECT_EQ(mHelper->cropUsersLeft(11), 2);
-    mHelper->setSensorCropRegion(1, {{1, a1}});
-    EXPECT_EQ(ask(1, 11, {0, 1}), std::nullopt);  // the frame's empty snapshot rules
-    EXPECT_TRUE(mHelper->hasCropSnapshot(11));
-    EXPECT_EQ(mHelper->cropUsersLeft(11), 2);
-}
-
-TEST_P(CropTest, FramesOutsideASyncGroupGetTheLatestSetWithoutSnapshot) {
-    mHelper->setSensorCropRegion(4, {{0, a0}});
-    EXPECT_EQ(ask(0, 12, {}), seen(a0));
-    EXPECT_EQ(ask(0, 12, {}), seen(a0));
-    EXPECT_EQ(mHelper->cropSnapshotCount(), 0u);
-    EXPECT_EQ(mHelper->cropUsersLeftCount(), 0u);
+    EXPECT_EQ(mLog->androidMatching("crop override").size(), GetParam() ? 4u : 0u);
 }
 
 TEST_P(CropTest, PairsListingEachOtherLeaveNoTablesButALoneCallerLeavesItsSnapshot) {
     mHelper->setSensorCropRegion(4, {{0, a0}, {2, a2}});
     EXPECT_EQ(ask(0, 13, {2}), seen(a0));
-    EXPECT_TRUE(mHelper->hasCropSnapshot(13));
-    EXPECT_EQ(ask(2, 13, {0}), seen(a2));  // consumes the snapshot: count 1 -> 0, erased
-    EXPECT_FALSE(mHelper->hasCropSnapshot(13));
-    EXPECT_EQ(mHelper->cropUsersLeft(13), -1);
-
+    EXPECT_EQ(tables(13), std::make_pair(true, 1));
+    EXPECT_EQ(ask(2, 13, {0}), seen(a2));  // count 1 -> 0: erased
+    EXPECT_EQ(tables(13), std::make_pair(false, -1));
     EXPECT_EQ(ask(0, 15, {2}), seen(a0));  // nobody else asks for frame 15
     EXPECT_EQ(mHelper->cropSnapshotCount(), 1u);
-    EXPECT_EQ(mHelper->cropUsersLeft(15), 1);
-}
-
-TEST_P(CropTest, OverrideReplacesAnEarlierOne) {
-    mHelper->setSensorCropRegion(4, {{0, a0}});
-    Request req;
-    CamFrame& f = frame(0, 14, 0, req);
+    EXPECT_EQ(mHelper->cropUsersLeftCount(), 1u);
+    // Outside a sync group: the latest set, no snapshot.
+    EXPECT_EQ(ask(0, 16, {}), seen(a0));
+    EXPECT_EQ(ask(0, 16, {}), seen(a0));
+    EXPECT_EQ(mHelper->cropSnapshotCount(), 1u);
+    // An override already present is replaced.
+    CamFrame& f = frame(0, 17, 0, Request{});
     ryxtest::setOne<MRect>(f.halControl, RYX_SENSOR_CROP_OVERRIDE, MRect(9, 9, 9, 9));
     mHelper->getSensorCropRegion(f.in);
     EXPECT_EQ(f.cropOverride(), GetParam() ? a0 : MRect(9, 9, 9, 9));
+}
+
+TEST_P(CropTest, SensorMissingFromTheSetGetsNothingAndLeavesTheSnapshot) {
+    EXPECT_EQ(ask(0, 11, {0, 1}), std::nullopt);  // before any set: an empty snapshot
+    mHelper->setSensorCropRegion(1, {{1, a1}, {0, a0}});
+    EXPECT_EQ(ask(1, 11, {0, 1}), std::nullopt);  // the frame's empty snapshot rules
+    EXPECT_EQ(tables(11), std::make_pair(true, 2));
+
+    EXPECT_EQ(ask(2, 10, {0, 2}), std::nullopt);
+    EXPECT_EQ(ask(2, 10, {0, 2}), std::nullopt);  // absent from the snapshot as well
+    EXPECT_EQ(tables(10), std::make_pair(true, 2));
+    EXPECT_EQ(ask(0, 10, {0, 2}), seen(a0));
+    EXPECT_EQ(tables(10), std::make_pair(false, 1));
 }
 
 INSTANTIATE_TEST_SUITE_P(Replace, CropTest, ::testing::Bool(),

@@ -2,14 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <string>
 
 #include "queue_support.h"
 
 namespace queuetest {
 namespace {
-
-using NSCam::camsys::camcoordinator::MutexLock;
 
 // "<message> (<function>){#<line>:<source>}" as a death-test pattern.
 std::string fatal(std::string const& escapedMessage, std::string const& function) {
@@ -21,55 +20,47 @@ class QueueDeathTest : public ::testing::Test {
   protected:
     QueueDeathTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
 
-    bool enque(Camera& c) {
-        std::vector<int> dropList;
-        return queue.enque("syncResultCheck", c.input.frameNo, c.input, &c.output, &dropList);
-    }
-    void create(Camera& c) {
+    std::shared_ptr<SyncElement> create(Camera& c) {
         MutexLock lock(queue.mQueueLock);
-        queue.createSyncElement(c.input.frameNo, c.input, &c.output);
+        return queue.createSyncElement(c.input.frameNo, c.input, &c.output);
     }
+    void enque(Camera& c) { queue.enque("syncResultCheck", 7, c.input, &c.output, nullptr); }
 
     SyncQueue queue{15};
+    Camera a{0, 7, {2}};
 };
 
 TEST_F(QueueDeathTest, EleventhLiveFrame) {
-    std::vector<std::unique_ptr<Camera>> cams;
-    for (int frame = 1; frame <= 11; ++frame) {
-        cams.push_back(std::make_unique<Camera>(0, frame, std::initializer_list<int>{1}));
-    }
-    for (int i = 0; i < 10; ++i) {
-        create(*cams[i]);
+    for (a.input.frameNo = 1; a.input.frameNo <= 10; ++a.input.frameNo) {
+        create(a);
     }
     EXPECT_EQ(queue.liveFrameCount(), 10u);
-    EXPECT_DEATH(create(*cams[10]), fatal("please check flow", "createSyncElement"));
+    EXPECT_DEATH(create(a), fatal("please check flow", "createSyncElement"));
 }
 
 TEST_F(QueueDeathTest, CameraEnteringItsFrameTwice) {
-    Camera a(0, 7, {2});
     create(a);
     EXPECT_DEATH(enque(a), fatal("\\(input\\) Duplicate insert! frameno\\(7\\) input cam\\(0\\)",
                                  "updateSyncElement"));
 }
 
 TEST_F(QueueDeathTest, OutputRecordedWithoutItsInput) {
-    Camera a(0, 7, {2});
-    MutexLock lock(queue.mQueueLock);
-    auto const element = queue.createSyncElement(7, a.input, &a.output);
+    auto const element = create(a);
     element->mSyncData.inputParams.clear();
+    MutexLock lock(queue.mQueueLock);
     EXPECT_DEATH(queue.updateSyncElement(element, a.input, &a.output),
                  fatal("\\(output\\) Duplicate insert! frameno\\(7\\) input cam\\(0\\)",
                        "updateSyncElement"));
 }
 
 TEST_F(QueueDeathTest, CameraOutsideTheFramesTargets) {
-    Camera a(0, 7, {1}), stranger(2, 7, {0});
+    Camera stranger(1, 7, {0});
     create(a);
     EXPECT_DEATH(enque(stranger), fatal("camid is NOT exist in sync target", "enque"));
 }
 
 TEST_F(QueueDeathTest, ArrivalRecordFullWhileItsOldestFrameIsLive) {
-    Camera a(0, 1, {1});
+    a.input.frameNo = 1;
     create(a);
     MutexLock lock(queue.mQueueLock);
     for (int frame = 1; frame <= 20; ++frame) {

@@ -1,19 +1,19 @@
 #pragma once
-// Helpers for the sync queue tests: a camera's records for one frame, a recording callback and
-// exact-line checks on the queue's Android log.
+// Helpers for the sync queue tests: a camera's records for one frame, a recording callback and a
+// fixture that checks the queue's Android lines exactly.
 
-#include <NSCam/IMetadata.h>
 #include <android/log.h>
 
 #include <gtest/gtest.h>
 
-#include <initializer_list>
+#include <cstdlib>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
-#include "ISyncQueueCB.h"
 #include "LogCapture.h"
 #include "MetaBuilder.h"
 #include "SyncMetaTags.h"
@@ -21,51 +21,36 @@
 
 namespace queuetest {
 
+using namespace NSCam::camsys::camcoordinator;
 using NSCam::IMetadata;
-using NSCam::camsys::camcoordinator::ISyncQueueCB;
-using NSCam::camsys::camcoordinator::SyncData;
-using NSCam::camsys::camcoordinator::SyncDataUpdaterType;
-using NSCam::camsys::camcoordinator::SyncQueue;
-using NSCam::camsys::camcoordinator::SyncResultInputParams;
-using NSCam::camsys::camcoordinator::SyncResultOutputParams;
 using DropMap = std::map<int, std::vector<int>>;
+constexpr ISyncQueueCB::Type kReady = ISyncQueueCB::SYNC_DATA_READY;
+constexpr ISyncQueueCB::Type kDrop = ISyncQueueCB::SYNC_DATA_DROP;
 
 // One camera's result for one frame. `syncIds` become RYX_FRAMESYNC_ID (absent when empty).
 struct Camera {
     Camera(int id, int frame, std::initializer_list<int> syncIds,
-           std::initializer_list<int> masterSlave = {}) {
+           std::initializer_list<int> masterSlave = {})
+        : input{id, frame + 1000, frame, nullptr, &halControl}, output{&halDynamic} {
         if (syncIds.size() != 0) {
-            ryxtest::setInts(halControl, NSCam::camsys::camcoordinator::RYX_FRAMESYNC_ID, syncIds);
+            ryxtest::setInts(halControl, RYX_FRAMESYNC_ID, syncIds);
         }
         if (masterSlave.size() != 0) {
-            ryxtest::setInts(halControl, NSCam::camsys::camcoordinator::RYX_MW_MASTER_SLAVE_LIST,
-                             masterSlave);
+            ryxtest::setInts(halControl, RYX_MW_MASTER_SLAVE_LIST, masterSlave);
         }
-        input.m_id = id;
-        input.frameNo = frame;
-        input.requestNo = frame + 1000;
-        input.HalControl = &halControl;
-        output.HalDynamic = &halDynamic;
     }
     Camera(Camera const&) = delete;
-    Camera& operator=(Camera const&) = delete;
 
-    IMetadata halControl;
-    IMetadata halDynamic;
+    IMetadata halControl, halDynamic;
     SyncResultInputParams input;
     SyncResultOutputParams output;
 };
 
-// What the callback saw of one onEvent call.
+// What the callback saw of one onEvent call: the event and a copy of the frame's sync data.
 struct Event {
     ISyncQueueCB::Type type;
     uint32_t processType;
-    int frameNo;
-    int requestNo;
-    std::vector<int> targets;
-    std::vector<int> masterSlave;
-    std::map<int, SyncResultInputParams const*> inputs;
-    std::map<int, SyncResultOutputParams*> outputs;
+    SyncData data;
 };
 
 class RecordingCallback : public ISyncQueueCB {
@@ -73,19 +58,10 @@ class RecordingCallback : public ISyncQueueCB {
     explicit RecordingCallback(bool verdict = true) : mVerdict(verdict) {}
 
     bool onEvent(Type type, SyncDataUpdaterType const& processType, SyncData const* data) override {
-        Event e{type,
-                processType,
-                data->frameNo,
-                data->requestNo,
-                data->syncTargetList,
-                data->masterSlaveList,
-                {data->inputParams.begin(), data->inputParams.end()},
-                {data->outputParams.begin(), data->outputParams.end()}};
         std::lock_guard<std::mutex> lock(mMutex);
-        mEvents.push_back(std::move(e));
+        mEvents.push_back(Event{type, processType, *data});
         return mVerdict;
     }
-
     std::vector<Event> events() const {
         std::lock_guard<std::mutex> lock(mMutex);
         return mEvents;
@@ -97,48 +73,58 @@ class RecordingCallback : public ISyncQueueCB {
     std::vector<Event> mEvents;
 };
 
-// The text after the "(%4d) " line column, with the line number; empty when unframed.
-inline std::string unframed(std::string const& text, int* lineNo = nullptr) {
-    size_t const close = text.find(") ");
-    if (text.empty() || text[0] != '(' || close == std::string::npos) {
-        return {};
+// The event is of `type`, for `frame`, and holds exactly these cameras' records.
+inline void expectEvent(Event const& e, ISyncQueueCB::Type type, int frame,
+                        std::initializer_list<Camera*> cams) {
+    EXPECT_EQ(e.type, type);
+    EXPECT_EQ(e.data.frameNo, frame);
+    std::map<int, std::pair<void const*, void const*>> want, got;
+    for (Camera* c : cams) {
+        want[c->input.m_id] = {&c->input, &c->output};
     }
-    std::string const digits = text.substr(1, close - 1);
-    size_t const first = digits.find_first_not_of(' ');
-    if (first == std::string::npos ||
-        digits.find_first_not_of("0123456789", first) != std::string::npos) {
-        return {};
+    for (auto const& [id, input] : e.data.inputParams) {
+        got[id].first = input;
     }
-    if (lineNo != nullptr) {
-        *lineNo = std::stoi(digits.substr(first));
+    for (auto const& [id, output] : e.data.outputParams) {
+        got[id].second = output;
     }
-    return text.substr(close + 2);
+    EXPECT_EQ(got, want);
 }
 
-// The queue's Android lines of one priority without the line column, e.g.
-// "[enque] [syncResultCheck][f7] CamId = 2 notify".
-inline std::vector<std::string> queueLines(ryxtest::LogCapture const& cap,
-                                           int priority = ANDROID_LOG_DEBUG) {
-    std::vector<std::string> out;
-    for (auto const& line : cap.android()) {
-        if (line.tag == "RyxCam/SyncQueue" && line.priority == priority) {
-            std::string body = unframed(line.text);
-            if (!body.empty()) {
-                out.push_back(std::move(body));
+class QueueTest : public ::testing::Test {
+  protected:
+    QueueTest() { queue.setCallback(callback); }
+
+    void useCallback(bool verdict) {
+        callback = std::make_shared<RecordingCallback>(verdict);
+        queue.setCallback(callback);
+    }
+    bool enque(Camera& c, std::vector<int> dropList = {}) {
+        return queue.enque("syncResultCheck", c.input.frameNo, c.input, &c.output, &dropList);
+    }
+
+    // A queue line "(%4d) [func] body" of the priority; an error line must also carry the
+    // " (func){#line:source}" suffix with its own function and line.
+    bool hasLine(std::string const& func, std::string const& body,
+                 int priority = ANDROID_LOG_DEBUG) const {
+        std::string const framed = "[" + func + "] " + body;
+        for (auto const& line : cap.androidMatching(") " + framed, "RyxCam/SyncQueue")) {
+            std::string const suffix = priority != ANDROID_LOG_ERROR
+                                           ? ""
+                                           : " (" + func + "){#" +
+                                                 std::to_string(std::atoi(line.text.c_str() + 1)) +
+                                                 ":hw/camsys/cam_coordinator/SyncHelper/SyncQueue}";
+            if (line.priority == priority && line.text[0] == '(' &&
+                line.text.substr(line.text.find(") [") + 2) == framed + suffix) {
+                return true;
             }
         }
+        return false;
     }
-    return out;
-}
 
-inline bool hasLine(ryxtest::LogCapture const& cap, std::string const& body,
-                    int priority = ANDROID_LOG_DEBUG) {
-    for (auto const& l : queueLines(cap, priority)) {
-        if (l == body) {
-            return true;
-        }
-    }
-    return false;
-}
+    ryxtest::LogCapture cap;
+    std::shared_ptr<RecordingCallback> callback = std::make_shared<RecordingCallback>(true);
+    SyncQueue queue{15};
+};
 
 }  // namespace queuetest

@@ -6,51 +6,43 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <thread>
 #include <vector>
 
-#include "SyncMetaTags.h"
+#include "Watchdog.h"
 #include "updaters_frame.h"
 
 namespace {
 
-using namespace NSCam::camsys::camcoordinator;
+using namespace updtest;
 
 TEST(MasterCamThreadedTest, ConcurrentFramesAreJudgedAgainstOneHistory) {
-    std::unordered_map<unsigned int, NSCam::CameraInfo> info;
-    MasterCamSyncDataUpdater updater(0xabc, info);
-    constexpr int kThreads = 4;
-    constexpr int kFramesPerThread = 500;
+    MasterCamSyncDataUpdater updater(0xabc, CameraInfos{});
     std::atomic<int> next{1};
     std::atomic<int> accepted{0};
-
     std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
+    for (int t = 0; t < 4; ++t) {
         threads.emplace_back([&] {
-            for (int i = 0; i < kFramesPerThread; ++i) {
+            for (int i = 0; i < 500; ++i) {
                 int const n = next.fetch_add(1);
-                updtest::Frame f(n);
+                Frame f(n);
                 f.add(0, n, n);  // frame number and exposure rise together
                 f.add(1, n, n);
                 if (updater.update(f.get())) {
                     accepted.fetch_add(1);
-                    int value = 0;
-                    ASSERT_TRUE(updtest::IMetadata::getEntry<int>(&f.cam(1).halDynamic,
-                                                                  RYX_DUALZOOM_REAL_MASTER, value));
-                    EXPECT_EQ(value, 0);
+                    EXPECT_EQ(read<int>(f.cam(1).halDynamic, RYX_DUALZOOM_REAL_MASTER), 0);
                     EXPECT_TRUE(f.cam(0).output.bMasterCam);
                     EXPECT_FALSE(f.cam(1).output.bMasterCam);
                 }
             }
         });
     }
-    for (auto& th : threads) {
-        th.join();
-    }
+    ryxtest::Watchdog("master-camera history", std::chrono::seconds(60)).join(threads);
     EXPECT_GE(accepted.load(), 1);
 
     // Some frame numbered 2 or more reached the history, so frame 1 now comes too late.
-    updtest::Frame old(1);
+    Frame old(1);
     old.add(0, 1, 1);
     old.add(1, 1, 1);
     EXPECT_FALSE(updater.update(old.get()));

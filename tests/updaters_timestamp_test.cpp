@@ -7,43 +7,45 @@
 
 #include <string>
 
-#include "LogCapture.h"
-#include "SyncMetaTags.h"
 #include "updaters_frame.h"
 
 namespace {
 
-using namespace NSCam::camsys::camcoordinator;
-using NSCam::IMetadata;
-using updtest::Frame;
-using updtest::lines;
-using updtest::read;
-using updtest::withMsg;
+using namespace updtest;
 
-constexpr const char* kTag = "RyxCam/TimestampSyncDataUpdater";
+constexpr const char* kMissing = "W [update] Timestamp not exist! Check flow!";
 
 class TimestampUpdaterTest : public ::testing::Test {
   protected:
-    // Two cameras, 0 first; the tolerance and mode go into camera 0's HalControl.
-    void twoCameras(Frame& f, int64_t sof0, int64_t sof1, int64_t toleranceUs, int32_t mode) {
-        f.add(0, sof0);
-        f.add(1, sof1);
-        IMetadata::setEntry<long>(&f.cam(0).halControl, RYX_FRAMESYNC_TOLERANCE, toleranceUs);
-        IMetadata::setEntry<int>(&f.cam(0).halControl, RYX_FRAMESYNC_MODE, mode);
+    static void request(Camera& c, int64_t toleranceUs, int32_t mode) {
+        IMetadata::setEntry<long>(&c.halControl, RYX_FRAMESYNC_TOLERANCE, toleranceUs);
+        IMetadata::setEntry<int>(&c.halControl, RYX_FRAMESYNC_MODE, mode);
     }
     static std::optional<long> result(Frame& f, int32_t id) {
         return read<long>(f.cam(id).halDynamic, RYX_FRAMESYNC_RESULT);
     }
+    // One comparison of camera 0 with camera `id`, as the updater words it.
+    static std::string piece(Frame const& f, int64_t time1, int id, int64_t time2, int64_t tol,
+                             bool ok) {
+        return "[r" + std::to_string(f.data.requestNo) + ":f" + std::to_string(f.data.frameNo) +
+               "], CamId=0, time1=" + std::to_string(time1) + "ns, SyncId=" + std::to_string(id) +
+               ", time2=" + std::to_string(time2) + "ns, tolerance=" + std::to_string(tol) +
+               "us, syncOK=" + (ok ? "1" : "0");
+    }
+    // Runs a fresh updater (made at the default verbosity) on the frame.
+    bool run(Frame& f) {
+        TimestampSyncDataUpdater updater(1, CameraInfos{});
+        mCap.clear();
+        return updater.update(f.get());
+    }
+    Lines logged() const { return updtest::logged(mCap, "RyxCam/TimestampSyncDataUpdater"); }
 
     ryxtest::LogCapture mCap;
-    std::unordered_map<unsigned int, NSCam::CameraInfo> mInfo;
 };
 
 struct BoundaryCase {
     const char* name;
-    int64_t sof0;
-    int64_t sof1;
-    int64_t toleranceUs;
+    int64_t sof0, sof1, toleranceUs;
     int32_t mode;
     long expected;
 };
@@ -51,23 +53,24 @@ struct BoundaryCase {
 class TimestampBoundaryTest : public TimestampUpdaterTest,
                               public ::testing::WithParamInterface<BoundaryCase> {};
 
-TEST_P(TimestampBoundaryTest, WritesTheSameVerdictIntoEveryCamera) {
+TEST_P(TimestampBoundaryTest, WritesOneVerdictIntoEveryCameraAndLogsTheComparison) {
     BoundaryCase const& c = GetParam();
-    Frame f;
-    twoCameras(f, c.sof0, c.sof1, c.toleranceUs, c.mode);
-    TimestampSyncDataUpdater updater(1, mInfo);
+    Frame f(37, 12);
+    request(f.add(0, c.sof0), c.toleranceUs, c.mode);
+    f.add(1, c.sof1);
 
-    EXPECT_TRUE(updater.update(f.get()));
+    EXPECT_TRUE(run(f));
     EXPECT_EQ(result(f, 0), c.expected);
     EXPECT_EQ(result(f, 1), c.expected);
+    EXPECT_EQ(logged(), Lines{std::string(c.expected == 0 ? "D" : "W") + " [update] " +
+                              piece(f, c.sof0, 1, c.sof1, c.toleranceUs, c.expected == 0)});
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Milliseconds, TimestampBoundaryTest,
     ::testing::Values(
-        // 0.9 ms apart inside one millisecond: 0 ms apart.
+        // 0.9 ms apart inside one millisecond: 0 ms apart; across a boundary: 1 ms apart.
         BoundaryCase{"NearlyOneMsWithinAMs", 1000000000, 1000999999, 0, 0, 0},
-        // 0.9 ms apart across a millisecond boundary: 1 ms apart.
         BoundaryCase{"NineTenthsAcrossAMs", 1000500000, 1001400000, 0, 0, 1},
         BoundaryCase{"NineTenthsAcrossAMsTolerance999us", 1000500000, 1001400000, 999, 0, 1},
         BoundaryCase{"NineTenthsAcrossAMsTolerance1000us", 1000500000, 1001400000, 1000, 0, 0},
@@ -78,238 +81,124 @@ INSTANTIATE_TEST_SUITE_P(
         BoundaryCase{"TwoMsTolerance1999usModeMinus1", 1000000000, 1002000000, 1999, -1, 1},
         BoundaryCase{"TwoMsTolerance2000us", 1000000000, 1002000000, 2000, 1, 0},
         BoundaryCase{"OtherCameraEarlier", 1002000000, 1000000000, 1999, 1, 2},
-        BoundaryCase{"OtherCameraEarlierInclusive", 1002000000, 1000000000, 2000, 1, 0},
-        BoundaryCase{"SameTime", 5000000, 5000000, 0, 1, 0}),
+        BoundaryCase{"OtherCameraEarlierInclusive", 1002000000, 1000000000, 2000, 1, 0}),
     [](auto const& info) { return std::string(info.param.name); });
-
-TEST_F(TimestampUpdaterTest, OutOfSyncLogsTheComparisonAsWarning) {
-    Frame f(37, 12);
-    twoCameras(f, 1000000000, 1002000000, 1999, 1);
-    TimestampSyncDataUpdater updater(1, mInfo);
-    mCap.clear();
-
-    ASSERT_TRUE(updater.update(f.get()));
-
-    auto const all = lines(mCap, kTag);
-    ASSERT_EQ(all.size(), 1u);
-    EXPECT_EQ(all[0].priority, ANDROID_LOG_WARN);
-    EXPECT_EQ(all[0].func, "update");
-    EXPECT_EQ(all[0].msg,
-              "[r12:f37], CamId=0, time1=1000000000ns, SyncId=1, time2=1002000000ns, "
-              "tolerance=1999us, syncOK=0");
-}
-
-TEST_F(TimestampUpdaterTest, InSyncLogsTheComparisonAsDebug) {
-    Frame f(3, 4);
-    twoCameras(f, 1000000000, 1000999999, 0, 1);
-    TimestampSyncDataUpdater updater(1, mInfo);
-    mCap.clear();
-
-    ASSERT_TRUE(updater.update(f.get()));
-
-    auto const all = lines(mCap, kTag);
-    ASSERT_EQ(all.size(), 1u);
-    EXPECT_EQ(all[0].priority, ANDROID_LOG_DEBUG);
-    EXPECT_EQ(all[0].msg,
-              "[r4:f3], CamId=0, time1=1000000000ns, SyncId=1, time2=1000999999ns, "
-              "tolerance=0us, syncOK=1");
-}
 
 TEST_F(TimestampUpdaterTest, ThreeCamerasGrowOneMessageWithoutSeparator) {
     Frame f(37, 12);
-    f.add(0, 1000000000);
+    request(f.add(0, 1000000000), 1000, 0);
     f.add(1, 1005000000);  // 5 ms late: out of sync
     f.add(2, 1000000000);  // in step with camera 0
-    IMetadata::setEntry<long>(&f.cam(0).halControl, RYX_FRAMESYNC_TOLERANCE, 1000);
-    IMetadata::setEntry<int>(&f.cam(0).halControl, RYX_FRAMESYNC_MODE, 0);
-    TimestampSyncDataUpdater updater(1, mInfo);
-    mCap.clear();
-
-    ASSERT_TRUE(updater.update(f.get()));
+    ASSERT_TRUE(run(f));
 
     // The pieces follow the input map's own order; syncOK is the running value.
-    auto piece = [](int id, const char* time2, int ok) {
-        return std::string("[r12:f37], CamId=0, time1=1000000000ns, SyncId=") + std::to_string(id) +
-               ", time2=" + time2 + "ns, tolerance=1000us, syncOK=" + std::to_string(ok);
-    };
-    std::string expected;
+    std::string expected = "W [update] ";
     bool ok = true;
-    for (int32_t id : f.inputOrder()) {
-        if (id == 1) {
-            ok = false;
-            expected += piece(1, "1005000000", 0);
-        } else if (id == 2) {
-            expected += piece(2, "1000000000", ok ? 1 : 0);
+    for (auto const& [id, input] : f.data.inputParams) {
+        if (id != 0) {
+            ok = ok && id != 1;
+            expected += piece(f, 1000000000, id, input->sofTimeStamp, 1000, ok);
         }
     }
-    auto const warnings = lines(mCap, kTag);
-    ASSERT_EQ(warnings.size(), 1u);
-    EXPECT_EQ(warnings[0].priority, ANDROID_LOG_WARN);
-    EXPECT_EQ(warnings[0].msg, expected);
-    EXPECT_EQ(result(f, 0), 1);
-    EXPECT_EQ(result(f, 1), 1);
-    EXPECT_EQ(result(f, 2), 1);
-}
-
-TEST_F(TimestampUpdaterTest, AbsentToleranceOrModeWritesNothing) {
-    for (int absent : {0, 1}) {
-        Frame f;
-        f.add(0, 1000000000);
-        f.add(1, 2000000000);  // a second apart
-        if (absent != 0) {
-            IMetadata::setEntry<long>(&f.cam(0).halControl, RYX_FRAMESYNC_TOLERANCE, 0);
-        } else {
-            IMetadata::setEntry<int>(&f.cam(0).halControl, RYX_FRAMESYNC_MODE, 1);
-        }
-        TimestampSyncDataUpdater updater(1, mInfo);
-        mCap.clear();
-
-        EXPECT_TRUE(updater.update(f.get())) << absent;
-        EXPECT_FALSE(result(f, 0).has_value()) << absent;
-        EXPECT_FALSE(result(f, 1).has_value()) << absent;
-        EXPECT_TRUE(lines(mCap, kTag).empty()) << absent;
+    EXPECT_EQ(logged(), Lines{expected});
+    for (int id : {0, 1, 2}) {
+        EXPECT_EQ(result(f, id), 1) << id;
     }
 }
 
-TEST_F(TimestampUpdaterTest, ToleranceOnAnotherCameraIsNotConsulted) {
-    Frame f;
-    f.add(0, 1000000000);
-    f.add(1, 1000000000);
-    IMetadata::setEntry<long>(&f.cam(1).halControl, RYX_FRAMESYNC_TOLERANCE, 0);
-    IMetadata::setEntry<int>(&f.cam(1).halControl, RYX_FRAMESYNC_MODE, 1);
-    TimestampSyncDataUpdater updater(1, mInfo);
+// Frames that are not judged, or judged from incomplete records. The tolerance (1,000 us) and
+// the mode (1) go where the case says.
+constexpr int64_t kNoInput = -1;  // a sync target whose result never reached the frame
 
-    EXPECT_TRUE(updater.update(f.get()));
-    EXPECT_FALSE(result(f, 0).has_value());
-    EXPECT_FALSE(result(f, 1).has_value());
-}
-
-TEST_F(TimestampUpdaterTest, MissingTimestampOnFirstOrLaterCameraFailsAndWritesNothing) {
-    struct Case {
-        int64_t sof0, sof1, sof2;
-    } const cases[] = {
-        {0, 1000000000, 1000000000},  // first camera
-        {1000000000, 1000000000, 0},  // a later one
-        {1000000000, 1009000000, 0},  // a later one, next to an out-of-sync one
-        {1000000000, 0, 1009000000},  // likewise, other order
-        {1000000000, 0, 0},           // two missing: the first one found ends the check
-    };
-    for (auto const& c : cases) {
-        Frame f;
-        f.add(0, c.sof0);
-        f.add(1, c.sof1);
-        f.add(2, c.sof2);
-        IMetadata::setEntry<long>(&f.cam(0).halControl, RYX_FRAMESYNC_TOLERANCE, 1000);
-        IMetadata::setEntry<int>(&f.cam(0).halControl, RYX_FRAMESYNC_MODE, 1);
-        TimestampSyncDataUpdater updater(1, mInfo);
-        mCap.clear();
-
-        EXPECT_FALSE(updater.update(f.get()));
-        for (int id : {0, 1, 2}) {
-            EXPECT_FALSE(result(f, id).has_value()) << id;
-        }
-        auto const all = lines(mCap, kTag);
-        ASSERT_EQ(all.size(), 1u);
-        EXPECT_EQ(all[0].priority, ANDROID_LOG_WARN);
-        EXPECT_EQ(all[0].func, "update");
-        EXPECT_EQ(all[0].msg, "Timestamp not exist! Check flow!");
-    }
-}
-
-TEST_F(TimestampUpdaterTest, FirstTargetWithoutInputIsJudgedFromTimeZero) {
-    // Camera 0 is the first target but never arrived: its time counts as 0, the tolerance and
-    // the mode as 0, so only a camera below 1 ms stays in sync and a failure is always 1.
-    struct Case {
-        int64_t sof;
-        long expected;
-    } const cases[] = {{999999, 0}, {1000000, 1}, {1000000000, 1}};
-    for (auto const& c : cases) {
-        Frame f;
-        f.addMissingTarget(0);
-        f.add(1, c.sof);
-        IMetadata::setEntry<long>(&f.cam(1).halControl, RYX_FRAMESYNC_TOLERANCE, 1000000);
-        IMetadata::setEntry<int>(&f.cam(1).halControl, RYX_FRAMESYNC_MODE, 1);
-        TimestampSyncDataUpdater updater(1, mInfo);
-        mCap.clear();
-
-        EXPECT_TRUE(updater.update(f.get())) << c.sof;
-        EXPECT_EQ(result(f, 1), c.expected) << c.sof;
-        auto const errors = withMsg(lines(mCap, kTag), "SyncResultInputParams is null");
-        ASSERT_EQ(errors.size(), 1u);
-        EXPECT_EQ(errors[0].priority, ANDROID_LOG_ERROR);
-        EXPECT_EQ(errors[0].suffixFunc, "update");
-        EXPECT_EQ(errors[0].suffixSource,
-                  "hw/camsys/cam_coordinator/SyncHelper/TimestampSyncDataUpdater");
-    }
-}
-
-TEST_F(TimestampUpdaterTest, SingleTargetIsLeftAlone) {
-    Frame f;
-    f.add(0, 1000000000);
-    IMetadata::setEntry<long>(&f.cam(0).halControl, RYX_FRAMESYNC_TOLERANCE, 0);
-    IMetadata::setEntry<int>(&f.cam(0).halControl, RYX_FRAMESYNC_MODE, 1);
-    TimestampSyncDataUpdater updater(1, mInfo);
-
-    EXPECT_TRUE(updater.update(f.get()));
-    EXPECT_FALSE(result(f, 0).has_value());
-}
-
-// mLogLevel is read once at construction; only "+", "-" and the single-camera line need it.
-struct LevelCase {
-    const char* property;  // nullptr: unset
-    bool traced;
+struct IrregularCase {
+    const char* name;
+    std::vector<int64_t> sofs;  // by camera id
+    int toleranceOn, modeOn;    // -1: absent
+    bool returns;
+    std::optional<long> result;  // in every camera that arrived
+    Lines log;
 };
 
+class TimestampIrregularTest : public TimestampUpdaterTest,
+                               public ::testing::WithParamInterface<IrregularCase> {};
+
+TEST_P(TimestampIrregularTest, ReturnsWritesAndLogsAsExpected) {
+    IrregularCase const& c = GetParam();
+    Frame f;
+    for (int32_t id = 0; id < static_cast<int32_t>(c.sofs.size()); ++id) {
+        if (c.sofs[id] == kNoInput) {
+            f.data.syncTargetList.push_back(id);
+        } else {
+            f.add(id, c.sofs[id]);
+        }
+    }
+    if (c.toleranceOn >= 0) {
+        IMetadata::setEntry<long>(&f.cam(c.toleranceOn).halControl, RYX_FRAMESYNC_TOLERANCE, 1000);
+    }
+    if (c.modeOn >= 0) {
+        IMetadata::setEntry<int>(&f.cam(c.modeOn).halControl, RYX_FRAMESYNC_MODE, 1);
+    }
+    EXPECT_EQ(run(f), c.returns);
+    for (auto const& [id, input] : f.data.inputParams) {
+        EXPECT_EQ(result(f, id), c.result) << id;
+    }
+    EXPECT_EQ(logged(), c.log);
+}
+
+// With the first target missing, its time, tolerance and mode count as 0: only a camera below
+// 1 ms stays in sync, and a failure is always 1.
+constexpr const char* kNullInput = "E [update] SyncResultInputParams is null";
+constexpr const char* kZeroOk =
+    "D [update] [r7:f10], CamId=0, time1=0ns, SyncId=1, time2=999999ns, tolerance=0us, syncOK=1";
+constexpr const char* kZeroLate =
+    "W [update] [r7:f10], CamId=0, time1=0ns, SyncId=1, time2=1000000ns, tolerance=0us, syncOK=0";
+
+INSTANTIATE_TEST_SUITE_P(
+    Frames, TimestampIrregularTest,
+    ::testing::Values(
+        IrregularCase{"ToleranceOnly", {1000000000, 2000000000}, 0, -1, true, {}, {}},
+        IrregularCase{"ModeOnly", {1000000000, 2000000000}, -1, 0, true, {}, {}},
+        IrregularCase{"ControlsOnALaterCamera", {1000000000, 2000000000}, 1, 1, true, {}, {}},
+        IrregularCase{"SingleTarget", {1000000000}, 0, 0, true, {}, {}},
+        IrregularCase{"FirstTimeMissing", {0, 1000000000, 1000000000}, 0, 0, false, {}, {kMissing}},
+        // A later time missing cancels the whole check, whatever was compared before it.
+        IrregularCase{"LaterTimeMissing", {1000000000, 1009000000, 0}, 0, 0, false, {}, {kMissing}},
+        IrregularCase{"OtherTimeMissing", {1000000000, 0, 1009000000}, 0, 0, false, {}, {kMissing}},
+        IrregularCase{"TwoTimesMissing", {1000000000, 0, 0}, 0, 0, false, {}, {kMissing}},
+        IrregularCase{"NoFirstOnTime", {kNoInput, 999999}, 1, 1, true, 0, {kNullInput, kZeroOk}},
+        IrregularCase{"NoFirstLate", {kNoInput, 1000000}, 1, 1, true, 1, {kNullInput, kZeroLate}}),
+    [](auto const& info) { return std::string(info.param.name); });
+
+// mLogLevel is read once at construction; only "+", "-" and the single-camera line need it.
 class TimestampLogLevelTest : public TimestampUpdaterTest,
-                              public ::testing::WithParamInterface<LevelCase> {};
+                              public ::testing::WithParamInterface<const char*> {};
 
 TEST_P(TimestampLogLevelTest, GatesOnlyTheTraceLines) {
-    LevelCase const& c = GetParam();
-    std::unique_ptr<TimestampSyncDataUpdater> updater;
-    {
-        updtest::ScopedLogLevel level(c.property);
-        mCap.clear();
-        updater = std::make_unique<TimestampSyncDataUpdater>(1, mInfo);
-    }
-    auto ctor = lines(mCap, kTag);
-    ASSERT_EQ(ctor.size(), 1u);
-    EXPECT_EQ(ctor[0].func, "TimestampSyncDataUpdater");
-    EXPECT_EQ(ctor[0].msg, std::string("SyncDataUpdater mLogLevel(") +
-                               (c.property != nullptr ? c.property : "0") + ")");
+    const char* const level = GetParam();
+    bool const traced = level != nullptr && std::stoi(level) >= 2;
+    mCap.clear();
+    auto const updater = withLogLevel<TimestampSyncDataUpdater>(level);
+    EXPECT_EQ(logged(),
+              Lines{std::string("D [TimestampSyncDataUpdater] SyncDataUpdater mLogLevel(") +
+                    (level != nullptr ? level : "0") + ")"});
 
     Frame single;
     single.add(0, 1000000000);
     mCap.clear();
-    updater->update(single.get());
-    auto const s = lines(mCap, kTag);
-    if (c.traced) {
-        ASSERT_EQ(s.size(), 2u);
-        EXPECT_EQ(s[0].msg, "+");
-        EXPECT_EQ(s[1].msg, "single cam frame, ignore");
-        EXPECT_EQ(s[1].func, "update");
-    } else {
-        EXPECT_TRUE(s.empty());
-    }
+    EXPECT_TRUE(updater->update(single.get()));
+    EXPECT_EQ(logged(),
+              (traced ? Lines{"D [update] +", "D [update] single cam frame, ignore"} : Lines{}));
 
     Frame f;
-    twoCameras(f, 1000000000, 1000000000, 0, 1);
-    f.cam(1).input.sofTimeStamp = 0;  // a warning, which never depends on the level
+    request(f.add(0, 1000000000), 0, 1);
+    f.add(1, 0);  // a warning, which never depends on the level
     mCap.clear();
-    updater->update(f.get());
-    auto const all = lines(mCap, kTag);
-    ASSERT_EQ(all.size(), c.traced ? 3u : 1u);
-    EXPECT_EQ(withMsg(all, "Timestamp not exist! Check flow!").size(), 1u);
-    if (c.traced) {
-        EXPECT_EQ(all.front().msg, "+");
-        EXPECT_EQ(all.back().msg, "-");
-        EXPECT_EQ(all.front().priority, ANDROID_LOG_DEBUG);
-        EXPECT_EQ(all.back().func, "update");
-    }
+    EXPECT_FALSE(updater->update(f.get()));
+    EXPECT_EQ(logged(),
+              (traced ? Lines{"D [update] +", kMissing, "D [update] -"} : Lines{kMissing}));
 }
 
 INSTANTIATE_TEST_SUITE_P(Property, TimestampLogLevelTest,
-                         ::testing::Values(LevelCase{nullptr, false}, LevelCase{"0", false},
-                                           LevelCase{"1", false}, LevelCase{"2", true},
-                                           LevelCase{"3", true}));
+                         ::testing::Values(nullptr, "1", "2", "3"));
 
 }  // namespace
