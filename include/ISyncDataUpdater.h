@@ -14,7 +14,7 @@ namespace camsys {
 namespace camcoordinator {
 
 class ISyncDataUpdater {
-public:
+  public:
     ISyncDataUpdater(unsigned long sessionKey,
                      std::unordered_map<unsigned int, NSCam::CameraInfo> const& cameraInfo)
         : mSessionKey(sessionKey), mCameraInfo(cameraInfo) {}
@@ -24,7 +24,7 @@ public:
     // and output records `data` points to; keeps no pointer from it. False fails the frame.
     virtual bool update(SyncData const* data) = 0;
 
-protected:
+  protected:
     uint64_t mSessionKey;
     std::unordered_map<uint32_t, NSCam::CameraInfo> mCameraInfo;
 };

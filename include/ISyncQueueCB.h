@@ -10,7 +10,7 @@ namespace camsys {
 namespace camcoordinator {
 
 class ISyncQueueCB {
-public:
+  public:
     enum Type : int32_t {
         SYNC_DATA_READY = 0,  // the frame's rendezvous is complete (or the queue was cleared)
         SYNC_DATA_DROP = 1,   // the frame was dropped

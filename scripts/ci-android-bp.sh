@@ -25,8 +25,10 @@ trap 'rm -rf "$work"' EXIT
 cp -r "$root/Android.bp" "$root/include" "$root/hw" "$root/platform" "$work/"
 cd "$work"
 mini-soong '**/Android.bp' Makefile
-# mini-soong drops -Werror from module flags; put it back for the whole build.
-printf 'include Makefile\nCXXFLAGS += -Werror -O2\n' > Werror.mk
+# mini-soong drops -Werror from module flags; put it back for the whole build. It also only adds
+# "-L." for modules of blueprints it read earlier, and platform/Android.bp is read after the
+# top-level one, so the library directory is given here.
+printf 'include Makefile\nCXXFLAGS += -Werror -O2\nLDFLAGS += -L.\n' > Werror.mk
 make -s -f Werror.mk build CC=g++ -j2
 so=$(ls libryxcam_synchelper.so.* | head -n1)
 [ -n "$so" ] || fail "no libryxcam_synchelper.so was built"

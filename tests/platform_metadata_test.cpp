@@ -64,8 +64,8 @@ TEST(IMetadataTest, ItemsKeepTheirTypeAndOrder) {
 TEST(IMetadataTest, WrongTypeOrPastTheEndReadsZeroAndFalse) {
     IMetadata::IEntry entry(kTag);
     entry.push_back<int64_t>(9);
-    EXPECT_EQ(entry.itemAt<int>(0), 0);    // stored as int64, read as int32
-    EXPECT_EQ(entry.itemAt<long>(1), 0);   // past the end
+    EXPECT_EQ(entry.itemAt<int>(0), 0);   // stored as int64, read as int32
+    EXPECT_EQ(entry.itemAt<long>(1), 0);  // past the end
     EXPECT_EQ(entry.itemAt<MRect>(0), MRect());
     int value = 42;
     EXPECT_FALSE(entry.tryItemAt(0, value));

@@ -7,7 +7,7 @@ namespace props = NSCam::Utils::Properties;
 namespace {
 
 class HostPropertiesTest : public ::testing::Test {
-protected:
+  protected:
     void TearDown() override { props::clearHostProperties(); }
 };
 

@@ -18,13 +18,31 @@ using ryxtest::LogCapture;
 namespace {
 
 // Each probe logs one statement of one severity; the line numbers are returned for the frame.
-int probeDebug(int v) { RYX_LOGD("debug(%d)", v); return __LINE__; }
-int probeInfo(int v) { RYX_LOGI("info(%d)", v); return __LINE__; }
-int probeWarn(int v) { RYX_LOGW("warn(%d)", v); return __LINE__; }
-int probeError(int v) { RYX_LOGE("error(%d)", v); return __LINE__; }
-void probeLong(const std::string& s) { RYX_LOGW("%s", s.c_str()); }
-void probeFatal() { RYX_LOGF("Invalid operation."); }
-void probeFatalArgs(int f, int c) { RYX_LOGF("(input) Duplicate insert! frameno(%d) input cam(%d)", f, c); }
+int probeDebug(int v) {
+    RYX_LOGD("debug(%d)", v);
+    return __LINE__;
+}
+int probeInfo(int v) {
+    RYX_LOGI("info(%d)", v);
+    return __LINE__;
+}
+int probeWarn(int v) {
+    RYX_LOGW("warn(%d)", v);
+    return __LINE__;
+}
+int probeError(int v) {
+    RYX_LOGE("error(%d)", v);
+    return __LINE__;
+}
+void probeLong(const std::string& s) {
+    RYX_LOGW("%s", s.c_str());
+}
+void probeFatal() {
+    RYX_LOGF("Invalid operation.");
+}
+void probeFatalArgs(int f, int c) {
+    RYX_LOGF("(input) Duplicate insert! frameno(%d) input cam(%d)", f, c);
+}
 
 std::string frame(int line, const char* func, const std::string& msg) {
     char buf[64];
@@ -50,8 +68,7 @@ TEST(SyncLogRoutingTest, ModeOneSendsToAndroidOnlyWithErrorSuffix) {
     EXPECT_EQ(l.priority, ANDROID_LOG_ERROR);
     EXPECT_EQ(l.tag, "RyxCam/LogProbe");
     EXPECT_EQ(l.text, frame(line, "probeError", "error(7)") + " (probeError){#" +
-                          std::to_string(line) +
-                          ":hw/camsys/cam_coordinator/SyncHelper/LogProbe}");
+                          std::to_string(line) + ":hw/camsys/cam_coordinator/SyncHelper/LogProbe}");
     EXPECT_TRUE(cap.ulog().empty());
 }
 
@@ -147,7 +164,7 @@ TEST(SyncLogBufferTest, NoUnifiedLoggerInstalledIsHarmless) {
 
 // A logger that reports what it receives on stderr, so a death test can see the order.
 class StderrULogger : public ULogger {
-public:
+  public:
     void output(uint32_t, const char*, uint32_t level, const char* text, int length) override {
         std::fprintf(stderr, "ULOG level=%u len=%d text=<%s>\n", level, length, text);
     }

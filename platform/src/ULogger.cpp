@@ -23,8 +23,8 @@ RecordingULogger& RecordingULogger::hostDefault() {
     return *instance;
 }
 
-void RecordingULogger::output(uint32_t moduleId, const char* tag, uint32_t level,
-                              const char* text, int length) {
+void RecordingULogger::output(uint32_t moduleId, const char* tag, uint32_t level, const char* text,
+                              int length) {
     ULogLine line;
     line.moduleId = moduleId;
     line.tag = tag != nullptr ? tag : "";

@@ -85,9 +85,8 @@ std::vector<AndroidLine> LogCapture::androidMatching(const std::string& needle,
 
 bool LogCapture::ulogHas(const std::string& needle) const {
     auto lines = mULog.lines();
-    return std::any_of(lines.begin(), lines.end(), [&](auto const& l) {
-        return l.text.find(needle) != std::string::npos;
-    });
+    return std::any_of(lines.begin(), lines.end(),
+                       [&](auto const& l) { return l.text.find(needle) != std::string::npos; });
 }
 
 bool LogCapture::waitForAndroid(const std::string& needle,

@@ -21,7 +21,7 @@ struct AndroidLine {
 };
 
 class LogCapture {
-public:
+  public:
     // Defaults: both channels on, every severity, module admitted.
     explicit LogCapture(uint32_t mode = 0x9, uint32_t detailsLevel = 5,
                         uint32_t mask = 0xFFFFFFFFu);
@@ -48,7 +48,7 @@ public:
     bool waitForAndroidCount(const std::string& needle, size_t count,
                              std::chrono::milliseconds timeout = std::chrono::seconds(10)) const;
 
-private:
+  private:
     uint32_t mSavedMode;
     uint32_t mSavedLevel;
     uint32_t mSavedMask;

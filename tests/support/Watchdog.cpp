@@ -5,8 +5,7 @@
 
 namespace ryxtest {
 
-Watchdog::Watchdog(std::string what, std::chrono::milliseconds deadline)
-    : mWhat(std::move(what)) {
+Watchdog::Watchdog(std::string what, std::chrono::milliseconds deadline) : mWhat(std::move(what)) {
     mThread = std::thread([this, deadline] {
         std::unique_lock<std::mutex> lock(mMutex);
         if (!mDone.wait_for(lock, deadline, [this] { return mDisarmed; })) {
@@ -18,7 +17,9 @@ Watchdog::Watchdog(std::string what, std::chrono::milliseconds deadline)
     });
 }
 
-Watchdog::~Watchdog() { disarm(); }
+Watchdog::~Watchdog() {
+    disarm();
+}
 
 void Watchdog::join(std::vector<std::thread>& threads) {
     for (auto& t : threads) {

@@ -18,7 +18,7 @@
 namespace ryxtest {
 
 class Watchdog {
-public:
+  public:
     Watchdog(std::string what, std::chrono::milliseconds deadline);
     ~Watchdog();  // disarms
     Watchdog(Watchdog const&) = delete;
@@ -27,7 +27,7 @@ public:
     void join(std::vector<std::thread>& threads);
     void disarm();
 
-private:
+  private:
     std::string mWhat;
     std::mutex mMutex;
     std::condition_variable mDone;

@@ -22,7 +22,7 @@
 namespace NSCam {
 
 class IGenericContainerManager {
-public:
+  public:
     // The process-wide registry, or nullptr while it is unavailable (see setAvailable).
     static IGenericContainerManager* get();
 
@@ -36,17 +36,17 @@ public:
     // Host only: make get() return nullptr (false) or the registry (true, the default).
     static void setAvailable(bool available);
 
-private:
+  private:
     mutable std::mutex mMutex;
     std::map<std::pair<uint64_t, std::type_index>, std::weak_ptr<void>> mContainers;  // mMutex
 };
 
 template <typename T>
 class IGenericContainer : public std::enable_shared_from_this<IGenericContainer<T>> {
-public:
+  public:
     // Read access: a snapshot of the latest item.
     class Reader {
-    public:
+      public:
         Reader(std::shared_ptr<IGenericContainer> c, std::string name)
             : mContainer(std::move(c)), mName(std::move(name)) {
             mContainer->attach(+1, 0);
@@ -59,14 +59,14 @@ public:
         std::string const& name() const { return mName; }
         IGenericContainer& container() const { return *mContainer; }
 
-    private:
+      private:
         std::shared_ptr<IGenericContainer> mContainer;
         std::string mName;
     };
 
     // Write access: appends items, keeping the latest `capacity` of them.
     class Writer {
-    public:
+      public:
         Writer(std::shared_ptr<IGenericContainer> c, std::string name)
             : mContainer(std::move(c)), mName(std::move(name)) {
             mContainer->attach(0, +1);
@@ -78,7 +78,7 @@ public:
         void push(T item) { mContainer->push(std::move(item)); }
         IGenericContainer& container() const { return *mContainer; }
 
-    private:
+      private:
         std::shared_ptr<IGenericContainer> mContainer;
         std::string mName;
     };
@@ -110,7 +110,7 @@ public:
         return mWriters;
     }
 
-private:
+  private:
     static constexpr size_t kCapacity = 16;
 
     void attach(int readers, int writers) {

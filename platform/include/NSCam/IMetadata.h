@@ -17,17 +17,18 @@
 #include <cstdint>
 #include <map>
 #include <type_traits>
+#include <utility>
 #include <variant>
 #include <vector>
 
 namespace NSCam {
 
 class IMetadata {
-public:
+  public:
     using Tag_t = uint32_t;
 
     class IEntry {
-    public:
+      public:
         using Item = std::variant<uint8_t, int32_t, int64_t, float, double, MRect>;
 
         explicit IEntry(Tag_t tag = static_cast<Tag_t>(-1)) : mTag(tag) {}
@@ -65,7 +66,7 @@ public:
 
         void clear() { mItems.clear(); }
 
-    private:
+      private:
         // Maps the platform's integer spellings (int, long, unsigned char) onto the fixed widths.
         template <typename T>
         using Storage = std::conditional_t<
@@ -86,6 +87,9 @@ public:
 
     // Replaces the entry of `tag` (an empty entry is stored as it is). Returns 0.
     int update(Tag_t tag, IEntry const& entry);
+    // Same, taking over the items of `entry` instead of copying them; `entry` is left valid but
+    // unspecified.
+    int update(Tag_t tag, IEntry&& entry);
 
     // Removes `tag`; returns 0 when it was present, -1 otherwise.
     int remove(Tag_t tag);
@@ -114,14 +118,14 @@ public:
         }
         IEntry entry(tag);
         entry.push_back(value);
-        metadata->update(tag, entry);
+        metadata->update(tag, std::move(entry));
         return true;
     }
 
     // Ordered iteration for tools that dump metadata.
     std::map<Tag_t, IEntry> const& entries() const { return mEntries; }
 
-private:
+  private:
     std::map<Tag_t, IEntry> mEntries;
 };
 

@@ -25,7 +25,7 @@ namespace Utils {
 namespace ULog {
 
 class ULogger {
-public:
+  public:
     static uint32_t sMode;
     static uint32_t sDetailsLevel;
     static uint32_t sNormalDetailsMask;
@@ -58,7 +58,7 @@ struct ULogLine {
 // The host's default logger: keeps the latest `capacity` lines in memory so that tests and tools
 // can read them, and lets a reader wait for a line to appear. Thread-safe.
 class RecordingULogger : public ULogger {
-public:
+  public:
     explicit RecordingULogger(size_t capacity = 4096) : mCapacity(capacity) {}
 
     void output(uint32_t moduleId, const char* tag, uint32_t level, const char* text,
@@ -75,7 +75,7 @@ public:
     // The process-wide instance installed at start-up.
     static RecordingULogger& hostDefault();
 
-private:
+  private:
     mutable std::mutex mMutex;
     mutable std::condition_variable mChanged;
     std::deque<ULogLine> mLines;  // guarded by mMutex

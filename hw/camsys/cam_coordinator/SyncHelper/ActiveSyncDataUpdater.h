@@ -10,7 +10,7 @@ namespace camsys {
 namespace camcoordinator {
 
 class ActiveSyncDataUpdater : public virtual ISyncDataUpdater {
-public:
+  public:
     ActiveSyncDataUpdater(unsigned long sessionKey,
                           std::unordered_map<unsigned int, NSCam::CameraInfo> const& cameraInfo);
     ~ActiveSyncDataUpdater() override;

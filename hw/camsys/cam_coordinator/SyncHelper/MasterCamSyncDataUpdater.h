@@ -26,7 +26,7 @@ namespace camsys {
 namespace camcoordinator {
 
 class MasterCamSyncDataUpdater : public virtual ISyncDataUpdater {
-public:
+  public:
     using FovaContainer =
         NSCam::IGenericContainer<std::shared_ptr<NSCam::v3::Customer_FOVA_Streaming_Data>>;
 
@@ -35,7 +35,7 @@ public:
     ~MasterCamSyncDataUpdater() override;
     bool update(SyncData const* data) override;
 
-private:
+  private:
     Mutex mLock;  // innermost: taken inside the queue's and the element's locks
     int32_t mLogLevel = 0;
     int32_t mPrevFrameNo RYX_GUARDED_BY(mLock) = -1;

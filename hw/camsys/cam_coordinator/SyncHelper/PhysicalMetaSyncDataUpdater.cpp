@@ -3,6 +3,8 @@
 
 #include "PhysicalMetaSyncDataUpdater.h"
 
+#include <utility>
+
 #include "SyncLog.h"
 #include "SyncMetaTags.h"
 
@@ -42,25 +44,25 @@ bool PhysicalMetaSyncDataUpdater::update(SyncData const* data) {
         if (region != mActiveArrayRegions.end()) {
             NSCam::IMetadata::IEntry entry(PHYSICAL_ACTIVE_ARRAY_REGION);
             entry.push_back(region->second);
-            appDynamic->update(PHYSICAL_ACTIVE_ARRAY_REGION, entry);
+            appDynamic->update(PHYSICAL_ACTIVE_ARRAY_REGION, std::move(entry));
         }
         auto const focal = mFocalLengths.find(sensorId);
         if (focal != mFocalLengths.end()) {
             NSCam::IMetadata::IEntry entry(LENS_FOCAL_LENGTH);
             entry.push_back(focal->second);
-            appDynamic->update(LENS_FOCAL_LENGTH, entry);
+            appDynamic->update(LENS_FOCAL_LENGTH, std::move(entry));
         }
 
         // The two controls are only defaults: a value the pipeline set is kept.
         if (appDynamic->entryFor(CONTROL_POST_RAW_SENSITIVITY_BOOST).isEmpty()) {
             NSCam::IMetadata::IEntry entry(CONTROL_POST_RAW_SENSITIVITY_BOOST);
             entry.push_back(kDefaultPostRawSensitivityBoost);
-            appDynamic->update(CONTROL_POST_RAW_SENSITIVITY_BOOST, entry);
+            appDynamic->update(CONTROL_POST_RAW_SENSITIVITY_BOOST, std::move(entry));
         }
         if (appDynamic->entryFor(CONTROL_VIDEO_STABILIZATION_MODE).isEmpty()) {
             NSCam::IMetadata::IEntry entry(CONTROL_VIDEO_STABILIZATION_MODE);
             entry.push_back(kDefaultVideoStabilizationMode);
-            appDynamic->update(CONTROL_VIDEO_STABILIZATION_MODE, entry);
+            appDynamic->update(CONTROL_VIDEO_STABILIZATION_MODE, std::move(entry));
         }
     }
     return true;

@@ -17,14 +17,14 @@ namespace camsys {
 namespace camcoordinator {
 
 class PhysicalMetaSyncDataUpdater : public virtual ISyncDataUpdater {
-public:
+  public:
     PhysicalMetaSyncDataUpdater(
         unsigned long sessionKey,
         std::unordered_map<unsigned int, NSCam::CameraInfo> const& cameraInfo);
     ~PhysicalMetaSyncDataUpdater() override;
     bool update(SyncData const* data) override;
 
-private:
+  private:
     std::map<int32_t, NSCam::MRect> mActiveArrayRegions;
     std::map<int32_t, float> mFocalLengths;
 };

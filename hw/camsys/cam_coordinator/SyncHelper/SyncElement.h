@@ -21,15 +21,15 @@ namespace camsys {
 namespace camcoordinator {
 
 class SyncElement {
-public:
+  public:
     SyncElement() = default;
     SyncElement(SyncElement const&) = delete;
     SyncElement& operator=(SyncElement const&) = delete;
 
-    std::condition_variable mCond;  // the frame's threads wait here, on mLock
-    Mutex mLock;                    // acquired after SyncQueue::mQueueLock
-    Mutex mSpareLock;               // never locked; kept for layout compatibility
-    SyncData mSyncData;             // written under the queue's mQueueLock
+    std::condition_variable mCond;             // the frame's threads wait here, on mLock
+    Mutex mLock;                               // acquired after SyncQueue::mQueueLock
+    Mutex mSpareLock;                          // never locked; kept for layout compatibility
+    SyncData mSyncData;                        // written under the queue's mQueueLock
     bool mValid RYX_GUARDED_BY(mLock) = true;  // true while threads may still wait on the frame
 };
 

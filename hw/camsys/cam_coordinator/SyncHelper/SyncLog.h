@@ -35,12 +35,24 @@ constexpr uint32_t kULogBufferSize = 1024;
 
 using NSCam::Utils::ULog::ULogger;
 
-inline bool moduleAdmitted() { return (kModuleMask & ~ULogger::sNormalDetailsMask) == 0; }
-inline bool debugOn() { return ULogger::sDetailsLevel >= 5 && moduleAdmitted(); }
-inline bool infoOn() { return ULogger::sDetailsLevel >= 3 && moduleAdmitted(); }
-inline bool warnOn() { return ULogger::sDetailsLevel >= 2; }
-inline bool androidOn() { return (ULogger::sMode & 0x1u) != 0; }
-inline bool ulogOn() { return (ULogger::sMode & 0xAu) != 0; }
+inline bool moduleAdmitted() {
+    return (kModuleMask & ~ULogger::sNormalDetailsMask) == 0;
+}
+inline bool debugOn() {
+    return ULogger::sDetailsLevel >= 5 && moduleAdmitted();
+}
+inline bool infoOn() {
+    return ULogger::sDetailsLevel >= 3 && moduleAdmitted();
+}
+inline bool warnOn() {
+    return ULogger::sDetailsLevel >= 2;
+}
+inline bool androidOn() {
+    return (ULogger::sMode & 0x1u) != 0;
+}
+inline bool ulogOn() {
+    return (ULogger::sMode & 0xAu) != 0;
+}
 
 // Formats into a cleared 1024-byte stack buffer and hands it to the unified logger with the
 // formatter's own result as the length (which exceeds 1023 when the text was cut).
@@ -55,69 +67,68 @@ void emitULog(uint32_t level, const char* tag, const char* fmt, ...)
 #define RYX_SYNCLOG_FRAME "(%4d) [%s] "
 #define RYX_SYNCLOG_SUFFIX " (%s){#%d:%s}"
 
-#define RYX_SYNCLOG_EMIT(prio, level, fmt, ...)                                              \
-    do {                                                                                     \
-        if (::NSCam::camsys::camcoordinator::synclog::androidOn()) {                         \
-            __android_log_print(prio, LOG_TAG, RYX_SYNCLOG_FRAME fmt, __LINE__, __FUNCTION__, \
-                                ##__VA_ARGS__);                                              \
-        }                                                                                    \
-        if (::NSCam::camsys::camcoordinator::synclog::ulogOn()) {                            \
-            ::NSCam::camsys::camcoordinator::synclog::emitULog(                              \
+#define RYX_SYNCLOG_EMIT(prio, level, fmt, ...)                                                \
+    do {                                                                                       \
+        if (::NSCam::camsys::camcoordinator::synclog::androidOn()) {                           \
+            __android_log_print(prio, LOG_TAG, RYX_SYNCLOG_FRAME fmt, __LINE__, __FUNCTION__,  \
+                                ##__VA_ARGS__);                                                \
+        }                                                                                      \
+        if (::NSCam::camsys::camcoordinator::synclog::ulogOn()) {                              \
+            ::NSCam::camsys::camcoordinator::synclog::emitULog(                                \
                 level, LOG_TAG, RYX_SYNCLOG_FRAME fmt, __LINE__, __FUNCTION__, ##__VA_ARGS__); \
-        }                                                                                    \
+        }                                                                                      \
     } while (0)
 
-#define RYX_LOGD(fmt, ...)                                                   \
+#define RYX_LOGD(fmt, ...)                                              \
+    do {                                                                \
+        if (::NSCam::camsys::camcoordinator::synclog::debugOn()) {      \
+            RYX_SYNCLOG_EMIT(ANDROID_LOG_DEBUG, 5, fmt, ##__VA_ARGS__); \
+        }                                                               \
+    } while (0)
+
+// Debug line with an extra condition (an updater's mLogLevel), tested first.
+#define RYX_LOGD_IF(cond, fmt, ...)                                          \
     do {                                                                     \
-        if (::NSCam::camsys::camcoordinator::synclog::debugOn()) {           \
+        if ((cond) && ::NSCam::camsys::camcoordinator::synclog::debugOn()) { \
             RYX_SYNCLOG_EMIT(ANDROID_LOG_DEBUG, 5, fmt, ##__VA_ARGS__);      \
         }                                                                    \
     } while (0)
 
-// Debug line with an extra condition (an updater's mLogLevel), tested first.
-#define RYX_LOGD_IF(cond, fmt, ...)                                                  \
-    do {                                                                             \
-        if ((cond) && ::NSCam::camsys::camcoordinator::synclog::debugOn()) {         \
-            RYX_SYNCLOG_EMIT(ANDROID_LOG_DEBUG, 5, fmt, ##__VA_ARGS__);              \
-        }                                                                            \
+#define RYX_LOGI(fmt, ...)                                             \
+    do {                                                               \
+        if (::NSCam::camsys::camcoordinator::synclog::infoOn()) {      \
+            RYX_SYNCLOG_EMIT(ANDROID_LOG_INFO, 3, fmt, ##__VA_ARGS__); \
+        }                                                              \
     } while (0)
 
-#define RYX_LOGI(fmt, ...)                                                  \
-    do {                                                                    \
-        if (::NSCam::camsys::camcoordinator::synclog::infoOn()) {           \
-            RYX_SYNCLOG_EMIT(ANDROID_LOG_INFO, 3, fmt, ##__VA_ARGS__);      \
-        }                                                                   \
+#define RYX_LOGW(fmt, ...)                                             \
+    do {                                                               \
+        if (::NSCam::camsys::camcoordinator::synclog::warnOn()) {      \
+            RYX_SYNCLOG_EMIT(ANDROID_LOG_WARN, 2, fmt, ##__VA_ARGS__); \
+        }                                                              \
     } while (0)
 
-#define RYX_LOGW(fmt, ...)                                                  \
-    do {                                                                    \
-        if (::NSCam::camsys::camcoordinator::synclog::warnOn()) {           \
-            RYX_SYNCLOG_EMIT(ANDROID_LOG_WARN, 2, fmt, ##__VA_ARGS__);      \
-        }                                                                   \
+#define RYX_LOGE(fmt, ...)                                                                        \
+    do {                                                                                          \
+        if (::NSCam::camsys::camcoordinator::synclog::androidOn()) {                              \
+            __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,                                       \
+                                RYX_SYNCLOG_FRAME fmt RYX_SYNCLOG_SUFFIX, __LINE__, __FUNCTION__, \
+                                ##__VA_ARGS__, __FUNCTION__, __LINE__, LOG_SOURCE);               \
+        }                                                                                         \
+        if (::NSCam::camsys::camcoordinator::synclog::ulogOn()) {                                 \
+            ::NSCam::camsys::camcoordinator::synclog::emitULog(                                   \
+                1, LOG_TAG, RYX_SYNCLOG_FRAME fmt, __LINE__, __FUNCTION__, ##__VA_ARGS__);        \
+        }                                                                                         \
     } while (0)
 
-#define RYX_LOGE(fmt, ...)                                                                     \
-    do {                                                                                       \
-        if (::NSCam::camsys::camcoordinator::synclog::androidOn()) {                           \
-            __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,                                    \
-                                RYX_SYNCLOG_FRAME fmt RYX_SYNCLOG_SUFFIX, __LINE__,            \
-                                __FUNCTION__, ##__VA_ARGS__, __FUNCTION__, __LINE__,           \
-                                LOG_SOURCE);                                                   \
-        }                                                                                      \
-        if (::NSCam::camsys::camcoordinator::synclog::ulogOn()) {                              \
-            ::NSCam::camsys::camcoordinator::synclog::emitULog(                                \
-                1, LOG_TAG, RYX_SYNCLOG_FRAME fmt, __LINE__, __FUNCTION__, ##__VA_ARGS__);     \
-        }                                                                                      \
-    } while (0)
-
-#define RYX_LOGF(fmt, ...)                                                                    \
-    do {                                                                                      \
-        if (::NSCam::camsys::camcoordinator::synclog::ulogOn()) {                             \
+#define RYX_LOGF(fmt, ...)                                                                      \
+    do {                                                                                        \
+        if (::NSCam::camsys::camcoordinator::synclog::ulogOn()) {                               \
             ::NSCam::camsys::camcoordinator::synclog::emitULog(1, LOG_TAG, fmt, ##__VA_ARGS__); \
-            if (::NSCam::Utils::ULog::ULogger::sULogger != nullptr) {                         \
-                ::NSCam::Utils::ULog::ULogger::sULogger->flush(1);                            \
-            }                                                                                 \
-        }                                                                                     \
-        __android_log_assert(nullptr, LOG_TAG, fmt RYX_SYNCLOG_SUFFIX, ##__VA_ARGS__,         \
-                             __FUNCTION__, __LINE__, LOG_SOURCE);                             \
+            if (::NSCam::Utils::ULog::ULogger::sULogger != nullptr) {                           \
+                ::NSCam::Utils::ULog::ULogger::sULogger->flush(1);                              \
+            }                                                                                   \
+        }                                                                                       \
+        __android_log_assert(nullptr, LOG_TAG, fmt RYX_SYNCLOG_SUFFIX, ##__VA_ARGS__,           \
+                             __FUNCTION__, __LINE__, LOG_SOURCE);                               \
     } while (0)

@@ -351,10 +351,9 @@ std::vector<int> SyncQueue::getMWMasterSlaveList(SyncResultInputParams const& in
 
 bool SyncQueue::genSyncData(SyncData* data, SyncResultInputParams const& input,
                             SyncResultOutputParams* output) {
-    std::vector<int> const targets = getSyncTartgetList(input);
     data->frameNo = input.frameNo;
     data->requestNo = input.requestNo;
-    data->syncTargetList = targets;
+    data->syncTargetList = getSyncTartgetList(input);
     data->masterSlaveList = getMWMasterSlaveList(input);
     // Existing entries are kept; later cameras are added by updateSyncElement.
     data->inputParams.emplace(input.m_id, &input);

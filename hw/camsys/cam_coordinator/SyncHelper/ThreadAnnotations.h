@@ -34,24 +34,24 @@ namespace camcoordinator {
 // std::mutex with annotations. native() exposes the std::mutex for condition-variable waits,
 // which release and re-take it while the capability stays held from the analysis' view.
 class RYX_CAPABILITY("mutex") Mutex {
-public:
+  public:
     void lock() RYX_ACQUIRE() { mMutex.lock(); }
     void unlock() RYX_RELEASE() { mMutex.unlock(); }
     std::mutex& native() { return mMutex; }
 
-private:
+  private:
     std::mutex mMutex;
 };
 
 // Scoped lock over Mutex.
 class RYX_SCOPED_CAPABILITY MutexLock {
-public:
+  public:
     explicit MutexLock(Mutex& mutex) RYX_ACQUIRE(mutex) : mMutex(mutex) { mMutex.lock(); }
     ~MutexLock() RYX_RELEASE() { mMutex.unlock(); }
     MutexLock(MutexLock const&) = delete;
     MutexLock& operator=(MutexLock const&) = delete;
 
-private:
+  private:
     Mutex& mMutex;
 };
 

@@ -9,7 +9,7 @@ namespace camsys {
 namespace camcoordinator {
 
 class Timer {
-public:
+  public:
     Timer() : mLast(now()) {}
     ~Timer() {}
 
@@ -20,10 +20,12 @@ public:
         return seconds;
     }
 
-private:
+  private:
     using Clock = std::chrono::system_clock;
     using TimePoint = std::chrono::time_point<Clock, std::chrono::microseconds>;
-    static TimePoint now() { return std::chrono::time_point_cast<std::chrono::microseconds>(Clock::now()); }
+    static TimePoint now() {
+        return std::chrono::time_point_cast<std::chrono::microseconds>(Clock::now());
+    }
 
     TimePoint mLast;
 };

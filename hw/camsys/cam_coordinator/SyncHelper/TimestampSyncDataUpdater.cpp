@@ -5,6 +5,7 @@
 
 #include <NSCam/Properties.h>
 
+#include <charconv>
 #include <string>
 
 #include "SyncLog.h"
@@ -27,6 +28,34 @@ int32_t absDiff32(int32_t a, int32_t b) {
         diff = 0u - diff;
     }
     return static_cast<int32_t>(diff);
+}
+
+void appendNumber(std::string& out, int64_t value) {
+    char buf[24];
+    auto const res = std::to_chars(buf, buf + sizeof(buf), value);
+    out.append(buf, static_cast<size_t>(res.ptr - buf));
+}
+
+// One camera's comparison:
+// "[r<req>:f<frame>], CamId=<id>, time1=<ns>ns, SyncId=<id>, time2=<ns>ns, tolerance=<us>us,
+// syncOK=<0|1>" (no separator between two cameras' texts).
+void appendComparison(std::string& out, int32_t requestNo, int32_t frameNo, int32_t firstCam,
+                      int64_t time1, int32_t camId, int64_t time2, int64_t tolerance, bool syncOK) {
+    out += "[r";
+    appendNumber(out, requestNo);
+    out += ":f";
+    appendNumber(out, frameNo);
+    out += "], CamId=";
+    appendNumber(out, firstCam);
+    out += ", time1=";
+    appendNumber(out, time1);
+    out += "ns, SyncId=";
+    appendNumber(out, camId);
+    out += ", time2=";
+    appendNumber(out, time2);
+    out += "ns, tolerance=";
+    appendNumber(out, tolerance);
+    out += syncOK ? "us, syncOK=1" : "us, syncOK=0";
 }
 
 }  // namespace
@@ -82,6 +111,9 @@ bool TimestampSyncDataUpdater::update(SyncData const* data) {
     }
 
     if (judge) {
+        // A comparison text is about 110 characters, at most 170: one allocation in the usual case.
+        size_t const compared = data->inputParams.size();
+        message.reserve(128 * (compared > 1 ? compared - 1 : 1));
         for (auto const& [camId, input] : data->inputParams) {
             if (camId == firstCam) {
                 continue;
@@ -101,12 +133,8 @@ bool TimestampSyncDataUpdater::update(SyncData const* data) {
             int32_t const tol = static_cast<int32_t>(tolerance / kUsPerMs);
             syncOK = syncOK && (absDiff32(t1, t2) <= tol);
 
-            message += "[r" + std::to_string(data->requestNo) + ":f" +
-                       std::to_string(data->frameNo) + "], " + "CamId=" + std::to_string(firstCam) +
-                       ", " + "time1=" + std::to_string(time1) + "ns, " +
-                       "SyncId=" + std::to_string(camId) + ", " + "time2=" + std::to_string(time2) +
-                       "ns, " + "tolerance=" + std::to_string(tolerance) + "us, " +
-                       "syncOK=" + std::to_string(syncOK ? 1 : 0);
+            appendComparison(message, data->requestNo, data->frameNo, firstCam, time1, camId, time2,
+                             tolerance, syncOK);
         }
     }
 

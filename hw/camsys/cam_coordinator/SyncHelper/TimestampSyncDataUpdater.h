@@ -18,13 +18,13 @@ namespace camsys {
 namespace camcoordinator {
 
 class TimestampSyncDataUpdater : public virtual ISyncDataUpdater {
-public:
+  public:
     TimestampSyncDataUpdater(unsigned long sessionKey,
                              std::unordered_map<unsigned int, NSCam::CameraInfo> const& cameraInfo);
     ~TimestampSyncDataUpdater() override;
     bool update(SyncData const* data) override;
 
-private:
+  private:
     int32_t mLogLevel = 0;
 };
 
