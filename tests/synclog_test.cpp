@@ -17,22 +17,26 @@ using ryxtest::LogCapture;
 
 namespace {
 
-// Each probe logs one statement of one severity; the line numbers are returned for the frame.
+// Each probe logs one statement of one severity and returns that statement's line number.
 int probeDebug(int v) {
-    RYX_LOGD("debug(%d)", v);
-    return __LINE__;
+    // clang-format off
+    RYX_LOGD("debug(%d)", v); return __LINE__;
+    // clang-format on
 }
 int probeInfo(int v) {
-    RYX_LOGI("info(%d)", v);
-    return __LINE__;
+    // clang-format off
+    RYX_LOGI("info(%d)", v); return __LINE__;
+    // clang-format on
 }
 int probeWarn(int v) {
-    RYX_LOGW("warn(%d)", v);
-    return __LINE__;
+    // clang-format off
+    RYX_LOGW("warn(%d)", v); return __LINE__;
+    // clang-format on
 }
 int probeError(int v) {
-    RYX_LOGE("error(%d)", v);
-    return __LINE__;
+    // clang-format off
+    RYX_LOGE("error(%d)", v); return __LINE__;
+    // clang-format on
 }
 void probeLong(const std::string& s) {
     RYX_LOGW("%s", s.c_str());
