@@ -1,8 +1,7 @@
-# The façade: SyncHelper reached directly, whole sessions through the exported interface, a
-# soak, and the library's exported symbols.
+# The façade: SyncHelper reached directly, whole sessions through the exported interface, and the
+# library's exported symbols. (The soak is the stress binary's short run: stress.cmake.)
 ryx_add_test(facade_unit_test LABEL unit SOURCES facade_unit_test.cpp LIBS synchelper_internal)
 ryx_add_test(facade_e2e_test LABEL e2e SOURCES facade_e2e_test.cpp LIBS ryxcam_synchelper)
-ryx_add_test(facade_soak_test LABEL e2e SOURCES facade_soak_test.cpp LIBS ryxcam_synchelper)
 
 # The export check, and two runs proving it can fail: on the internal archive every class is
 # visible, and the platform library lacks the factory.

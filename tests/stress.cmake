@@ -7,3 +7,8 @@ target_link_libraries(synchelper_stress PRIVATE ryxcam_synchelper ryx_test_suppo
   Threads::Threads)
 add_test(NAME synchelper_stress COMMAND synchelper_stress)
 set_tests_properties(synchelper_stress PROPERTIES LABELS stress TIMEOUT 3600)
+
+# The soak: the same driver, 3 sensors x 10000 frames, in every quick run (label e2e).
+add_test(NAME facade_soak COMMAND synchelper_stress --frames=10000
+  --gtest_filter=SyncHelperStress.ThreeSensors)
+set_tests_properties(facade_soak PROPERTIES LABELS e2e TIMEOUT 900)

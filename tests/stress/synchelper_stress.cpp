@@ -9,6 +9,10 @@
 //     result), and it is the master the frame asked for;
 //   - in mode 1, the cameras with a true verdict for a frame are within the tolerance at
 //     millisecond granularity of one of them (the updater compares the others with the first);
+//   - the cameras that called for a frame share one verdict; a frame its master dropped or a
+//     sensor flushed passes nowhere; a frame in mode 0, or in mode 1 with every start of frame
+//     within the tolerance, passes everywhere (frames that went back in time, and frames in
+//     flight around a sensor's leave, are excepted: the helper rightly fails those);
 //   - a crop override written into a sensor's request is that sensor's own rectangle, from a
 //     crop set already published.
 //
@@ -80,6 +84,8 @@ struct FramePlan {
         listed;  // the sync group, lost sensors included (RYX_FRAMESYNC_ID: the others)
     std::array<Role, kMaxSensors> role{};
     std::array<int64_t, kMaxSensors> sof{};
+    bool inverted = false;   // its time lies before its predecessor's
+    bool nearLeave = false;  // in flight while a sensor it lists leaves
 };
 
 struct PlanStats {
@@ -103,7 +109,12 @@ std::vector<FramePlan> makePlan(int frames, int sensors, unsigned seed, PlanStat
             absentFrom = n + 1 + static_cast<int>(rng() % 3);
             rejoinAt = absentFrom + kMaxLead + 1 + static_cast<int>(rng() % 20);
             ++stats.leaves;
+            // The leaver reports itself gone from frame n on, while the others may still be
+            // kMaxLead frames behind.
+            for (int k = std::max(0, n - kMaxLead - 1); k < n; ++k)
+                plan[static_cast<size_t>(k)].nearLeave = true;
         }
+        p.nearLeave = p.nearLeave || (leaver >= 0 && n < absentFrom);
         if (leaver >= 0 && n >= rejoinAt)
             leaver = -1;
         for (int s = 0; s < sensors; ++s) {
@@ -145,6 +156,7 @@ std::vector<FramePlan> makePlan(int frames, int sensors, unsigned seed, PlanStat
         int64_t frameTime = kBaseNs + n * kFrameNs;
         if (n >= 2 && percent(rng) < 5) {
             frameTime -= kFrameNs * 3 / 2;
+            p.inverted = true;
             ++stats.inverted;
         }
         bool wide = percent(rng) < 150;
@@ -356,12 +368,13 @@ void runSession(int sensors) {
     int results = 0, passed = 0;
     for (int n = 0; n < frames; ++n) {
         FramePlan const& p = plan[static_cast<size_t>(n)];
-        std::vector<int> trueCams;
+        std::vector<int> trueCams, callers;
         for (int s = 0; s < sensors; ++s) {
             Outcome const& o = out[static_cast<size_t>(s)][static_cast<size_t>(n)];
             if (!o.called)
                 continue;
             ++results;
+            callers.push_back(s);
             if (!o.verdict)
                 continue;
             ++passed;
@@ -391,6 +404,24 @@ void runSession(int sensors) {
             }
             if (!someFirst)
                 violate(n, "passed in mode 1 out of tolerance");
+        }
+        if (p.nearLeave)
+            continue;
+        if (trueCams.size() != 0 && trueCams.size() != callers.size())
+            violate(n, "the cameras that called disagree on the verdict");
+        if (p.event == Event::kMasterDrop || p.event == Event::kFlush) {
+            if (!trueCams.empty())
+                violate(n, "passed although its master dropped it or a sensor flushed it");
+        } else if (!p.inverted && trueCams.empty() && !callers.empty()) {
+            bool allWithin = true;
+            for (int a : callers) {
+                for (int b : callers) {
+                    allWithin = allWithin && inTolerance(p.sof[static_cast<size_t>(a)],
+                                                         p.sof[static_cast<size_t>(b)]);
+                }
+            }
+            if (p.mode != 1 || allWithin)
+                violate(n, "failed in mode " + std::to_string(p.mode) + " within the tolerance");
         }
     }
     std::printf(
