@@ -29,7 +29,7 @@ export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktra
 export TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1
 for dir in build/qa-stress build/qa-stress-asan build/qa-stress-tsan; do
     echo "ci-stress: ${dir#build/}"
-    ctest --test-dir "$dir" -L stress -V | grep -E "^[0-9]+: (stress:|\[  )|tests passed|Failed|\*\*\*"
+    ctest --test-dir "$dir" -L stress -V | grep -E "^[0-9]+: (stress:|churn:|\[  )|tests passed|Failed|\*\*\*"
 done
 echo "ci-stress: ${frames} frames x {3,4} sensors clean in plain, asan+ubsan and tsan builds;" \
      "done in $((SECONDS - start)) s"
