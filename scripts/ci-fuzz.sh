@@ -72,3 +72,6 @@ line_cov=$(awk '/^TOTAL/ {print $10}' build/qa-fuzz-cov/coverage.txt)
 echo "ci-fuzz: ${execs} executions in ${seconds} s (${speed}/s), cov ${cov} edges, ft ${ft}," \
      "${units} corpus units, library line coverage ${line_cov}, no failure;" \
      "done in $((SECONDS - start)) s"
+
+# The schedule-exploring target (real camera threads, input-chosen call order).
+bash scripts/ci-fuzz-schedule.sh "$seconds"
