@@ -20,6 +20,12 @@
 // Operations marked "caller holds mQueueLock" are building blocks of the others and public only
 // so that tests can drive them.
 //
+// Verdicts are settled per camera after the wait, by the drop check, not when the frame
+// completes. So a drop or flush of the frame that lands between a woken camera's wake-up and its
+// drop check fails that camera although the completing camera passed. Kept as designed; the
+// schedule fuzz target reaches it with (frame 0 of cameras 0 and 1):
+//   cam1 enque f0 (waits); cam0 enque f0 (completes, true, wakes cam1); flush f0; cam1 -> false
+//
 // Ownership: owned by its SyncHelper. The callback is held by weak reference and locked for each
 // call. Destroy the queue only when no thread is inside it; destruction wakes nobody and reports
 // nothing.
