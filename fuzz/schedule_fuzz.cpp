@@ -45,6 +45,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <thread>
 #include <unordered_map>
@@ -63,6 +64,7 @@ namespace tags = NSCam::camsys::camcoordinator;
 constexpr int kPlans = 8;       // frame f follows plan f mod 8
 constexpr int kFrameSpan = 41;  // frames -1..39: enough distinct frames to fill every record
 constexpr size_t kArrivedGuard = 18;
+constexpr int kBurst = 22;  // one more than the drop queue and the flush list hold
 constexpr int kMaxSteps = 64;
 bool const gTrace = std::getenv("SYNCHELPER_FUZZ_TRACE") != nullptr;
 
@@ -251,6 +253,7 @@ struct Call {
     int step = 0;
     bool verdict = false;
     bool done = false;
+    bool flushed = false;  // the frame was in the flush list when the call started
 };
 
 struct Run {
@@ -259,7 +262,9 @@ struct Run {
     std::vector<FramePlan> plan;
     int cameras = 0;
     std::vector<std::unique_ptr<Call>> checks;  // syncResultCheck calls
-    std::map<int, int> flushedAt;               // frame -> step of its first flush
+    std::vector<int> flushList;                 // the queue's flush list, 21 frames at most
+    std::set<int> framesUsed;                   // every frame a step named
+    bool burst = false;                         // a burst spanned more frames than queues keep
     std::map<int, int> masterDropAt;            // frame -> step of its first master drop
     std::map<int, bool> touched;                // frame -> a drop, flush or leave reached it
     std::vector<int> recorded;                  // frames in the order they entered the record
@@ -320,13 +325,64 @@ bool mayRecord(Run& run, Scheduler& sched, int frame) {
     return true;
 }
 
+// A drop by input: the master's drops the frame, a slave's counts as its arrival.
+bool dropStep(Run& run, Scheduler& sched, int cam, int frame, int stepNo, uint8_t arg) {
+    auto c = std::shared_ptr<Call>(makeCall(run, cam, frame, stepNo, arg));
+    bool const master = planOf(run, frame).master == cam;
+    trace("#%d cam%d %s drop f%d", stepNo, cam, master ? "master" : "slave", frame);
+    ISyncHelper* h = run.helper.get();
+    if (!sched.run(cam, frame, [c, h] { h->notifyDrop(c->in); }))
+        return false;
+    run.touched[frame] = true;
+    if (master && frame >= 0)  // the drop queue refuses negative frames
+        run.masterDropAt.emplace(frame, stepNo);
+    return true;
+}
+
+bool flushStep(Run& run, Scheduler& sched, int cam, int frame, int stepNo) {
+    trace("#%d cam%d flush f%d", stepNo, cam, frame);
+    ISyncHelper* h = run.helper.get();
+    if (!sched.run(cam, frame, [h, frame] {
+            if (!h->notifyDrop(frame, 0))
+                fail("flush returned false");
+        }))
+        return false;
+    run.touched[frame] = true;
+    auto& list = run.flushList;
+    if (std::find(list.begin(), list.end(), frame) == list.end()) {
+        if (list.size() >= 21)
+            list.erase(list.begin());
+        list.push_back(frame);
+    }
+    return true;
+}
+
+// One camera over kBurst successive frames of its groups: flushes, or its drops (master's or
+// slave's as the frame's plan says), so that the queue's records reach their limits.
+void burstStep(Run& run, Scheduler& sched, int cam, int frame, int stepNo, uint8_t arg) {
+    bool const flushes = arg & 1;
+    for (int f = frame, done = 0; done < kBurst; ++f) {
+        if (!(planOf(run, f).group & (1u << cam)))
+            continue;
+        ++done;
+        bool const slave = planOf(run, f).master != cam;
+        if (!flushes && slave && !mayRecord(run, sched, f))
+            return;
+        if (!(flushes ? flushStep(run, sched, cam, f, stepNo)
+                      : dropStep(run, sched, cam, f, stepNo, arg)))
+            return;
+    }
+}
+
 void step(Run& run, Scheduler& sched, Reader& r, int stepNo) {
     int cam = r.u8() % run.cameras;
     uint8_t op = r.u8() % 8;
     int frame = frameFor(run, cam, r.u8() % kFrameSpan - 1);
     uint8_t arg = r.u8();
+    run.framesUsed.insert(frame);
+    run.burst = run.burst || op == 7;
     if (frame == -99)
-        op = 7;
+        op = 8;
     bool const master = frame != -99 && planOf(run, frame).master == cam;
     bool const records = op <= 1 || (op == 2 && !master);
     if (records && !mayRecord(run, sched, frame)) {
@@ -339,6 +395,8 @@ void step(Run& run, Scheduler& sched, Reader& r, int stepNo) {
         case 1: {  // the per-frame check
             run.checks.push_back(makeCall(run, cam, frame, stepNo, arg));
             Call* c = run.checks.back().get();
+            c->flushed =
+                std::find(run.flushList.begin(), run.flushList.end(), frame) != run.flushList.end();
             ISyncHelper* h = run.helper.get();
             trace("#%d cam%d check f%d", stepNo, cam, frame);
             if (!sched.run(cam, frame, [c, h] {
@@ -351,34 +409,17 @@ void step(Run& run, Scheduler& sched, Reader& r, int stepNo) {
             }
             break;
         }
-        case 2: {  // a drop by input: the master's drops the frame, a slave's counts as arrival
-            auto c = std::shared_ptr<Call>(makeCall(run, cam, frame, stepNo, arg));
-            trace("#%d cam%d %s drop f%d", stepNo, cam, master ? "master" : "slave", frame);
-            ISyncHelper* h = run.helper.get();
-            if (sched.run(cam, frame, [c, h] { h->notifyDrop(c->in); })) {
-                run.touched[frame] = true;
-                if (master && frame >= 0)  // the drop queue refuses negative frames
-                    run.masterDropAt.emplace(frame, stepNo);
-            }
+        case 2:
+            dropStep(run, sched, cam, frame, stepNo, arg);
             break;
-        }
-        case 3: {  // flush
-            trace("#%d cam%d flush f%d", stepNo, cam, frame);
-            ISyncHelper* h = run.helper.get();
-            if (sched.run(cam, frame, [h, frame] {
-                    if (!h->notifyDrop(frame, 0))
-                        fail("flush returned false");
-                })) {
-                run.touched[frame] = true;
-                run.flushedAt.emplace(frame, stepNo);
-            }
+        case 3:
+            flushStep(run, sched, cam, frame, stepNo);
             break;
-        }
         case 4: {  // the sensor leaves; its next arrival rejoins
             trace("#%d cam%d leaves", stepNo, cam);
             ISyncHelper* h = run.helper.get();
             if (sched.run(cam, -1, [h, cam] { h->notifyDropBySensor(cam); })) {
-                for (int f = -1; f < kFrameSpan + kPlans; ++f)
+                for (int f = -1; f < kFrameSpan + kPlans * kBurst; ++f)
                     if (planOf(run, f).group & (1u << cam))
                         run.touched[f] = true;
             }
@@ -413,6 +454,9 @@ void step(Run& run, Scheduler& sched, Reader& r, int stepNo) {
             });
             break;
         }
+        case 7:
+            burstStep(run, sched, cam, frame, stepNo, arg);
+            break;
         default:
             break;
     }
@@ -428,14 +472,15 @@ void checkVerdicts(Run const& run) {
             fail("a pass carries RYX_FRAMESYNC_RESULT 2");
         // A group of one takes the single-camera path, which never consults the queue.
         bool const queued = (planOf(run, f).group & (planOf(run, f).group - 1)) != 0;
-        auto fl = run.flushedAt.find(f);
-        if (queued && c->verdict && fl != run.flushedAt.end() && fl->second < c->step)
+        if (queued && c->verdict && c->flushed)
             fail("a call that started after its frame's flush passed");
         byFrame[f].push_back(c.get());
     }
     for (auto const& [f, calls] : byFrame) {
+        // With more than 20 frames in play the drop queue may have pruned the entry.
         auto md = run.masterDropAt.find(f);
-        if (md != run.masterDropAt.end() && (planOf(run, f).group & (planOf(run, f).group - 1))) {
+        if (md != run.masterDropAt.end() && !run.burst && run.framesUsed.size() <= 20 &&
+            (planOf(run, f).group & (planOf(run, f).group - 1))) {
             std::map<int, bool> seen;
             for (Call const* c : calls) {
                 int cam = c->in.m_id;
