@@ -12,8 +12,9 @@
 // that camera as waiting. A camera that is waiting skips the steps given to it. A woken camera
 // finishes its call on its own; the order of its tail against the next call is the OS's.
 //
-// The calls keep to the call contract: a camera only enters frames whose group holds it, and
-// every camera of a frame names the same group, so the fatal flows cannot arise.
+// The calls keep to the call contract: a camera only enters frames whose group holds it, every
+// camera of a frame names the same group, and a camera gives one result per frame (a check or a
+// drop), so the fatal flows cannot arise.
 //
 // Checked per schedule (a failure prints the calls in order and aborts):
 //   - a call on a frame of two or more cameras that starts after a flush of that frame returned is
@@ -264,6 +265,7 @@ struct Run {
     std::vector<std::unique_ptr<Call>> checks;  // syncResultCheck calls
     std::vector<int> flushList;                 // the queue's flush list, 21 frames at most
     std::set<int> framesUsed;                   // every frame a step named
+    std::set<std::pair<int, int>> entered;      // (camera, frame) results given, one each
     bool burst = false;                         // a burst spanned more frames than queues keep
     std::map<int, int> masterDropAt;            // frame -> step of its first master drop
     std::map<int, bool> touched;                // frame -> a drop, flush or leave reached it
@@ -365,6 +367,8 @@ void burstStep(Run& run, Scheduler& sched, int cam, int frame, int stepNo, uint8
         if (!(planOf(run, f).group & (1u << cam)))
             continue;
         ++done;
+        if (!flushes && !run.entered.insert({cam, f}).second)
+            continue;
         bool const slave = planOf(run, f).master != cam;
         if (!flushes && slave && !mayRecord(run, sched, f))
             return;
@@ -385,6 +389,11 @@ void step(Run& run, Scheduler& sched, Reader& r, int stepNo) {
         op = 8;
     bool const master = frame != -99 && planOf(run, frame).master == cam;
     bool const records = op <= 1 || (op == 2 && !master);
+    if ((op <= 2 || op == 7) && !run.entered.insert({cam, frame}).second) {
+        trace("#%d cam%d f%d held back: the camera already gave its result for the frame", stepNo,
+              cam, frame);
+        return;
+    }
     if (records && !mayRecord(run, sched, frame)) {
         trace("#%d cam%d f%d held back: it could push a waited-on frame out of the record", stepNo,
               cam, frame);

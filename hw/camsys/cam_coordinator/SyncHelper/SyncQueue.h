@@ -26,6 +26,13 @@
 // schedule fuzz target reaches it with (frame 0 of cameras 0 and 1):
 //   cam1 enque f0 (waits); cam0 enque f0 (completes, true, wakes cam1); flush f0; cam1 -> false
 //
+// One result per camera per frame is part of the contract, not checked: the first thread to
+// leave a frame removes whatever element the frame number maps to then. A camera that enters a
+// frame again before a woken camera has left it parks on a new element that this leaving thread
+// removes without waking it; no later drop or flush finds it (frame 40, camera 2 its master):
+//   cam2 drops f40 as master; cam2 enque f40 (waits); cam1 enque f40 (dropped, wakes cam2);
+//   cam1 enque f40 again (waits on a new element); cam2 leaves and removes it; cam1 waits forever
+//
 // Ownership: owned by its SyncHelper. The callback is held by weak reference and locked for each
 // call. Destroy the queue only when no thread is inside it; destruction wakes nobody and reports
 // nothing.
