@@ -31,6 +31,7 @@
 #include "ISyncHelper.h"
 #include "SyncHelper.h"
 #include "SyncMetaTags.h"
+#include "SyncQueue.h"
 
 #include <NSCam/IMetadata.h>
 #include <NSCam/ULogger.h>
@@ -58,14 +59,14 @@ using NSCam::IMetadata;
 using NSCam::MRect;
 using NSCam::camsys::camcoordinator::ISyncHelper;
 using NSCam::camsys::camcoordinator::SyncHelper;
+using NSCam::camsys::camcoordinator::SyncQueue;
 using NSCam::camsys::camcoordinator::SyncResultInputParams;
 using NSCam::camsys::camcoordinator::SyncResultOutputParams;
 namespace tags = NSCam::camsys::camcoordinator;
 
 constexpr int kPlans = 8;       // frame f follows plan f mod 8
 constexpr int kFrameSpan = 41;  // frames -1..39: enough distinct frames to fill every record
-constexpr size_t kArrivedGuard = 18;
-constexpr int kBurst = 22;  // one more than the drop queue and the flush list hold
+constexpr int kBurst = 22;      // one more than the drop queue and the flush list hold
 constexpr int kMaxSteps = 64;
 bool const gTrace = std::getenv("SYNCHELPER_FUZZ_TRACE") != nullptr;
 
@@ -269,7 +270,6 @@ struct Run {
     bool burst = false;                         // a burst spanned more frames than queues keep
     std::map<int, int> masterDropAt;            // frame -> step of its first master drop
     std::map<int, bool> touched;                // frame -> a drop, flush or leave reached it
-    std::vector<int> recorded;                  // frames in the order they entered the record
 };
 
 FramePlan const& planOf(Run const& run, int frame) {
@@ -310,20 +310,20 @@ int frameFor(Run const& run, int cam, int wanted) {
     return -99;
 }
 
-// The queue's arrival record keeps 20 frames and aborts when its oldest is still live, which the
-// call contract rules out. `recorded` follows the record (a superset of it: flushed arrivals are
-// not recorded); a new frame is held back while it could push out a frame a camera waits on.
+// The queue's arrival record keeps 20 frames and aborts when the oldest it pushes out is still
+// live, which the call contract rules out. Between steps no thread changes the record (a woken
+// camera's tail does not touch it), so the record read here is the one the next call meets; a
+// new frame is held back while it would push out a frame a camera waits on.
 bool mayRecord(Run& run, Scheduler& sched, int frame) {
-    auto& rec = run.recorded;
-    size_t const window = std::min(rec.size(), size_t{20});
-    if (std::find(rec.end() - window, rec.end(), frame) != rec.end())
+    auto const record = run.impl->queue()->arrivedSnapshot();
+    for (auto const& entry : record)
+        if (entry.first == frame)
+            return true;
+    if (record.size() < SyncQueue::kMaxArrivedFrames)
         return true;
-    for (auto const& parked : sched.parked()) {
-        auto at = std::find(rec.rbegin(), rec.rend(), parked.second);
-        if (at != rec.rend() && static_cast<size_t>(at - rec.rbegin()) + 1 >= kArrivedGuard)
+    for (auto const& parked : sched.parked())
+        if (parked.second == record.front().first)
             return false;
-    }
-    rec.push_back(frame);
     return true;
 }
 
