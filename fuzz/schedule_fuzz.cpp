@@ -310,15 +310,13 @@ int frameFor(Run const& run, int cam, int wanted) {
     return -99;
 }
 
-// The queue's arrival record keeps 20 frames and aborts when the oldest it pushes out is still
-// live, which the call contract rules out. Between steps no thread changes the record (a woken
-// camera's tail does not touch it), so the record read here is the one the next call meets; a
-// new frame is held back while it would push out a frame a camera waits on.
-bool mayRecord(Run& run, Scheduler& sched, int frame) {
+// The queue's arrival record keeps 20 frames: a full record drops its oldest before every arrival
+// (even one of a frame it holds) and aborts when that frame is still live, which the call
+// contract rules out. Between steps no thread changes the record (a woken camera's tail does not
+// touch it), so the record read here is the one the next call meets; an arrival is held back
+// while it would push out a frame a camera waits on.
+bool mayRecord(Run& run, Scheduler& sched) {
     auto const record = run.impl->queue()->arrivedSnapshot();
-    for (auto const& entry : record)
-        if (entry.first == frame)
-            return true;
     if (record.size() < SyncQueue::kMaxArrivedFrames)
         return true;
     for (auto const& parked : sched.parked())
@@ -370,7 +368,7 @@ void burstStep(Run& run, Scheduler& sched, int cam, int frame, int stepNo, uint8
         if (!flushes && !run.entered.insert({cam, f}).second)
             continue;
         bool const slave = planOf(run, f).master != cam;
-        if (!flushes && slave && !mayRecord(run, sched, f))
+        if (!flushes && slave && !mayRecord(run, sched))
             return;
         if (!(flushes ? flushStep(run, sched, cam, f, stepNo)
                       : dropStep(run, sched, cam, f, stepNo, arg)))
@@ -388,13 +386,14 @@ void step(Run& run, Scheduler& sched, Reader& r, int stepNo) {
     if (frame == -99)
         op = 8;
     bool const master = frame != -99 && planOf(run, frame).master == cam;
-    bool const records = op <= 1 || (op == 2 && !master);
+    // A leave counts as the sensor's arrival on each live frame that lists it.
+    bool const records = op <= 1 || (op == 2 && !master) || op == 4;
     if ((op <= 2 || op == 7) && !run.entered.insert({cam, frame}).second) {
         trace("#%d cam%d f%d held back: the camera already gave its result for the frame", stepNo,
               cam, frame);
         return;
     }
-    if (records && !mayRecord(run, sched, frame)) {
+    if (records && !mayRecord(run, sched)) {
         trace("#%d cam%d f%d held back: it could push a waited-on frame out of the record", stepNo,
               cam, frame);
         return;
