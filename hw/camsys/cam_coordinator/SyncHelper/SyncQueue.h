@@ -25,6 +25,12 @@
 // drop check fails that camera although the completing camera passed. Kept as designed; the
 // schedule fuzz target reaches it with (frame 0 of cameras 0 and 1):
 //   cam1 enque f0 (waits); cam0 enque f0 (completes, true, wakes cam1); flush f0; cam1 -> false
+// The converse holds too: a frame whose callback failed reaches the woken cameras only through
+// its drop-queue entry; if more than 20 other frames enter the drop queue before a woken camera
+// takes mQueueLock again, the entry is gone and that camera passes while the completing one
+// failed. A campaign schedule showed it (frame 3 of cameras 0-2, camera 2 completing it):
+//   cam0, cam1 enque f3 (wait); cam2 enque f3 (master updater refuses a frame inversion, false);
+//   master drops of 21 other frames before cam0 and cam1 run their drop check; both -> true
 //
 // One result per camera per frame is part of the contract, not checked: the first thread to
 // leave a frame removes whatever element the frame number maps to then. A camera that enters a
