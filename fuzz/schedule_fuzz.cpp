@@ -58,6 +58,8 @@ namespace {
 using NSCam::IMetadata;
 using NSCam::MRect;
 using NSCam::camsys::camcoordinator::ISyncHelper;
+using NSCam::camsys::camcoordinator::MutexLock;
+using NSCam::camsys::camcoordinator::SyncElement;
 using NSCam::camsys::camcoordinator::SyncHelper;
 using NSCam::camsys::camcoordinator::SyncQueue;
 using NSCam::camsys::camcoordinator::SyncResultInputParams;
@@ -288,6 +290,12 @@ std::unique_ptr<Call> makeCall(Run const& run, int cam, int frame, int step, uin
     IMetadata::setEntry<int>(&c->halControl, tags::RYX_DUALZOOM_REAL_MASTER, p.master);
     IMetadata::setEntry<int>(&c->halControl, tags::RYX_FRAMESYNC_MODE, p.mode);
     IMetadata::setEntry<long>(&c->halControl, tags::RYX_FRAMESYNC_TOLERANCE, p.tolerance);
+    // The middleware's master/slave order travels with the frame into its SyncData.
+    if (ts & 0x80) {
+        IMetadata::IEntry order(tags::RYX_MW_MASTER_SLAVE_LIST);
+        order.push_back(p.master);
+        c->halControl.update(tags::RYX_MW_MASTER_SLAVE_LIST, order);
+    }
     c->in.m_id = cam;
     c->in.frameNo = frame;
     c->in.requestNo = static_cast<int16_t>(frame);
@@ -526,6 +534,49 @@ void checkVerdicts(Run const& run) {
     }
 }
 
+using Parked = std::vector<std::pair<int, int>>;
+
+// The owner's teardown: with the queue held quiet (its lock taken, as an owner serialises
+// clear() with enque()), every frame the queue holds must be valid; clear() then reports and
+// releases them all. A camera the scheduler still sees parked may have been woken already and
+// not yet run, so its frame need not be live any more.
+void clearQueue(Run& run, Parked const& parked) {
+    SyncQueue* queue = run.impl->queue();
+    queue->mQueueLock.lock();
+    std::vector<int> live;
+    queue->getFrameNoList(&live);
+    for (int frame : live) {
+        std::shared_ptr<SyncElement> element = queue->getSyncElement(frame);
+        if (element == nullptr)
+            fail("the queue lists a frame it holds no element for");
+        MutexLock lock(element->mLock);
+        if (!element->mValid)
+            fail("the queue holds an invalidated frame");
+        run.touched[frame] = true;
+    }
+    for (auto const& [cam, frame] : parked)
+        trace("end: cam%d left waiting on f%d; clearing the queue", cam, frame);
+    queue->clear();
+    queue->mQueueLock.unlock();
+}
+
+// Once every camera has left: a camera listed for a dropped frame learns of it from its drop
+// check.
+void checkDropQueue(Run& run) {
+    SyncQueue* queue = run.impl->queue();
+    // No bound on its size to check: frames failed at completion enter it without pruning.
+    std::map<int, std::vector<int>> const drops = queue->dropQueueSnapshot();
+    if (drops.empty() || drops.begin()->second.empty())
+        return;
+    SyncResultInputParams in;
+    in.frameNo = drops.begin()->first;
+    in.m_id = drops.begin()->second.front();
+    std::vector<int> dropList;
+    MutexLock lock(queue->mQueueLock);
+    if (queue->checkSyncQueue(in, &dropList) || dropList != std::vector<int>{in.frameNo})
+        fail("a listed camera's drop check did not report its dropped frame");
+}
+
 SchedulingULogger gLogger;
 
 }  // namespace
@@ -562,7 +613,10 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
         ci.focalLength = 4.0f + static_cast<float>(i);
         info[static_cast<unsigned>(i)] = ci;
     }
-    run.helper = ISyncHelper::createInstance(r.u8(), true, info);
+    uint8_t const key = r.u8();
+    // The high bit of the session key picks how the owner releases the cameras left waiting.
+    bool const teardownByClear = (key & 0x80) != 0;
+    run.helper = ISyncHelper::createInstance(key, true, info);
     run.impl = dynamic_cast<SyncHelper*>(run.helper.get());
     if (run.impl == nullptr)
         fail("factory result");
@@ -573,8 +627,17 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
         for (int s = 0; s < kMaxSteps && !r.empty(); ++s)
             step(run, sched, r, s);
 
-        // Whoever the schedule left waiting is released by a flush of its frame.
-        for (auto const& [cam, frame] : sched.parked()) {
+        std::vector<int> flushed = run.impl->queue()->flushListSnapshot();
+        std::vector<int> expected = run.flushList;
+        std::sort(flushed.begin(), flushed.end());
+        std::sort(expected.begin(), expected.end());
+        if (flushed != expected)
+            fail("the queue's flush list is not the 21 frames flushed last");
+        // Whoever the schedule left waiting is released by a flush of its frame, or all at once
+        // by the owner's clear().
+        if (teardownByClear)
+            clearQueue(run, sched.parked());
+        for (auto const& [cam, frame] : teardownByClear ? Parked{} : sched.parked()) {
             trace("end: cam%d left waiting on f%d; flushing it", cam, frame);
             run.helper->notifyDrop(frame, 0);
             run.touched[frame] = true;
@@ -582,6 +645,10 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
         sched.awaitAllIdle();
         gScheduler = nullptr;
     }
+    // Every camera has left: no frame may stay behind in the queue.
+    if (run.impl->queue()->liveFrameCount() != 0)
+        fail("a frame stayed in the queue after every camera left it");
+    checkDropQueue(run);
     for (auto const& c : run.checks)
         if (!c->done)
             fail("a call never returned");
