@@ -4,7 +4,7 @@
 # Usage: scripts/ci-android-bp.sh   (from anywhere; works on a copy of the tree)
 set -euo pipefail
 root="$(cd "$(dirname "$0")/.." && pwd)"
-bash "$root/scripts/install-deps.sh" core
+bash "$root/scripts/install-deps.sh" android-bp
 
 fail() { echo "android-bp: FAIL: $*" >&2; exit 1; }
 
