@@ -13,7 +13,6 @@
 // (NSCam::IMetadata), the records and the tag ids.
 #include "ISyncHelper.h"
 
-#include <cinttypes>
 #include <cstdio>
 #include <memory>
 #include <mutex>
