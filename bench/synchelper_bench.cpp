@@ -35,6 +35,7 @@
 #include <vector>
 
 #include "SyncHelper.h"
+#include "SyncHelperInspector.h"
 #include "SyncQueue.h"
 #include "bench_session.h"
 
@@ -199,7 +200,7 @@ void BM_SingleCamera_UpdateData(benchmark::State& st) {
     auto* helper = dynamic_cast<SyncHelper*>(iface.get());
     CamSlot cam(0, 1, /*sync=*/false);
     SyncData data;
-    helper->queue()->genSyncData(&data, cam.in, &cam.out);
+    SyncHelperInspector::queue(*helper)->genSyncData(&data, cam.in, &cam.out);
     SyncDataUpdaterType const all = static_cast<SyncDataUpdaterType>(15);
     for (auto _ : st) {
         bool ok = helper->updateData(all, &data);
@@ -312,7 +313,7 @@ void BM_Memory_Frames(benchmark::State& st) {
             if (n == early) {
                 rssEarly = residentBytes();
                 heapEarly = heapBytes();
-                snapshotsEarly = helper->cropSnapshotCount();
+                snapshotsEarly = SyncHelperInspector::cropSnapshotCount(*helper);
             }
             for (auto& c : cams)
                 c->setFrame(n);
@@ -342,7 +343,7 @@ void BM_Memory_Frames(benchmark::State& st) {
         st.counters["rss_B_per_frame"] = (double(rssLate) - double(rssEarly)) / span;
         st.counters["heap_B_per_frame"] = (double(heapLate) - double(heapEarly)) / span;
         st.counters["crop_snapshots_per_frame"] =
-            double(helper->cropSnapshotCount() - snapshotsEarly) / span;
+            double(SyncHelperInspector::cropSnapshotCount(*helper) - snapshotsEarly) / span;
         if (passed < frames * 98 / 100)
             st.SkipWithError("frames failed that should have passed");
     }

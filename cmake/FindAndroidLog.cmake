@@ -10,7 +10,8 @@ endif()
 find_library(AndroidLog_LIBRARY NAMES log PATHS ${_ryx_android_libdirs} NO_DEFAULT_PATH)
 find_library(AndroidLog_LIBRARY NAMES log)
 include(FindPackageHandleStandardArgs)
-find_package_handle_standard_args(AndroidLog REQUIRED_VARS AndroidLog_LIBRARY AndroidLog_INCLUDE_DIR)
+find_package_handle_standard_args(AndroidLog REQUIRED_VARS AndroidLog_LIBRARY AndroidLog_INCLUDE_DIR
+  REASON_FAILURE_MESSAGE "install the Debian package android-liblog-dev")
 if(AndroidLog_FOUND AND NOT TARGET Android::log)
   add_library(Android::log SHARED IMPORTED)
   set_target_properties(Android::log PROPERTIES

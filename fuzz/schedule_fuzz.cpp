@@ -30,6 +30,7 @@
 
 #include "ISyncHelper.h"
 #include "SyncHelper.h"
+#include "SyncHelperInspector.h"
 #include "SyncMetaTags.h"
 #include "SyncQueue.h"
 
@@ -61,6 +62,7 @@ using NSCam::camsys::camcoordinator::ISyncHelper;
 using NSCam::camsys::camcoordinator::MutexLock;
 using NSCam::camsys::camcoordinator::SyncElement;
 using NSCam::camsys::camcoordinator::SyncHelper;
+using NSCam::camsys::camcoordinator::SyncHelperInspector;
 using NSCam::camsys::camcoordinator::SyncQueue;
 using NSCam::camsys::camcoordinator::SyncResultInputParams;
 using NSCam::camsys::camcoordinator::SyncResultOutputParams;
@@ -324,7 +326,7 @@ int frameFor(Run const& run, int cam, int wanted) {
 // touch it), so the record read here is the one the next call meets; an arrival is held back
 // while it would push out a frame a camera waits on.
 bool mayRecord(Run& run, Scheduler& sched) {
-    auto const record = run.impl->queue()->arrivedSnapshot();
+    auto const record = SyncHelperInspector::queue(*run.impl)->arrivedSnapshot();
     if (record.size() < SyncQueue::kMaxArrivedFrames)
         return true;
     for (auto const& parked : sched.parked())

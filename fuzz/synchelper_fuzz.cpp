@@ -24,6 +24,7 @@
 
 #include "ISyncHelper.h"
 #include "SyncHelper.h"
+#include "SyncHelperInspector.h"
 #include "SyncMetaTags.h"
 #include "SyncQueue.h"
 
@@ -50,6 +51,7 @@ using NSCam::camsys::camcoordinator::ISyncHelper;
 using NSCam::camsys::camcoordinator::SyncData;
 using NSCam::camsys::camcoordinator::SyncDataUpdaterType;
 using NSCam::camsys::camcoordinator::SyncHelper;
+using NSCam::camsys::camcoordinator::SyncHelperInspector;
 using NSCam::camsys::camcoordinator::SyncQueue;
 using NSCam::camsys::camcoordinator::SyncResultInputParams;
 using NSCam::camsys::camcoordinator::SyncResultOutputParams;
@@ -471,8 +473,8 @@ void opGetCrop(Session& s, Reader& r) {
     bool written = IMetadata::getEntry<MRect>(&f->halControl, tags::RYX_SENSOR_CROP_OVERRIDE, crop);
     TRACE("crop cam%d f%d -> %s (%d,%d %dx%d); snapshots %zu", f->in.m_id, f->in.frameNo,
           written ? "override" : "none", crop.left, crop.top, crop.width, crop.height,
-          s.helper->cropSnapshotCount());
-    if (!s.helper->needCropReplace()) {
+          SyncHelperInspector::cropSnapshotCount(*s.helper));
+    if (!SyncHelperInspector::needCropReplace(*s.helper)) {
         FUZZ_CHECK(sameOverride(before, f->halControl),
                    "crop override written although crop replacement is off");
     }
@@ -581,8 +583,9 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
     Session s;
     s.iface = ISyncHelper::createInstance(r.u16(), allowCropReplace, info);
     s.helper = dynamic_cast<SyncHelper*>(s.iface.get());
-    FUZZ_CHECK(s.helper != nullptr && s.helper->queue() != nullptr, "factory result");
-    s.queue = s.helper->queue();
+    FUZZ_CHECK(s.helper != nullptr && SyncHelperInspector::queue(*s.helper) != nullptr,
+               "factory result");
+    s.queue = SyncHelperInspector::queue(*s.helper);
 
     for (int ops = 0; ops < 256 && !r.empty(); ++ops) {
         runOp(s, r);

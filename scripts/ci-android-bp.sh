@@ -4,7 +4,7 @@
 # Usage: scripts/ci-android-bp.sh   (from anywhere; works on a copy of the tree)
 set -euo pipefail
 root="$(cd "$(dirname "$0")/.." && pwd)"
-bash "$root/scripts/install-deps.sh" core
+bash "$root/scripts/install-deps.sh" android-bp
 
 fail() { echo "android-bp: FAIL: $*" >&2; exit 1; }
 
@@ -37,4 +37,6 @@ so=$(ls libryxcam_synchelper.so.* | head -n1)
 exports=$(nm -DC --defined-only "$so")
 echo "$exports" | grep -q 'ISyncHelper::createInstance' || fail "$so does not export ISyncHelper::createInstance"
 if echo "$exports" | grep -q 'SyncQueue::'; then fail "$so exports SyncQueue internals"; fi
+sh "$root/tests/exports_match.sh" nm "$so" "$root/tests/libryxcam_synchelper.exports" ||
+    fail "$so does not export exactly tests/libryxcam_synchelper.exports (version_script)"
 echo "android-bp: built $so from Android.bp with mini-soong; exports checked"

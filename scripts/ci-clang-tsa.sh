@@ -12,7 +12,7 @@ cd "$(dirname "$0")/.."
 build="${1:-build/qa-tsa}"
 start=$SECONDS
 
-bash scripts/install-deps.sh core
+bash scripts/install-deps.sh clang
 
 probe_dir="$(mktemp -d)"
 trap 'rm -rf "$probe_dir"' EXIT

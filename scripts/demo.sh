@@ -5,7 +5,8 @@
 set -euo pipefail
 root="$(cd "$(dirname "$0")/.." && pwd)"
 bash "$root/scripts/install-deps.sh" core
-cd "$root"
-cmake --preset default >/dev/null
-cmake --build --preset default -j "$(nproc)" --target synchelper-sim
+# Build in the repository, run from the caller's folder: paths given on the command line (a
+# --scenario to read, an --svg or --json to write) are taken relative to where the user stands.
+(cd "$root" && cmake --preset default >/dev/null &&
+    cmake --build --preset default -j "$(nproc)" --target synchelper-sim)
 exec "$root/build/default/tools/synchelper-sim" "$@"

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "SyncHelper.h"
+#include "SyncHelperInspector.h"
 #include "SyncQueue.h"
 #include "SyncQueue_ResultCheck_Cb.h"
 #include "facade_session.h"
@@ -58,7 +59,7 @@ TEST_F(HelperTest, CropReplaceNeedsThePropertyAndThePermission) {
         }
         mLog->clear();
         make(c.allow);
-        EXPECT_EQ(mHelper->needCropReplace(), c.expected);
+        EXPECT_EQ(SyncHelperInspector::needCropReplace(*mHelper), c.expected);
         expectLine(*mLog, ANDROID_LOG_INFO, "SyncHelper",
                    std::string("needCropReplace(") + (c.expected ? "1" : "0") + ")");
     }
@@ -68,8 +69,8 @@ TEST_F(HelperTest, DestructionFreesQueuedFramesWithoutReportingThem) {
     make();
     CamFrame& a = frame(0, 9, 9 * kFrameNs, Request{{0, 2}, 0, 1000, 1});
     {
-        MutexLock lock(mHelper->queue()->mQueueLock);
-        mHelper->queue()->createSyncElement(a.in.frameNo, a.in, &a.out);
+        MutexLock lock(SyncHelperInspector::queueLock(*SyncHelperInspector::queue(*mHelper)));
+        SyncHelperInspector::queue(*mHelper)->createSyncElement(a.in.frameNo, a.in, &a.out);
     }
     mLog->clear();
     mHelper.reset();
@@ -106,8 +107,8 @@ TEST_F(HelperTest, CallbackPrintsTheEventAndRunsAllFourWritersEvenWithoutCameraI
     SyncQueue_ResultCheck_Cb cb(mHelper.get());
     CamFrame *a, *b, *c, *d;
     SyncData good = pair(6, false, a, b);
-    EXPECT_TRUE(cb.onEvent(ISyncQueueCB::SYNC_DATA_READY, mHelper->queue()->getSyncDataUpdateType(),
-                           &good));
+    EXPECT_TRUE(cb.onEvent(ISyncQueueCB::SYNC_DATA_READY,
+                           SyncHelperInspector::queue(*mHelper)->getSyncDataUpdateType(), &good));
     EXPECT_EQ(a->syncResult(), 0);
     EXPECT_TRUE(a->out.bMasterCam);
     EXPECT_FALSE(b->out.bMasterCam);
@@ -124,7 +125,7 @@ TEST_F(HelperTest, CallbackPrintsTheEventAndRunsAllFourWritersEvenWithoutCameraI
 
 TEST_F(HelperTest, DropNotificationsReachTheQueue) {
     make();
-    SyncQueue& queue = *mHelper->queue();
+    SyncQueue& queue = *SyncHelperInspector::queue(*mHelper);
     // The master drops: the other sensors of its group are recorded, once.
     CamFrame& master = frame(0, 7, 7 * kFrameNs, Request{{0, 2}, 0, 1000, 1});
     ryxtest::setInts(master.halControl, RYX_FRAMESYNC_ID, {0, 2});  // the group, caller included
@@ -180,7 +181,7 @@ TEST_F(HelperTest, SyncSwitchFlagSequences) {
         EXPECT_EQ(mHelper->getSyncSwitchFlag(f.in), s.flag)
             << "sensor " << s.sensor << " frame " << s.frameNo;
     }
-    EXPECT_EQ(mHelper->syncFlagCount(), 3u);
+    EXPECT_EQ(SyncHelperInspector::syncFlagCount(*mHelper), 3u);
     EXPECT_FALSE(mLog->androidHas("frameNo(0)"));
     expectLine(*mLog, ANDROID_LOG_DEBUG, "getSyncSwitchFlag", "sensorId(0) frameNo(-3) NO_CTRL");
     expectLine(*mLog, ANDROID_LOG_DEBUG, "getSyncSwitchFlag",
@@ -224,7 +225,8 @@ class CropTest : public HelperTest, public ::testing::WithParamInterface<bool> {
     }
     // The frame's snapshot and users-left count, -1 for none.
     std::pair<bool, int32_t> tables(int frameNo) {
-        return {mHelper->hasCropSnapshot(frameNo), mHelper->cropUsersLeft(frameNo)};
+        return {SyncHelperInspector::hasCropSnapshot(*mHelper, frameNo),
+                SyncHelperInspector::cropUsersLeft(*mHelper, frameNo)};
     }
 
     MRect const a0{0, 0, 100, 75}, a1{1, 1, 200, 150}, a2{2, 2, 300, 225};
@@ -252,12 +254,12 @@ TEST_P(CropTest, PairsListingEachOtherLeaveNoTablesButALoneCallerLeavesItsSnapsh
     EXPECT_EQ(ask(2, 13, {0}), seen(a2));  // count 1 -> 0: erased
     EXPECT_EQ(tables(13), std::make_pair(false, -1));
     EXPECT_EQ(ask(0, 15, {2}), seen(a0));  // nobody else asks for frame 15
-    EXPECT_EQ(mHelper->cropSnapshotCount(), 1u);
-    EXPECT_EQ(mHelper->cropUsersLeftCount(), 1u);
+    EXPECT_EQ(SyncHelperInspector::cropSnapshotCount(*mHelper), 1u);
+    EXPECT_EQ(SyncHelperInspector::cropUsersLeftCount(*mHelper), 1u);
     // Outside a sync group: the latest set, no snapshot.
     EXPECT_EQ(ask(0, 16, {}), seen(a0));
     EXPECT_EQ(ask(0, 16, {}), seen(a0));
-    EXPECT_EQ(mHelper->cropSnapshotCount(), 1u);
+    EXPECT_EQ(SyncHelperInspector::cropSnapshotCount(*mHelper), 1u);
     // An override already present is replaced.
     CamFrame& f = frame(0, 17, 0, Request{});
     ryxtest::setOne<MRect>(f.halControl, RYX_SENSOR_CROP_OVERRIDE, MRect(9, 9, 9, 9));

@@ -21,7 +21,7 @@ class QueueDeathTest : public ::testing::Test {
     QueueDeathTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
 
     std::shared_ptr<SyncElement> create(Camera& c) {
-        MutexLock lock(queue.mQueueLock);
+        MutexLock lock(SyncHelperInspector::queueLock(queue));
         return queue.createSyncElement(c.input.frameNo, c.input, &c.output);
     }
     void enque(Camera& c) { queue.enque("syncResultCheck", 7, c.input, &c.output, nullptr); }
@@ -47,7 +47,7 @@ TEST_F(QueueDeathTest, CameraEnteringItsFrameTwice) {
 TEST_F(QueueDeathTest, OutputRecordedWithoutItsInput) {
     auto const element = create(a);
     element->mSyncData.inputParams.clear();
-    MutexLock lock(queue.mQueueLock);
+    MutexLock lock(SyncHelperInspector::queueLock(queue));
     EXPECT_DEATH(queue.updateSyncElement(element, a.input, &a.output),
                  fatal("\\(output\\) Duplicate insert! frameno\\(7\\) input cam\\(0\\)",
                        "updateSyncElement"));
@@ -62,7 +62,7 @@ TEST_F(QueueDeathTest, CameraOutsideTheFramesTargets) {
 TEST_F(QueueDeathTest, ArrivalRecordFullWhileItsOldestFrameIsLive) {
     a.input.frameNo = 1;
     create(a);
-    MutexLock lock(queue.mQueueLock);
+    MutexLock lock(SyncHelperInspector::queueLock(queue));
     for (int frame = 1; frame <= 20; ++frame) {
         queue.updateArrivedSyncMap(frame, 0);
     }

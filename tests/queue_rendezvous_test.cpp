@@ -44,7 +44,7 @@ class QueueRendezvousTest : public QueueTest {
     void finish(Arrival& a) { threads[a.thread].join(); }
 
     std::shared_ptr<SyncElement> element(int frame) {
-        MutexLock lock(queue.mQueueLock);
+        MutexLock lock(SyncHelperInspector::queueLock(queue));
         return queue.getSyncElement(frame);
     }
     static bool valid(SyncElement& e) {
@@ -59,7 +59,7 @@ class QueueRendezvousTest : public QueueTest {
     }
     void clear() {
         // The owner keeps the camera threads off the containers while it clears.
-        MutexLock lock(queue.mQueueLock);
+        MutexLock lock(SyncHelperInspector::queueLock(queue));
         EXPECT_TRUE(queue.clear());
     }
 

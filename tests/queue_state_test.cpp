@@ -33,7 +33,7 @@ std::vector<int> range(int from, int to) {
 TEST_F(QueueStateTest, ElementsAreKeyedByTheInputFrameAndALiveOneIsKept) {
     Camera a(0, 7, {0, 2}), b(2, 7, {0});
     {
-        MutexLock lock(queue.mQueueLock);
+        MutexLock lock(SyncHelperInspector::queueLock(queue));
         auto const first = queue.createSyncElement(99, a.input, &a.output);
         EXPECT_EQ(queue.getSyncElement(99), nullptr);
         EXPECT_EQ(first->mSyncData.syncTargetList, (std::vector<int>{0, 0, 2}));
@@ -50,7 +50,7 @@ TEST_F(QueueStateTest, ElementsAreKeyedByTheInputFrameAndALiveOneIsKept) {
 
 TEST_F(QueueStateTest, BoundedContainersKeepTheNewestFrames) {
     {
-        MutexLock lock(queue.mQueueLock);
+        MutexLock lock(SyncHelperInspector::queueLock(queue));
         EXPECT_EQ(queue.updateArrivedSyncMap(1, 0), 1);
         EXPECT_EQ(queue.updateArrivedSyncMap(1, 0), 1);  // cameras count once
         EXPECT_EQ(queue.updateArrivedSyncMap(1, 2), 2);
@@ -58,7 +58,7 @@ TEST_F(QueueStateTest, BoundedContainersKeepTheNewestFrames) {
     for (int frame = 1; frame <= 21; ++frame) {
         EXPECT_TRUE(queue.addDropFrameInfo(frame, 0, &kOneCamera));
         EXPECT_TRUE(queue.dropItemsForFlush(frame, 0));
-        MutexLock lock(queue.mQueueLock);
+        MutexLock lock(SyncHelperInspector::queueLock(queue));
         queue.updateArrivedSyncMap(frame, 0);
     }
     EXPECT_EQ(keys(queue.arrivedSnapshot()), range(2, 21));
@@ -79,7 +79,7 @@ TEST_F(QueueStateTest, BoundedContainersKeepTheNewestFrames) {
     EXPECT_EQ(keys(queue.dropQueueSnapshot()), range(2, 20));
     EXPECT_FALSE(queue.isNeedDropFrame(1));
     // A pruned arrival starts afresh at the back.
-    MutexLock lock(queue.mQueueLock);
+    MutexLock lock(SyncHelperInspector::queueLock(queue));
     EXPECT_EQ(queue.updateArrivedSyncMap(1, 5), 1);
     EXPECT_TRUE(hasLine("operator()", "Remove frame: 2 in mArrivedSyncMap"));
 }
@@ -107,7 +107,7 @@ TEST_F(QueueStateTest, EmptyDropEntryDropsForEveryoneUntilAnyCameraClearsIt) {
     EXPECT_TRUE(queue.addDropFrameInfo(8, 0, &twice));
     EXPECT_TRUE(queue.isNeedDropFrame(7));
     EXPECT_TRUE(hasLine("isNeedDropFrame", "need drop frame(7)"));
-    MutexLock lock(queue.mQueueLock);
+    MutexLock lock(SyncHelperInspector::queueLock(queue));
     EXPECT_TRUE(queue.clearDropQueue(7, 42));
     EXPECT_FALSE(queue.clearDropQueue(8, 4));
     EXPECT_FALSE(queue.clearDropQueue(8, 6));
@@ -131,7 +131,7 @@ TEST_F(QueueStateTest, SequenceCheckReportsTheFrameOncePerListing) {
 TEST_F(QueueStateTest, EnqueDropsTheCallersListThenItsOwnResultWhenListedForDrop) {
     Camera waiting(0, 3, {1}), single(4, 5, {}), listed(2, 9, {0});
     {
-        MutexLock lock(queue.mQueueLock);
+        MutexLock lock(SyncHelperInspector::queueLock(queue));
         queue.createSyncElement(3, waiting.input, &waiting.output);
     }
     EXPECT_TRUE(enque(single, {3}));

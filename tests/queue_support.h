@@ -16,6 +16,7 @@
 
 #include "LogCapture.h"
 #include "MetaBuilder.h"
+#include "SyncHelperInspector.h"
 #include "SyncMetaTags.h"
 #include "SyncQueue.h"
 

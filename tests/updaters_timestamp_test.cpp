@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <ostream>
 #include <string>
 
 #include "updaters_frame.h"
@@ -49,6 +50,12 @@ struct BoundaryCase {
     int32_t mode;
     long expected;
 };
+
+// Shown by gtest beside the test name: the case's figures rather than its bytes.
+void PrintTo(BoundaryCase const& c, std::ostream* os) {
+    *os << c.sof0 << "/" << c.sof1 << " ns " << c.toleranceUs << " us mode " << c.mode << " -> "
+        << c.expected;
+}
 
 class TimestampBoundaryTest : public TimestampUpdaterTest,
                               public ::testing::WithParamInterface<BoundaryCase> {};
@@ -118,6 +125,17 @@ struct IrregularCase {
     std::optional<long> result;  // in every camera that arrived
     Lines log;
 };
+
+void PrintTo(IrregularCase const& c, std::ostream* os) {
+    char const* sep = "";
+    for (int64_t sof : c.sofs) {
+        *os << sep << (sof == kNoInput ? std::string("none") : std::to_string(sof));
+        sep = "/";
+    }
+    *os << " ns, tolerance@" << c.toleranceOn << " mode@" << c.modeOn << " -> "
+        << (c.returns ? "true" : "false") << ", "
+        << (c.result ? std::to_string(*c.result) : std::string("none"));
+}
 
 class TimestampIrregularTest : public TimestampUpdaterTest,
                                public ::testing::WithParamInterface<IrregularCase> {};

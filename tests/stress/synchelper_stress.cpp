@@ -44,6 +44,7 @@
 #include "ISyncHelper.h"
 #include "MetaBuilder.h"
 #include "SyncHelper.h"
+#include "SyncHelperInspector.h"
 #include "Watchdog.h"
 
 namespace {
@@ -335,7 +336,7 @@ void runSession(int sensors) {
     std::shared_ptr<ISyncHelper> iface = ISyncHelper::createInstance(0x57e55, true, info);
     auto helper = std::dynamic_pointer_cast<SyncHelper>(iface);
     ASSERT_NE(helper, nullptr);
-    ASSERT_TRUE(helper->needCropReplace());
+    ASSERT_TRUE(SyncHelperInspector::needCropReplace(*helper));
 
     Pacer pacer(sensors + 1);
     Shared sh;
@@ -428,7 +429,7 @@ void runSession(int sensors) {
         "stress: %d sensors: %d frames in %.2f s (%.0f frames/s), %d results, %d passed, %d "
         "sensor drops, %d crop overrides, %zu crop snapshots kept, %d violations\n",
         sensors, frames, seconds, frames / seconds, results, passed, sh.sensorDrops.load(),
-        sh.cropOverrides.load(), helper->cropSnapshotCount(), violations);
+        sh.cropOverrides.load(), SyncHelperInspector::cropSnapshotCount(*helper), violations);
     EXPECT_EQ(violations, 0);
     EXPECT_EQ(sh.cropViolations.load(), 0);
     EXPECT_GT(passed, results / 4) << "too few frames passed for the invariants to mean much";

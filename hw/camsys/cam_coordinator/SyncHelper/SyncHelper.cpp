@@ -316,32 +316,6 @@ bool SyncHelper::getSensorCropRegion(SyncResultInputParams const& input) {
     return true;
 }
 
-size_t SyncHelper::cropSnapshotCount() {
-    MutexLock lock(mCropLock);
-    return mFrameCropSnapshots.size();
-}
-
-size_t SyncHelper::cropUsersLeftCount() {
-    MutexLock lock(mCropLock);
-    return mFrameCropUsersLeft.size();
-}
-
-bool SyncHelper::hasCropSnapshot(int frameNo) {
-    MutexLock lock(mCropLock);
-    return mFrameCropSnapshots.count(frameNo) != 0;
-}
-
-int32_t SyncHelper::cropUsersLeft(int frameNo) {
-    MutexLock lock(mCropLock);
-    auto it = mFrameCropUsersLeft.find(frameNo);
-    return it == mFrameCropUsersLeft.end() ? -1 : it->second;
-}
-
-size_t SyncHelper::syncFlagCount() {
-    MutexLock lock(mSyncFlagLock);
-    return mSyncFlags.size();
-}
-
 }  // namespace camcoordinator
 }  // namespace camsys
 }  // namespace NSCam

@@ -32,6 +32,7 @@ namespace camcoordinator {
 
 class SyncQueue;
 class SyncQueue_ResultCheck_Cb;
+class SyncHelperInspector;
 
 class RYX_SYNCHELPER_EXPORT SyncHelper : public virtual ISyncHelper {
   public:
@@ -70,18 +71,9 @@ class RYX_SYNCHELPER_EXPORT SyncHelper : public virtual ISyncHelper {
     // if a new set arrives meanwhile. Always returns true. Takes mCropLock.
     bool getSensorCropRegion(SyncResultInputParams const& input) RYX_EXCLUDES(mCropLock);
 
-    // --- inspection for tests and tools ---
-    bool needCropReplace() const { return mNeedCropReplace; }
-    size_t cropSnapshotCount() RYX_EXCLUDES(mCropLock);
-    size_t cropUsersLeftCount() RYX_EXCLUDES(mCropLock);
-    bool hasCropSnapshot(int frameNo) RYX_EXCLUDES(mCropLock);
-    // The users-left count of the frame's crop snapshot, or -1 when the frame has none.
-    int32_t cropUsersLeft(int frameNo) RYX_EXCLUDES(mCropLock);
-    // Number of sensors with a switch-flag record.
-    size_t syncFlagCount() RYX_EXCLUDES(mSyncFlagLock);
-    SyncQueue* queue() const { return mSyncQueue_ResultCheck.get(); }
-
   private:
+    friend class SyncHelperInspector;  // tests and tools, through the internal archive
+
     using UpdaterMap = std::unordered_map<SyncDataUpdaterType, std::unique_ptr<ISyncDataUpdater>>;
     using CropMap = std::unordered_map<int, NSCam::MRect>;
 

@@ -18,7 +18,7 @@
 // Locking, outermost first: the owner's drop lock, mQueueLock, one element's mLock. The callback
 // runs with mQueueLock and the element's mLock held, so it must not call back into the queue.
 // Operations marked "caller holds mQueueLock" are building blocks of the others and public only
-// so that tests can drive them.
+// so that tests can drive them (SyncHelperInspector::queueLock hands the lock to them).
 //
 // Verdicts are settled per camera after the wait, by the drop check, not when the frame
 // completes. So a drop or flush of the frame that lands between a woken camera's wake-up and its
@@ -60,6 +60,8 @@
 namespace NSCam {
 namespace camsys {
 namespace camcoordinator {
+
+class SyncHelperInspector;
 
 class SyncQueue {
   public:
@@ -138,14 +140,11 @@ class SyncQueue {
     std::deque<std::pair<int, std::set<int>>> arrivedSnapshot() RYX_EXCLUDES(mQueueLock);
 
   private:
+    friend class SyncHelperInspector;  // hands mQueueLock to tests of the locked operations
+
     int const mSyncDataUpdateType;
-
-  public:
-    // Guards the containers below; taken before any element's mLock. Public so that tests can
-    // drive the "caller holds mQueueLock" operations.
+    // Guards the containers below; taken before any element's mLock.
     Mutex mQueueLock;
-
-  private:
     std::unordered_map<int, std::shared_ptr<SyncElement>> mQueue RYX_GUARDED_BY(mQueueLock);
     std::map<int, std::vector<int>> mDropQueue RYX_GUARDED_BY(mQueueLock);
     std::vector<int> mFlushDropList RYX_GUARDED_BY(mQueueLock);
