@@ -543,8 +543,8 @@ using Parked = std::vector<std::pair<int, int>>;
 // releases them all. A camera the scheduler still sees parked may have been woken already and
 // not yet run, so its frame need not be live any more.
 void clearQueue(Run& run, Parked const& parked) {
-    SyncQueue* queue = run.impl->queue();
-    queue->mQueueLock.lock();
+    SyncQueue* queue = SyncHelperInspector::queue(*run.impl);
+    SyncHelperInspector::queueLock(*queue).lock();
     std::vector<int> live;
     queue->getFrameNoList(&live);
     for (int frame : live) {
@@ -559,13 +559,13 @@ void clearQueue(Run& run, Parked const& parked) {
     for (auto const& [cam, frame] : parked)
         trace("end: cam%d left waiting on f%d; clearing the queue", cam, frame);
     queue->clear();
-    queue->mQueueLock.unlock();
+    SyncHelperInspector::queueLock(*queue).unlock();
 }
 
 // Once every camera has left: a camera listed for a dropped frame learns of it from its drop
 // check.
 void checkDropQueue(Run& run) {
-    SyncQueue* queue = run.impl->queue();
+    SyncQueue* queue = SyncHelperInspector::queue(*run.impl);
     // No bound on its size to check: frames failed at completion enter it without pruning.
     std::map<int, std::vector<int>> const drops = queue->dropQueueSnapshot();
     if (drops.empty() || drops.begin()->second.empty())
@@ -574,7 +574,7 @@ void checkDropQueue(Run& run) {
     in.frameNo = drops.begin()->first;
     in.m_id = drops.begin()->second.front();
     std::vector<int> dropList;
-    MutexLock lock(queue->mQueueLock);
+    MutexLock lock(SyncHelperInspector::queueLock(*queue));
     if (queue->checkSyncQueue(in, &dropList) || dropList != std::vector<int>{in.frameNo})
         fail("a listed camera's drop check did not report its dropped frame");
 }
@@ -629,7 +629,7 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
         for (int s = 0; s < kMaxSteps && !r.empty(); ++s)
             step(run, sched, r, s);
 
-        std::vector<int> flushed = run.impl->queue()->flushListSnapshot();
+        std::vector<int> flushed = SyncHelperInspector::queue(*run.impl)->flushListSnapshot();
         std::vector<int> expected = run.flushList;
         std::sort(flushed.begin(), flushed.end());
         std::sort(expected.begin(), expected.end());
@@ -648,7 +648,7 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
         gScheduler = nullptr;
     }
     // Every camera has left: no frame may stay behind in the queue.
-    if (run.impl->queue()->liveFrameCount() != 0)
+    if (SyncHelperInspector::queue(*run.impl)->liveFrameCount() != 0)
         fail("a frame stayed in the queue after every camera left it");
     checkDropQueue(run);
     for (auto const& c : run.checks)
