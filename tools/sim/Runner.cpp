@@ -239,6 +239,7 @@ void sensorThread(Session& s, Trace const& trace, int sensor, std::vector<size_t
             CallOutcome& out = s.outcomes[idx];
             out.returned = true;
             out.verdict = verdict;
+            out.startNs = std::chrono::duration_cast<std::chrono::nanoseconds>(t0 - start).count();
             out.wallNs = std::chrono::duration_cast<std::chrono::nanoseconds>(t1 - t0).count();
             out.cpuNs = c1 - c0;
             s.sensors[sensor].inLibrary = false;

@@ -1,10 +1,12 @@
 // synchelper-sim: the multi-camera session simulator and trace replay of libryxcam_synchelper.
 
+#include "JsonSink.h"
 #include "LogSetup.h"
-#include "Report.h"
+#include "RunSource.h"
 #include "Runner.h"
 #include "Scenario.h"
-#include "Svg.h"
+#include "SvgSink.h"
+#include "TextSink.h"
 #include "TraceIo.h"
 
 #include <NSCam/Properties.h>
@@ -169,6 +171,7 @@ int main(int argc, char** argv) {
     ryxsim::Trace trace;
     std::string source;
     std::optional<uint64_t> usedSeed;
+    std::string description;
     try {
         if (!traceFile.empty()) {
             trace = ryxsim::readTraceFile(traceFile);
@@ -179,6 +182,7 @@ int main(int argc, char** argv) {
                     ? ryxsim::parseScenario(ryxsim::defaultScenarioText(), "built-in scenario")
                     : ryxsim::readScenarioFile(scenarioFile);
             source = scenarioFile.empty() ? "built-in scenario" : "scenario " + scenarioFile;
+            description = sc.description;
             if (frames) {
                 sc.frames = *frames;
             }
@@ -218,16 +222,17 @@ int main(int argc, char** argv) {
         std::fflush(stderr);
     }
 
-    ryxsim::Report report = ryxsim::buildReport(trace, run);
+    ryxsim::Timeline report = ryxsim::timelineFromRun(trace, run);
     report.source = source;
+    report.description = description;
     report.seed = usedSeed;
     report.realtime = realtime;
-    ryxsim::printReport(std::cout, report);
+    ryxsim::writeText(std::cout, report);
     std::cout.flush();
 
     int status = report.exitStatus;
     if (!jsonFile.empty() && !writeFile(jsonFile, "JSON report", [&](std::ostream& o) {
-            o << ryxsim::reportJson(report).dump(2) << "\n";
+            o << ryxsim::timelineJson(report).dump(2) << "\n";
         })) {
         status = status ? status : 1;
     }

@@ -1,0 +1,161 @@
+#include "JsonSink.h"
+
+namespace ryxsim {
+
+namespace {
+
+nlohmann::json optionalJson(std::optional<int64_t> v, double scale = 1) {
+    return v ? nlohmann::json(*v / scale) : nlohmann::json(nullptr);
+}
+
+// Every frame that did not pass or passed flagged: its cause and each camera's part in it.
+nlohmann::json unpassedJson(Timeline const& r) {
+    using nlohmann::json;
+    json a = json::array();
+    for (FrameRecord const* f : unpassedFrames(r)) {
+        json cams = json::array();
+        for (auto const& c : f->cells) {
+            json cam{{"sensor", c.sensor},
+                     {"verdict", verdictName(c.verdict)},
+                     {"cause", dropCauseName(c.cause)},
+                     {"master", c.master},
+                     {"completed", c.completed},
+                     {"arrive_us", optionalJson(c.arriveNs, 1000.0)},
+                     {"release_us", optionalJson(c.releaseNs, 1000.0)},
+                     {"sof_offset_us", optionalJson(f->sofOffsetNs(c.sensor), 1000.0)}};
+            cams.push_back(cam);
+        }
+        a.push_back({{"frame", f->frame},
+                     {"request", f->request},
+                     {"why", f->why},
+                     {"refusal", refusalName(f->refusal)},
+                     {"first_target", f->firstTarget ? json(*f->firstTarget) : json(nullptr)},
+                     {"tolerance_us", optionalJson(f->toleranceUs)},
+                     {"mode", f->mode ? json(*f->mode) : json(nullptr)},
+                     {"never_came", f->neverCame},
+                     {"cameras", cams}});
+    }
+    return a;
+}
+
+}  // namespace
+
+nlohmann::json timelineJson(Timeline const& r) {
+    using nlohmann::json;
+    auto wait = [](WaitStats const& w) {
+        return json{
+            {"calls", w.count}, {"p50_us", w.p50Us}, {"p99_us", w.p99Us}, {"max_us", w.maxUs}};
+    };
+    auto anomalies = [](std::vector<LoggedAnomaly> const& v) {
+        json a = json::array();
+        for (auto const& x : v) {
+            a.push_back({{"frame", x.frame}, {"master", x.master}, {"log", x.text}});
+        }
+        return a;
+    };
+    json j;
+    j["tool"] = "synchelper-sim";
+    j["name"] = r.name;
+    j["source"] = r.source;
+    j["seed"] = r.seed ? json(*r.seed) : json(nullptr);
+    j["fps"] = r.fps;
+    j["description"] = r.description;
+    j["imported"] = r.imported;
+    j["clock"] = r.clock;
+    j["notes"] = r.notes;
+    j["fatal"] = r.fatal.empty() ? json(nullptr) : json{{"rule", r.fatal}, {"log", r.fatalText}};
+    j["frames"] = r.frameCount;
+    j["first_frame"] = r.firstFrame;
+    j["last_frame"] = r.lastFrame;
+    j["calls"] = r.calls;
+    j["calls_by_kind"] = r.callsByKind;
+    j["realtime"] = r.realtime;
+    j["wall_s"] = r.wallSeconds;
+    j["stream_s"] = r.streamSeconds;
+    j["process_cpu_s"] = r.cpuSeconds;
+    std::map<int, json> cellsBySensor;
+    for (auto const& fr : r.frames) {
+        for (auto const& c : fr.cells) {
+            json cell{{"frame", fr.frame}, {"verdict", verdictName(c.verdict)}};
+            if (c.cause != DropCause::None) {
+                cell["cause"] = dropCauseName(c.cause);
+            }
+            if (c.master) {
+                cell["master"] = true;
+            }
+            cellsBySensor[c.sensor].push_back(cell);
+        }
+    }
+    json sensors = json::array();
+    for (auto const& f : r.sensors) {
+        json frames = cellsBySensor.count(f.sensor) ? cellsBySensor[f.sensor] : json::array();
+        sensors.push_back({{"id", f.sensor},
+                           {"label", f.label},
+                           {"offered", f.offered},
+                           {"in_sync", f.inSync},
+                           {"unchecked", f.unchecked},
+                           {"out_of_sync_1", f.outOfSync1},
+                           {"out_of_sync_2", f.outOfSync2},
+                           {"out_of_sync_unknown_mode", f.outOfSync},
+                           {"dropped", f.dropped},
+                           {"blocked", f.blocked},
+                           {"not_run", f.notRun},
+                           {"master_frames", f.masterFrames},
+                           {"crop_overrides", f.cropOverrides},
+                           {"dropped_by_cause",
+                            {{"own_drop", f.dropOwn},
+                             {"master_drop", f.dropMaster},
+                             {"flush", f.dropFlush},
+                             {"refused", f.dropRefused},
+                             {"sensor_left", f.dropLeave}}},
+                           {"wait", wait(f.wait)},
+                           {"cpu_us_per_call", f.cpuUsPerCall},
+                           {"last_to_arrive", f.lastToArrive},
+                           {"lateness", wait(f.lateness)},
+                           {"frames", frames}});
+    }
+    j["sensors"] = sensors;
+    j["timing"] = {{"wait", wait(r.wait)},
+                   {"library_cpu_us_per_frame", r.libCpuUsPerFrame},
+                   {"library_cpu_us_per_call", r.libCpuUsPerCall}};
+    json blocked = json::array();
+    for (auto const& b : r.blocked) {
+        blocked.push_back({{"sensor", b.sensor},
+                           {"call", b.call},
+                           {"frame", b.frame},
+                           {"request", b.request},
+                           {"seconds", b.seconds}});
+    }
+    j["anomalies"] = {{"frame_inversions", anomalies(r.frameInversions)},
+                      {"time_inversions", anomalies(r.timeInversions)},
+                      {"missing_timestamps", anomalies(r.missingTimestamps)},
+                      {"never_completed", r.neverCompleted},
+                      {"blocked_threads", blocked}};
+    json events;
+    events["flushes"] = json::array();
+    for (auto const& e : r.flushes) {
+        events["flushes"].push_back(e.frame);
+    }
+    events["master_drops"] = json::array();
+    for (auto const& e : r.masterDrops) {
+        events["master_drops"].push_back({{"frame", e.frame}, {"sensor", e.sensor}});
+    }
+    events["leaves"] = json::array();
+    for (auto const& e : r.leaves) {
+        events["leaves"].push_back({{"frame", e.frame}, {"sensor", e.sensor}});
+    }
+    events["crop_sets"] = json::array();
+    for (auto const& [f, q] : r.cropSets) {
+        events["crop_sets"].push_back({{"frame", f}, {"request", q}});
+    }
+    events["requested_master"] = json::array();
+    for (auto const& [f, m] : r.masterChanges) {
+        events["requested_master"].push_back({{"from_frame", f}, {"sensor", m}});
+    }
+    j["events"] = events;
+    j["unpassed"] = unpassedJson(r);
+    j["exit_status"] = r.exitStatus;
+    return j;
+}
+
+}  // namespace ryxsim
