@@ -2,6 +2,7 @@
 
 #include "JsonSink.h"
 #include "LogSetup.h"
+#include "LogcatSource.h"
 #include "RunSource.h"
 #include "Runner.h"
 #include "Scenario.h"
@@ -94,6 +95,36 @@ bool writeFile(std::string const& path, std::string const& what,
     return true;
 }
 
+struct SinkFiles {
+    std::string json, svg;
+};
+
+// Draws the sessions: the text report on stdout, the files asked for. The exit status of the
+// first session, or 1 when a file could not be written.
+int writeSinks(std::vector<ryxsim::Timeline> const& sessions, SinkFiles const& files) {
+    for (size_t i = 0; i < sessions.size(); ++i) {
+        std::cout << (i ? "\n" : "");
+        ryxsim::writeText(std::cout, sessions[i]);
+    }
+    std::cout.flush();
+    int status = sessions.front().exitStatus;
+    if (!files.json.empty() && !writeFile(files.json, "JSON report", [&](std::ostream& o) {
+            nlohmann::json j = nlohmann::json::array();
+            for (auto const& t : sessions) {
+                j.push_back(ryxsim::timelineJson(t));
+            }
+            o << (sessions.size() == 1 ? j[0] : j).dump(2) << "\n";
+        })) {
+        status = status ? status : 1;
+    }
+    if (!files.svg.empty() && !writeFile(files.svg, "SVG timeline", [&](std::ostream& o) {
+            ryxsim::writeSvg(o, sessions.front());
+        })) {
+        status = status ? status : 1;
+    }
+    return status;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -103,7 +134,8 @@ int main(int argc, char** argv) {
     app.footer(kFooter);
     app.get_formatter()->column_width(34);
 
-    std::string scenarioFile, traceFile, recordFile, jsonFile, svgFile, logName = "quiet";
+    std::string scenarioFile, traceFile, logcatFile, recordFile, writeLogcatFile, logName = "quiet";
+    SinkFiles sinks;
     std::vector<std::string> props;
     std::optional<uint64_t> seed;
     std::optional<int> frames;
@@ -117,6 +149,12 @@ int main(int argc, char** argv) {
                          ->check(CLI::ExistingFile.description(""))
                          ->type_name("FILE");
     scenarioOpt->excludes(traceOpt);
+    auto* logcatOpt =
+        app.add_option("--logcat", logcatFile,
+                       "Explain the sessions of this Android log capture instead of running one")
+            ->check(CLI::ExistingFile.description(""))
+            ->type_name("FILE");
+    logcatOpt->excludes(scenarioOpt)->excludes(traceOpt);
     app.add_option("--record", recordFile, "Write the calls of this run as a trace (CSV)")
         ->type_name("FILE");
     auto* seedOpt = app.add_option("--seed", seed,
@@ -129,10 +167,18 @@ int main(int argc, char** argv) {
             ->type_name("N");
     seedOpt->excludes(traceOpt);
     framesOpt->excludes(traceOpt);
+    seedOpt->excludes(logcatOpt);
+    framesOpt->excludes(logcatOpt);
     app.add_flag("--realtime", realtime,
                  "Pace the frames at their start-of-frame times (default: as fast as possible)");
-    app.add_option("--json", jsonFile, "Write the report as JSON")->type_name("FILE");
-    app.add_option("--svg", svgFile, "Draw the timeline as SVG")->type_name("FILE");
+    app.add_option("--write-logcat", writeLogcatFile,
+                   "Write the library's log lines of this run as a device's 'logcat -v "
+                   "threadtime' shows them (warnings and errors, plus what --log raises)")
+        ->type_name("FILE")
+        ->excludes(logcatOpt);
+    app.add_option("--json", sinks.json, "Write the report as JSON")->type_name("FILE");
+    app.add_option("--svg", sinks.svg, "Draw the timeline as SVG (the first session of a capture)")
+        ->type_name("FILE");
     app.add_option("--prop", props, "Set a system property NAME=VALUE (repeatable)")
         ->type_name("NAME=VALUE");
     app.add_option("--log", logName, "Library log level: quiet, error, warn, info, debug")
@@ -167,6 +213,17 @@ int main(int argc, char** argv) {
         NSCam::Utils::Properties::setHostProperty(p.substr(0, eq), p.substr(eq + 1));
     }
     ryxsim::configureLogging(*ryxsim::logLevelFromName(logName));
+
+    std::vector<ryxsim::Timeline> sessions;
+    if (!logcatFile.empty()) {
+        try {
+            sessions = ryxsim::readLogcatFile(logcatFile);
+        } catch (ryxsim::ParseError const& e) {
+            std::fprintf(stderr, "synchelper-sim: error: %s\n", e.what());
+            return 2;
+        }
+        return writeSinks(sessions, sinks);
+    }
 
     ryxsim::Trace trace;
     std::string source;
@@ -216,30 +273,30 @@ int main(int argc, char** argv) {
             std::fflush(stderr);
         };
     }
+    std::ofstream logcatOut;
+    if (!writeLogcatFile.empty()) {
+        logcatOut.open(writeLogcatFile, std::ios::binary | std::ios::trunc);
+        if (!logcatOut) {
+            std::fprintf(stderr, "synchelper-sim: error: cannot write the log to '%s'\n",
+                         writeLogcatFile.c_str());
+            return 1;
+        }
+        options.logcat = &logcatOut;
+    }
     ryxsim::RunResult run = ryxsim::runTrace(trace, options);
+    logcatOut.flush();
     if (progressShown) {
         std::fprintf(stderr, "\r\033[K");
         std::fflush(stderr);
     }
 
-    ryxsim::Timeline report = ryxsim::timelineFromRun(trace, run);
+    sessions.push_back(ryxsim::timelineFromRun(trace, run));
+    ryxsim::Timeline& report = sessions.back();
     report.source = source;
     report.description = description;
     report.seed = usedSeed;
     report.realtime = realtime;
-    ryxsim::writeText(std::cout, report);
-    std::cout.flush();
-
-    int status = report.exitStatus;
-    if (!jsonFile.empty() && !writeFile(jsonFile, "JSON report", [&](std::ostream& o) {
-            o << ryxsim::timelineJson(report).dump(2) << "\n";
-        })) {
-        status = status ? status : 1;
-    }
-    if (!svgFile.empty() && !writeFile(svgFile, "SVG timeline",
-                                       [&](std::ostream& o) { ryxsim::writeSvg(o, report); })) {
-        status = status ? status : 1;
-    }
+    int status = writeSinks(sessions, sinks);
     if (!report.blocked.empty()) {
         std::fprintf(stderr,
                      "synchelper-sim: %zu sensor thread(s) still blocked in the library; "
