@@ -25,11 +25,13 @@ bool startsWith(std::string_view s, std::string_view p) {
 // What the lines said about one camera's part in a frame, beyond its cell.
 struct CellFlags {
     bool enqueued = false;  // reached the rendezvous
+    bool released = false;  // and came out of it
     bool needDrop = false;  // found its frame in the drop queue or the flush list on the way out
     bool dropOnArrival = false;
     bool flushedOnArrival = false;  // entered syncResultCheck and never reached the rendezvous
     bool ownDrop = false;
     bool left = false;
+    bool syncOff = false;  // no rendezvous in a run of such frames: RYX_FRAMESYNC_ENABLE off
 };
 
 struct FrameFlags {
@@ -118,9 +120,19 @@ class SessionBuilder {
     std::string mMissingWithoutFrame;
 };
 
+// sscanf that also needs every literal of `fmt` matched (a pattern may still be a prefix).
 template <typename... A>
 bool scan(std::string const& s, char const* fmt, A*... args) {
-    return std::sscanf(s.c_str(), fmt, args...) == static_cast<int>(sizeof...(A));
+    char withEnd[160];
+    size_t n = std::strlen(fmt);
+    if (n + 3 > sizeof withEnd) {
+        return false;
+    }
+    std::memcpy(withEnd, fmt, n);
+    std::memcpy(withEnd + n, "%n", 3);
+    int end = -1;
+    return std::sscanf(s.c_str(), withEnd, args..., &end) == static_cast<int>(sizeof...(A)) &&
+           end >= 0;
 }
 
 void SessionBuilder::arrive(LogLine const& l, int frame, int cam) {
@@ -240,11 +252,13 @@ void SessionBuilder::onLine(LogLine const& l, std::string_view func, std::string
                 cell(f, c).completed = true;
             } else if (std::strcmp(what, "unlock") == 0 || std::strcmp(what, "wait-") == 0) {
                 cell(f, c).releaseNs = at(l);
+                mCells[{f, c}].released = true;
                 mLive.erase(f);
             }
         } else if (scan(s, "[syncResultCheck][f%d] no need wait CamId = %d", &f, &c)) {
             arrive(l, f, c);
             cell(f, c).releaseNs = at(l);
+            mCells[{f, c}].released = true;
         } else if (startsWith(s, "(input) Duplicate") || startsWith(s, "camid is NOT") ||
                    startsWith(s, "please check flow")) {
             fatal(l, rest);
@@ -393,9 +407,11 @@ void SessionBuilder::resolve(FrameRecord& f) {
             c.cause = DropCause::Own;
         } else if (cf.left) {
             c.cause = DropCause::Leave;
+        } else if (cf.syncOff) {
+            c.verdict = Verdict::Unchecked;
         } else if (cf.flushedOnArrival) {
             c.cause = DropCause::Flush;
-        } else if (cf.needDrop || cf.dropOnArrival || (ff.refused && !mSawDebug)) {
+        } else if (cf.needDrop || cf.dropOnArrival || (ff.refused && (c.completed || !mSawDebug))) {
             // Out of the drop queue (a master drop, or the updaters' refusal) or the flush list.
             c.cause = ff.masterDrop ? DropCause::MasterDrop
                       : ff.refused  ? DropCause::Refused
@@ -404,7 +420,7 @@ void SessionBuilder::resolve(FrameRecord& f) {
             c.verdict = *ff.syncOK ? Verdict::InSync : Verdict::OutOfSync;
         } else if (ff.ready) {
             c.verdict = Verdict::Unchecked;
-        } else if (c.arriveNs && !c.releaseNs) {
+        } else if (cf.enqueued && !cf.released) {
             c.verdict = Verdict::Blocked;
             waiting = true;
         } else {
@@ -445,13 +461,35 @@ Timeline SessionBuilder::finish(int lastLine, bool anyTime, int digits) {
             }
         }
     }
+    // A call that reached no rendezvous was dropped on arrival (a flushed frame) or skipped the
+    // check (RYX_FRAMESYNC_ENABLE off); the log cannot tell them apart. Flushes come one frame
+    // at a time, switching sync off lasts: frames in a run are taken as sync off.
+    std::set<int> noRendezvous, syncOff;
+    for (auto const& d : mDeferred) {
+        if (d.kind == Deferred::FlushedArrival && !mFrames[d.frame].dropEvent) {
+            noRendezvous.insert(d.frame);
+        }
+    }
+    for (int f : noRendezvous) {
+        if (noRendezvous.count(f - 1) || noRendezvous.count(f + 1)) {
+            syncOff.insert(f);
+        }
+    }
+    if (!noRendezvous.empty()) {
+        t.notes.push_back(std::to_string(noRendezvous.size() - syncOff.size()) +
+                          " frame(s) taken as flushed on arrival and " +
+                          std::to_string(syncOff.size()) +
+                          " as sync switched off (RYX_FRAMESYNC_ENABLE): their calls reached no "
+                          "rendezvous, which is all the log shows of either");
+    }
     std::set<int> flushed;
     for (auto const& d : mDeferred) {
         auto cam = camOf(d.tid);
         switch (d.kind) {
             case Deferred::Crop:
-                if (cam) {
-                    cell(d.frame, *cam).cropOverride = d.rect;
+                // Read before the frame's check: kept only for a camera whose call came.
+                if (FrameRecord* f = t.findFrame(d.frame); f != nullptr && cam && f->cell(*cam)) {
+                    f->cell(*cam)->cropOverride = d.rect;
                 }
                 break;
             case Deferred::FlushedArrival:
@@ -459,8 +497,11 @@ Timeline SessionBuilder::finish(int lastLine, bool anyTime, int digits) {
                     CameraCell& c = cell(d.frame, *cam);
                     c.arriveNs = c.releaseNs = d.at;
                     mCells[{d.frame, *cam}].flushedOnArrival = true;
+                    mCells[{d.frame, *cam}].syncOff = syncOff.count(d.frame) != 0;
                 }
-                flushed.insert(d.frame);
+                if (syncOff.count(d.frame) == 0) {
+                    flushed.insert(d.frame);
+                }
                 break;
             case Deferred::NeedDrop:
                 if (cam) {

@@ -130,6 +130,12 @@ FrameRecord& Timeline::frame(int number) {
     return *it;
 }
 
+FrameRecord* Timeline::findFrame(int number) {
+    auto it = std::lower_bound(frames.begin(), frames.end(), number,
+                               [](FrameRecord const& f, int n) { return f.frame < n; });
+    return it != frames.end() && it->frame == number ? &*it : nullptr;
+}
+
 std::vector<SensorCell> Timeline::cellsOf(int sensor) const {
     std::vector<SensorCell> v;
     for (auto const& f : frames) {
@@ -296,7 +302,7 @@ std::string explain(Timeline const& t, FrameRecord const& f) {
     if (outOfSync) {
         parts.push_back(outOfSyncWhy(t, f));
     }
-    if (!blocked.empty()) {
+    if (!blocked.empty() && f.neverCame.empty()) {
         parts.push_back("never returned on " + names(t, blocked));
     }
     if (!notRun.empty() && f.neverCame.empty()) {

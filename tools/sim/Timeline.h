@@ -149,6 +149,7 @@ struct Timeline {
 
     std::string label(int sensor) const;
     FrameRecord& frame(int number);  // found or inserted in order
+    FrameRecord* findFrame(int number);
     std::vector<SensorCell> cellsOf(int sensor) const;
 };
 

@@ -1,0 +1,7 @@
+# synchelper-sim's log reader (unit, on hand-made captures in tests/data/logcat) and the round
+# trip of a simulated run through its own log (e2e).
+if(RYX_BUILD_TOOLS AND EXISTS ${PROJECT_SOURCE_DIR}/tools/CMakeLists.txt)
+  ryx_add_test(logcat_test LABEL unit SOURCES logcat_test.cpp LIBS synchelper_sim_core)
+  target_compile_definitions(logcat_test PRIVATE
+    RYX_LOGCAT_DATA="${CMAKE_CURRENT_SOURCE_DIR}/data/logcat")
+endif()
