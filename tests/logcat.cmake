@@ -5,3 +5,9 @@ if(RYX_BUILD_TOOLS AND EXISTS ${PROJECT_SOURCE_DIR}/tools/CMakeLists.txt)
   target_compile_definitions(logcat_test PRIVATE
     RYX_LOGCAT_DATA="${CMAKE_CURRENT_SOURCE_DIR}/data/logcat")
 endif()
+if(RYX_BUILD_TOOLS AND EXISTS ${PROJECT_SOURCE_DIR}/tools/CMakeLists.txt)
+  ryx_add_test(logcat_roundtrip_test LABEL e2e SOURCES logcat_roundtrip_test.cpp
+    LIBS synchelper_sim_run)
+  target_compile_definitions(logcat_roundtrip_test PRIVATE
+    RYX_SIM_SCENARIOS="${PROJECT_SOURCE_DIR}/tools/scenarios")
+endif()

@@ -276,6 +276,14 @@ void SessionBuilder::onLine(LogLine const& l, std::string_view func, std::string
         }
         return;
     }
+    if (func == "update" && s.empty() && l.tag == "RyxCam/TimestampSyncDataUpdater") {
+        // In sync with nobody else to compare: the frame's other cameras dropped it.
+        auto it = mUpdating.find(tid);
+        if (it != mUpdating.end()) {
+            mFrames[it->second].syncOK = true;
+        }
+        return;
+    }
     if (func == "update" && startsWith(s, "[r")) {
         // "[rR:fF], CamId=F, time1=Tns, SyncId=S, time2=Tns, tolerance=Tus, syncOK=K" repeated.
         char const* p = s.c_str();
@@ -487,11 +495,7 @@ Timeline SessionBuilder::finish(int lastLine, bool anyTime, int digits) {
         auto cam = camOf(d.tid);
         switch (d.kind) {
             case Deferred::Crop:
-                // Read before the frame's check: kept only for a camera whose call came.
-                if (FrameRecord* f = t.findFrame(d.frame); f != nullptr && cam && f->cell(*cam)) {
-                    f->cell(*cam)->cropOverride = d.rect;
-                }
-                break;
+                break;  // below, once every call has its cell
             case Deferred::FlushedArrival:
                 if (cam) {
                     CameraCell& c = cell(d.frame, *cam);
@@ -516,6 +520,14 @@ Timeline SessionBuilder::finish(int lastLine, bool anyTime, int digits) {
                     mCells[{d.frame, *cam}].ownDrop = true;
                 }
                 break;
+        }
+    }
+    for (auto const& d : mDeferred) {
+        auto cam = camOf(d.tid);
+        FrameRecord* f = t.findFrame(d.frame);
+        // Read before the frame's check: kept only for a camera whose call came.
+        if (d.kind == Deferred::Crop && f != nullptr && cam && f->cell(*cam) != nullptr) {
+            f->cell(*cam)->cropOverride = d.rect;
         }
     }
     for (auto const& [frame, ff] : mFrames) {
