@@ -5,7 +5,10 @@ namespace ryxsim {
 namespace {
 
 nlohmann::json optionalJson(std::optional<int64_t> v, double scale = 1) {
-    return v ? nlohmann::json(*v / scale) : nlohmann::json(nullptr);
+    if (!v) {
+        return nlohmann::json(nullptr);
+    }
+    return scale == 1 ? nlohmann::json(*v) : nlohmann::json(*v / scale);
 }
 
 // Every frame that did not pass or passed flagged: its cause and each camera's part in it.
@@ -155,6 +158,17 @@ nlohmann::json timelineJson(Timeline const& r) {
     j["events"] = events;
     j["unpassed"] = unpassedJson(r);
     j["exit_status"] = r.exitStatus;
+    return j;
+}
+
+nlohmann::json reportJson(std::vector<Timeline> const& sessions) {
+    if (sessions.size() == 1) {
+        return timelineJson(sessions.front());
+    }
+    nlohmann::json j = nlohmann::json::array();
+    for (auto const& t : sessions) {
+        j.push_back(timelineJson(t));
+    }
     return j;
 }
 

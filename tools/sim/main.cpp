@@ -109,11 +109,7 @@ int writeSinks(std::vector<ryxsim::Timeline> const& sessions, SinkFiles const& f
     std::cout.flush();
     int status = sessions.front().exitStatus;
     if (!files.json.empty() && !writeFile(files.json, "JSON report", [&](std::ostream& o) {
-            nlohmann::json j = nlohmann::json::array();
-            for (auto const& t : sessions) {
-                j.push_back(ryxsim::timelineJson(t));
-            }
-            o << (sessions.size() == 1 ? j[0] : j).dump(2) << "\n";
+            o << ryxsim::reportJson(sessions).dump(2) << "\n";
         })) {
         status = status ? status : 1;
     }
