@@ -18,3 +18,9 @@ if(RYX_BUILD_TOOLS AND EXISTS ${PROJECT_SOURCE_DIR}/tools/CMakeLists.txt)
     RYX_REPORT_SCHEMA="${PROJECT_SOURCE_DIR}/tools/report.schema.json"
     RYX_LOGCAT_DATA="${CMAKE_CURRENT_SOURCE_DIR}/data/logcat")
 endif()
+if(RYX_BUILD_TOOLS AND EXISTS ${PROJECT_SOURCE_DIR}/tools/CMakeLists.txt)
+  ryx_add_test(perfetto_format_test LABEL e2e SOURCES perfetto_format_test.cpp
+    LIBS synchelper_sim_run)
+  target_compile_definitions(perfetto_format_test PRIVATE
+    RYX_LOGCAT_DATA="${CMAKE_CURRENT_SOURCE_DIR}/data/logcat")
+endif()

@@ -3,6 +3,7 @@
 #include "JsonSink.h"
 #include "LogSetup.h"
 #include "LogcatSource.h"
+#include "PerfettoSink.h"
 #include "RunSource.h"
 #include "Runner.h"
 #include "Scenario.h"
@@ -96,7 +97,7 @@ bool writeFile(std::string const& path, std::string const& what,
 }
 
 struct SinkFiles {
-    std::string json, svg;
+    std::string json, svg, perfetto;
 };
 
 // Draws the sessions: the text report on stdout, the files asked for. The exit status of the
@@ -116,6 +117,11 @@ int writeSinks(std::vector<ryxsim::Timeline> const& sessions, SinkFiles const& f
     if (!files.svg.empty() && !writeFile(files.svg, "SVG timeline", [&](std::ostream& o) {
             ryxsim::writeSvg(o, sessions.front());
         })) {
+        status = status ? status : 1;
+    }
+    if (!files.perfetto.empty() &&
+        !writeFile(files.perfetto, "Perfetto trace",
+                   [&](std::ostream& o) { ryxsim::writePerfetto(o, sessions); })) {
         status = status ? status : 1;
     }
     return status;
@@ -174,6 +180,9 @@ int main(int argc, char** argv) {
         ->excludes(logcatOpt);
     app.add_option("--json", sinks.json, "Write the report as JSON")->type_name("FILE");
     app.add_option("--svg", sinks.svg, "Draw the timeline as SVG (the first session of a capture)")
+        ->type_name("FILE");
+    app.add_option("--perfetto", sinks.perfetto,
+                   "Write the timeline as a trace (Chrome JSON trace format) for ui.perfetto.dev")
         ->type_name("FILE");
     app.add_option("--prop", props, "Set a system property NAME=VALUE (repeatable)")
         ->type_name("NAME=VALUE");
