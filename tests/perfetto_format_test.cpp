@@ -2,13 +2,9 @@
 // captures keeps the format's rules: required fields per phase, microsecond timestamps, slices
 // on one thread properly nested, names for every process and thread used.
 
-#include "LogSetup.h"
 #include "LogcatSource.h"
 #include "PerfettoSink.h"
-#include "RunSource.h"
-#include "Runner.h"
-#include "Scenario.h"
-#include "Watchdog.h"
+#include "sim_run_support.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -19,7 +15,6 @@
 #include <sstream>
 
 using namespace ryxsim;
-using namespace std::chrono_literals;
 using nlohmann::json;
 
 namespace {
@@ -128,12 +123,7 @@ size_t count(json const& doc, char const* ph, std::string const& inName = "") {
 }  // namespace
 
 TEST(PerfettoFormat, SimulatedAndImportedTracesKeepTheRules) {
-    configureLogging(LogLevel::Quiet);
-    Trace trace = generateTrace(parseScenario(defaultScenarioText(), "built-in"), 1);
-    ryxtest::Watchdog dog("default run", 60s);
-    RunResult run = runTrace(trace);
-    dog.disarm();
-    Timeline sim = timelineFromRun(trace, run);
+    Timeline sim = ryxtest::defaultScenarioTimeline();
     json simulated = traceOf({sim});
     EXPECT_EQ(formatErrors(simulated), "");
     // One slice per syncResultCheck call, one instant per frame that did not pass.

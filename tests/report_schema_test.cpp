@@ -3,19 +3,14 @@
 
 #include "JsonSchemaCheck.h"
 #include "JsonSink.h"
-#include "LogSetup.h"
 #include "LogcatSource.h"
-#include "RunSource.h"
-#include "Runner.h"
-#include "Scenario.h"
-#include "Watchdog.h"
+#include "sim_run_support.h"
 
 #include <gtest/gtest.h>
 
 #include <fstream>
 
 using namespace ryxsim;
-using namespace std::chrono_literals;
 
 namespace {
 
@@ -36,12 +31,7 @@ std::string joined(std::vector<std::string> const& v) {
 }  // namespace
 
 TEST(ReportSchema, RealReportsConformAndBrokenOnesDoNot) {
-    configureLogging(LogLevel::Quiet);
-    Trace trace = generateTrace(parseScenario(defaultScenarioText(), "built-in"), 1);
-    ryxtest::Watchdog dog("default run", 60s);
-    RunResult run = runTrace(trace);
-    dog.disarm();
-    nlohmann::json simulated = reportJson({timelineFromRun(trace, run)});
+    nlohmann::json simulated = reportJson({ryxtest::defaultScenarioTimeline()});
     ASSERT_FALSE(simulated["unpassed"].empty());
     EXPECT_EQ(joined(schema().errors(simulated)), "");
 
