@@ -52,13 +52,25 @@ Trace files (CSV, one row per call; format in tools/TRACE_FORMAT.md)
   ms_list,intent,get_crop,crops
   --record writes this format from any run; --trace replays it, each sensor's rows in order.
 
+Log captures (--logcat FILE)
+  An Android log capture (logcat threadtime, time or brief, with the year, epoch and uid
+  modifiers, or the host liblog format) is read back into its sessions instead of running one:
+  per frame and camera the verdict and its cause, arrival and release on the log's clock, the
+  camera that completed the frame, masters and crop overrides, frames still waiting at the end,
+  and a fatal abort as the rule it broke. Debug lines give every frame; the default level
+  (warnings and errors) gives out-of-sync frames, inversions and errors, and the report says so.
+  --write-logcat FILE writes a run's library lines as a device's 'logcat -v threadtime' shows
+  them, at the level --log sets (warnings and errors with quiet).
+
 Report
   Per sensor: frames offered, in sync (RESULT 0), unchecked (delivered without a timestamp
   verdict), out of sync with RESULT 1 (delivered) and 2 (failed), dropped (own drop, master
   drop, flush, refused), master frames (bMasterCam). Timing: time spent in syncResultCheck
   (the rendezvous wait) p50/p99/max, library CPU per frame. Anomalies: frame and time
   inversions and missing timestamps the library logged, frames that never completed, threads
-  still blocked at the end.
+  still blocked at the end. Every frame that did not pass or passed flagged, with its cause;
+  per sensor how often it arrived last and how late. --json: layout in
+  tools/report.schema.json. --perfetto: the Chrome JSON trace format, for ui.perfetto.dev.
 
 Logging (--log)
   quiet  (default) nothing printed; warnings are collected for the report (ULogger::sMode 0x8,
@@ -74,7 +86,8 @@ Properties (--prop NAME=VALUE, repeatable), read when the helper is created
 Exit status
   0  the run completed
   1  an output file could not be written
-  2  bad arguments, or a malformed scenario or trace (nothing was run)
+  2  bad arguments, a malformed scenario or trace (nothing was run), or a --logcat file that is
+     not a log capture
   3  threads were still blocked in the library at the end (reported, then the process exits)
   134 (SIGABRT) the library aborted on a broken call flow (a sensor outside the frame's sync
      group, a sensor entering a frame twice, more than 10 frames in flight); the library's fatal
