@@ -617,79 +617,98 @@ bool splitFrame(std::string_view m, std::string_view& func, std::string_view& re
     return true;
 }
 
-}  // namespace
+// Feeds the capture line by line, so that a long capture is never held whole.
+class CaptureReader {
+  public:
+    explicit CaptureReader(std::string fileName) : mFile(std::move(fileName)) {}
 
-std::vector<Timeline> readLogcat(std::string_view text, std::string const& fileName) {
-    std::vector<std::unique_ptr<SessionBuilder>> sessions;
-    std::vector<int> lastLineOf;
-    std::unordered_map<int, size_t> current;  // pid -> session
-    size_t pos = 0;
-    int lineNo = 0, parsed = 0, firstNoise = 0, digits = -1;
-    bool anyTime = false;
-    while (pos < text.size()) {
-        size_t nl = text.find('\n', pos);
-        std::string_view line =
-            text.substr(pos, nl == std::string_view::npos ? text.size() - pos : nl - pos);
-        pos = nl == std::string_view::npos ? text.size() : nl + 1;
-        ++lineNo;
+    void line(std::string_view line) {
+        ++mLineNo;
         LogLine l;
         if (!parseLogLine(line, l)) {
             bool blank = line.find_first_not_of(" \t\r") == std::string_view::npos;
-            if (!blank && !startsWith(line, "--------- ") && firstNoise == 0) {
-                firstNoise = lineNo;
+            if (!blank && !startsWith(line, "--------- ") && mFirstNoise == 0) {
+                mFirstNoise = mLineNo;
             }
-            continue;
+            return;
         }
-        ++parsed;
+        ++mParsed;
         if (l.timeNs) {
-            anyTime = true;
-            digits = digits < 0 ? l.fractionDigits : std::min(digits, l.fractionDigits);
+            mAnyTime = true;
+            mDigits = mDigits < 0 ? l.fractionDigits : std::min(mDigits, l.fractionDigits);
         }
         if (!startsWith(l.tag, kTagPrefix)) {
-            continue;
+            return;
         }
         std::string_view func, rest;
         if (!splitFrame(l.message, func, rest)) {
             if (l.level != 'F') {
-                continue;  // a line of our tags with unexpected text
+                return;  // a line of our tags with unexpected text
             }
             rest = l.message;
         }
         bool create = func == "SyncQueue" && startsWith(rest, "2020/01/14 - create type");
-        auto it = current.find(l.pid);
-        if (create || it == current.end()) {
-            sessions.push_back(std::make_unique<SessionBuilder>(fileName, l.pid, lineNo, create));
-            lastLineOf.push_back(lineNo);
-            it = current.insert_or_assign(l.pid, sessions.size() - 1).first;
+        auto it = mCurrent.find(l.pid);
+        if (create || it == mCurrent.end()) {
+            mSessions.push_back(std::make_unique<SessionBuilder>(mFile, l.pid, mLineNo, create));
+            mLastLineOf.push_back(mLineNo);
+            it = mCurrent.insert_or_assign(l.pid, mSessions.size() - 1).first;
         }
-        lastLineOf[it->second] = lineNo;
-        sessions[it->second]->onLine(l, func, rest, lineNo);
+        mLastLineOf[it->second] = mLineNo;
+        mSessions[it->second]->onLine(l, func, rest, mLineNo);
     }
-    if (parsed == 0) {
-        throw ParseError(fileName, firstNoise > 0 ? firstNoise : 1, "",
-                         lineNo == 0 ? "empty file, not a log capture"
-                                     : "not an Android log line (expected logcat threadtime, "
-                                       "time or brief format, or the host liblog format)");
-    }
-    std::vector<Timeline> out;
-    for (size_t i = 0; i < sessions.size(); ++i) {
-        out.push_back(sessions[i]->finish(lastLineOf[i], anyTime, std::max(digits, 0)));
-        if (sessions.size() > 1) {
-            out.back().name +=
-                " (" + std::to_string(i + 1) + " of " + std::to_string(sessions.size()) + ")";
+
+    std::vector<Timeline> finish() {
+        if (mParsed == 0) {
+            throw ParseError(mFile, mFirstNoise > 0 ? mFirstNoise : 1, "",
+                             mLineNo == 0 ? "empty file, not a log capture"
+                                          : "not an Android log line (expected logcat "
+                                            "threadtime, time or brief format, or the host "
+                                            "liblog format)");
         }
+        std::vector<Timeline> out;
+        for (size_t i = 0; i < mSessions.size(); ++i) {
+            out.push_back(mSessions[i]->finish(mLastLineOf[i], mAnyTime, std::max(mDigits, 0)));
+            mSessions[i].reset();
+            if (mSessions.size() > 1) {
+                out.back().name +=
+                    " (" + std::to_string(i + 1) + " of " + std::to_string(mSessions.size()) + ")";
+            }
+        }
+        if (out.empty()) {
+            Timeline t;
+            t.imported = true;
+            t.name = "no session";
+            t.source = "logcat " + mFile;
+            t.description = "Android log capture of " + std::to_string(mLineNo) + " lines";
+            t.notes.push_back("no line of the library's tags (RyxCam/...) in this capture");
+            finishTimeline(t);
+            out.push_back(t);
+        }
+        return out;
     }
-    if (out.empty()) {
-        Timeline t;
-        t.imported = true;
-        t.name = "no session";
-        t.source = "logcat " + fileName;
-        t.description = "Android log capture of " + std::to_string(lineNo) + " lines";
-        t.notes.push_back("no line of the library's tags (RyxCam/...) in this capture");
-        finishTimeline(t);
-        out.push_back(t);
+
+  private:
+    std::string mFile;
+    std::vector<std::unique_ptr<SessionBuilder>> mSessions;
+    std::vector<int> mLastLineOf;
+    std::unordered_map<int, size_t> mCurrent;  // pid -> session
+    int mLineNo = 0, mParsed = 0, mFirstNoise = 0, mDigits = -1;
+    bool mAnyTime = false;
+};
+
+}  // namespace
+
+std::vector<Timeline> readLogcat(std::string_view text, std::string const& fileName) {
+    CaptureReader reader(fileName);
+    size_t pos = 0;
+    while (pos < text.size()) {
+        size_t nl = text.find('\n', pos);
+        size_t end = nl == std::string_view::npos ? text.size() : nl;
+        reader.line(text.substr(pos, end - pos));
+        pos = end + 1;
     }
-    return out;
+    return reader.finish();
 }
 
 std::vector<Timeline> readLogcatFile(std::string const& path) {
@@ -697,9 +716,12 @@ std::vector<Timeline> readLogcatFile(std::string const& path) {
     if (!in) {
         throw ParseError(path, 0, "", "cannot read the file");
     }
-    std::ostringstream text;
-    text << in.rdbuf();
-    return readLogcat(text.str(), path);
+    CaptureReader reader(path);
+    std::string line;
+    while (std::getline(in, line)) {
+        reader.line(line);
+    }
+    return reader.finish();
 }
 
 }  // namespace ryxsim

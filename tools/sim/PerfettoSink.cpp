@@ -132,7 +132,10 @@ void writePerfetto(std::ostream& out, std::vector<Timeline> const& sessions) {
     for (size_t i = 0; i < sessions.size(); ++i) {
         addSession(events, sessions[i], static_cast<int>(i) + 1);
     }
-    out << json{{"traceEvents", events}, {"displayTimeUnit", "ms"}}.dump() << "\n";
+    // Log text is not always UTF-8: bad bytes become U+FFFD.
+    out << json{{"traceEvents", events}, {"displayTimeUnit", "ms"}}.dump(
+               -1, ' ', false, json::error_handler_t::replace)
+        << "\n";
 }
 
 }  // namespace ryxsim

@@ -123,7 +123,10 @@ int writeSinks(std::vector<ryxsim::Timeline> const& sessions, SinkFiles const& f
     std::cout.flush();
     int status = sessions.front().exitStatus;
     if (!files.json.empty() && !writeFile(files.json, "JSON report", [&](std::ostream& o) {
-            o << ryxsim::reportJson(sessions).dump(2) << "\n";
+            // Log text is not always UTF-8: bad bytes become U+FFFD.
+            o << ryxsim::reportJson(sessions).dump(2, ' ', false,
+                                                   nlohmann::json::error_handler_t::replace)
+              << "\n";
         })) {
         status = status ? status : 1;
     }
