@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <sstream>
 
 using namespace ryxsim;
 
@@ -39,8 +40,13 @@ TEST(ReportSchema, RealReportsConformAndBrokenOnesDoNot) {
     for (char const* capture : {"threadtime_debug_noisy.txt", "time_default_two_processes.txt",
                                 "host_fatal_duplicate.txt", "brief_fatal_in_flight.txt"}) {
         SCOPED_TRACE(capture);
-        nlohmann::json imported = reportJson(readLogcatFile(data + "/" + capture));
+        auto sessions = readLogcatFile(data + "/" + capture);
+        nlohmann::json imported = reportJson(sessions);
         EXPECT_EQ(joined(schema().errors(imported)), "");
+        // What the tool writes, streamed, is the same JSON.
+        std::ostringstream streamed;
+        writeReportJson(streamed, sessions);
+        EXPECT_EQ(nlohmann::json::parse(streamed.str()), imported);
     }
 
     nlohmann::json broken = simulated;

@@ -1,5 +1,7 @@
 #include "JsonSink.h"
 
+#include <ostream>
+
 namespace ryxsim {
 
 namespace {
@@ -41,9 +43,70 @@ nlohmann::json unpassedJson(Timeline const& r) {
     return a;
 }
 
+// Where writeReportJson streams a camera's frame list into the dumped report.
+std::string const kFramesMark = "@frames of sensor ";
+
+nlohmann::json cellJson(int frame, CameraCell const& c) {
+    nlohmann::json cell{{"frame", frame}, {"verdict", verdictName(c.verdict)}};
+    if (c.cause != DropCause::None) {
+        cell["cause"] = dropCauseName(c.cause);
+    }
+    if (c.master) {
+        cell["master"] = true;
+    }
+    return cell;
+}
+
+void writeSession(std::ostream& out, Timeline const& t, int indent) {
+    // Log text is not always UTF-8: bad bytes become U+FFFD.
+    std::string text =
+        timelineJson(t, false).dump(2, ' ', false, nlohmann::json::error_handler_t::replace);
+    std::string const mark = "\"" + kFramesMark;
+    std::string const pad(static_cast<size_t>(indent), ' ');
+    size_t pos = 0;
+    while (true) {
+        size_t at = text.find(mark, pos);
+        size_t nl = text.find('\n', pos);
+        size_t stop = std::min(at, nl == std::string::npos ? text.size() : nl + 1);
+        out.write(text.data() + pos, static_cast<std::streamsize>(stop - pos));
+        if (stop == text.size()) {
+            break;
+        }
+        if (stop == at) {
+            size_t end = text.find('"', at + 1);
+            int sensor = std::stoi(text.substr(at + mark.size(), end - at - mark.size()));
+            out << '[';
+            bool first = true;
+            for (auto const& [frame, c] : t.cellsOf(sensor)) {
+                out << (first ? "" : ", ") << cellJson(frame, *c).dump();
+                first = false;
+            }
+            out << ']';
+            pos = end + 1;
+        } else {
+            out << pad;
+            pos = stop;
+        }
+    }
+}
+
 }  // namespace
 
-nlohmann::json timelineJson(Timeline const& r) {
+void writeReportJson(std::ostream& out, std::vector<Timeline> const& sessions) {
+    if (sessions.size() == 1) {
+        writeSession(out, sessions.front(), 0);
+    } else {
+        out << "[\n  ";
+        for (size_t i = 0; i < sessions.size(); ++i) {
+            out << (i ? ",\n  " : "");
+            writeSession(out, sessions[i], 2);
+        }
+        out << "\n]";
+    }
+    out << "\n";
+}
+
+nlohmann::json timelineJson(Timeline const& r, bool frameLists) {
     using nlohmann::json;
     auto wait = [](WaitStats const& w) {
         return json{
@@ -76,22 +139,16 @@ nlohmann::json timelineJson(Timeline const& r) {
     j["wall_s"] = r.wallSeconds;
     j["stream_s"] = r.streamSeconds;
     j["process_cpu_s"] = r.cpuSeconds;
-    std::map<int, json> cellsBySensor;
-    for (auto const& fr : r.frames) {
-        for (auto const& c : fr.cells) {
-            json cell{{"frame", fr.frame}, {"verdict", verdictName(c.verdict)}};
-            if (c.cause != DropCause::None) {
-                cell["cause"] = dropCauseName(c.cause);
-            }
-            if (c.master) {
-                cell["master"] = true;
-            }
-            cellsBySensor[c.sensor].push_back(cell);
-        }
-    }
     json sensors = json::array();
     for (auto const& f : r.sensors) {
-        json frames = cellsBySensor.count(f.sensor) ? cellsBySensor[f.sensor] : json::array();
+        json frames = json::array();
+        if (!frameLists) {
+            frames = kFramesMark + std::to_string(f.sensor);
+        } else {
+            for (auto const& [frame, c] : r.cellsOf(f.sensor)) {
+                frames.push_back(cellJson(frame, *c));
+            }
+        }
         sensors.push_back({{"id", f.sensor},
                            {"label", f.label},
                            {"offered", f.offered},

@@ -123,10 +123,7 @@ int writeSinks(std::vector<ryxsim::Timeline> const& sessions, SinkFiles const& f
     std::cout.flush();
     int status = sessions.front().exitStatus;
     if (!files.json.empty() && !writeFile(files.json, "JSON report", [&](std::ostream& o) {
-            // Log text is not always UTF-8: bad bytes become U+FFFD.
-            o << ryxsim::reportJson(sessions).dump(2, ' ', false,
-                                                   nlohmann::json::error_handler_t::replace)
-              << "\n";
+            ryxsim::writeReportJson(o, sessions);
         })) {
         status = status ? status : 1;
     }
