@@ -171,7 +171,8 @@ int main(int argc, char** argv) {
             ->type_name("FILE");
     logcatOpt->excludes(scenarioOpt)->excludes(traceOpt);
     app.add_option("--record", recordFile, "Write the calls of this run as a trace (CSV)")
-        ->type_name("FILE");
+        ->type_name("FILE")
+        ->excludes(logcatOpt);
     auto* seedOpt = app.add_option("--seed", seed,
                                    "Seed of the scenario's random parts (default: the "
                                    "scenario's own, 1 for the built-in one)")
