@@ -297,3 +297,30 @@ TEST_F(CommandLine, RecordedRunReplaysFrameForFrame) {
     EXPECT_EQ(ja["seed"], 3);
     EXPECT_EQ(jb["source"], "trace " + path("run.csv"));
 }
+
+// A run's own log, as a device would print it, read back through the command line: at the
+// default level the out-of-sync frames come back with their causes, in every output.
+TEST_F(CommandLine, ALogCaptureIsExplainedAndANonLogIsRefused) {
+    ASSERT_EQ(sim("--write-logcat '" + path("run.log") + "'").status, 0);
+    Result r = sim("--logcat '" + path("run.log") + "' --json '" + path("r.json") +
+                   "' --perfetto '" + path("r.trace") + "'");
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("frames that did not pass or passed flagged: 5\n"), std::string::npos)
+        << r.out;
+    EXPECT_NE(r.out.find("note: only warnings and errors in this capture"), std::string::npos);
+    nlohmann::json j = json("r.json");
+    ASSERT_EQ(j["unpassed"].size(), 5u);
+    for (auto const& f : j["unpassed"]) {
+        EXPECT_EQ(f["cameras"].size(), 3u);
+        EXPECT_EQ(f["cameras"][0]["verdict"], "out of sync");
+    }
+    EXPECT_GT(json("r.trace")["traceEvents"].size(), 5u);
+
+    std::string notALog = kScenarios + "/default.json";
+    r = sim("--logcat '" + notALog + "'");
+    EXPECT_EQ(r.status, 2);
+    EXPECT_EQ(r.err, "synchelper-sim: error: " + notALog +
+                         ":1: not an Android log line (expected logcat threadtime, time or brief "
+                         "format, or the host liblog format)\n");
+    EXPECT_EQ(sim("--logcat '" + path("run.log") + "' --seed 3").status, 2);
+}
