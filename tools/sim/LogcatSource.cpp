@@ -54,13 +54,12 @@ class SessionBuilder {
         mCreated = created;
     }
 
-    void onLine(LogLine const& l, std::string_view func, std::string_view rest, int lineNo);
+    void onLine(LogLine const& l, std::string_view func, std::string_view rest);
     Timeline finish(int lastLine, bool anyTime, int digits);
 
     Timeline t;
 
   private:
-    int64_t rel(LogLine const& l) const { return l.timeNs ? *l.timeNs - mOrigin : 0; }
     std::optional<int64_t> at(LogLine const& l) const {
         return l.timeNs ? std::optional<int64_t>(*l.timeNs - mOrigin) : std::nullopt;
     }
@@ -212,9 +211,7 @@ void SessionBuilder::fatal(LogLine const& l, std::string_view text) {
     }
 }
 
-void SessionBuilder::onLine(LogLine const& l, std::string_view func, std::string_view rest,
-                            int lineNo) {
-    (void)lineNo;
+void SessionBuilder::onLine(LogLine const& l, std::string_view func, std::string_view rest) {
     if (!mOriginSet && l.timeNs) {
         mOrigin = *l.timeNs;
         mOriginSet = true;
@@ -655,7 +652,7 @@ class CaptureReader {
             it = mCurrent.insert_or_assign(l.pid, mSessions.size() - 1).first;
         }
         mLastLineOf[it->second] = mLineNo;
-        mSessions[it->second]->onLine(l, func, rest, mLineNo);
+        mSessions[it->second]->onLine(l, func, rest);
     }
 
     std::vector<Timeline> finish() {
