@@ -162,7 +162,9 @@ bool readBrief(Cursor& c, LogLine& out) {
     p.spaces();
     int64_t pid = 0;
     if (!p.digits(pid)) {
-        p.token();  // a user name before the PID
+        while (!p.done() && p.peek() != ':' && p.peek() != ' ') {
+            ++p.i;  // a user name before the PID
+        }
     }
     if (p.eat(':')) {
         p.spaces();
