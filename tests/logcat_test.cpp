@@ -169,6 +169,18 @@ TEST(LogcatCaptures, DefaultLevelShowsWhatItCanAndSaysWhatItCannot) {
     EXPECT_EQ(causeOf(frameOf(two, 150), 1), (Cause{Verdict::Dropped, DropCause::Refused}));
 }
 
+// A session that hangs on its first frame: the cameras it was created with say who never came.
+TEST(LogcatCaptures, AFrameStillWaitingNamesTheCameraThatNeverCame) {
+    auto sessions = readLogcatFile(kData + "/threadtime_first_frame_waits.txt");
+    ASSERT_EQ(sessions.size(), 1u);
+    FrameRecord const& f0 = frameOf(sessions[0], 0);
+    EXPECT_EQ(f0.neverCame, std::vector<int>{2});
+    EXPECT_EQ(f0.why,
+              "still waiting when the session ended: camera 0 and camera 1 came, camera 2 "
+              "never did");
+    EXPECT_EQ(sessions[0].neverCompleted, std::vector<int>{0});
+}
+
 TEST(LogcatCaptures, FatalAbortsAreToldAsTheRuleTheyBroke) {
     auto dup = readLogcatFile(kData + "/host_fatal_duplicate.txt");
     ASSERT_EQ(dup.size(), 1u);

@@ -113,6 +113,7 @@ class SessionBuilder {
     std::map<std::pair<int, int>, CellFlags> mCells;  // (frame, camera)
     std::set<int> mLive;                              // frames in the queue, by what the lines say
     std::set<int> mCams;
+    std::vector<int> mSessionCams;  // the cameras the session was created with
     std::vector<int> mLastTargets;
     std::vector<Deferred> mDeferred;
     std::vector<std::string> mErrors;
@@ -225,6 +226,11 @@ void SessionBuilder::onLine(LogLine const& l, std::string_view func, std::string
     int tid = l.tid;
     if (l.level == 'F') {
         fatal(l, rest);
+        return;
+    }
+    if (func == "PhysicalMetaSyncDataUpdater" && scan(s, "Sensor %d LENS_INFO", &c)) {
+        mSessionCams.push_back(c);
+        mCams.insert(c);
         return;
     }
     if (func == "syncResultCheck") {
@@ -436,7 +442,7 @@ void SessionBuilder::resolve(FrameRecord& f) {
         }
     }
     if (waiting) {
-        for (int id : mLastTargets) {
+        for (int id : mLastTargets.empty() ? mSessionCams : mLastTargets) {
             if (f.cell(id) == nullptr) {
                 f.neverCame.push_back(id);
             }

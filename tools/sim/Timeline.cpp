@@ -303,7 +303,9 @@ std::string explain(Timeline const& t, FrameRecord const& f) {
         parts.push_back(outOfSyncWhy(t, f));
     }
     if (!blocked.empty() && f.neverCame.empty()) {
-        parts.push_back("never returned on " + names(t, blocked));
+        parts.push_back(t.imported ? "still waiting when the session ended: " + names(t, blocked) +
+                                         " came; no earlier frame shows which camera was to come"
+                                   : "never returned on " + names(t, blocked));
     }
     if (!notRun.empty() && f.neverCame.empty()) {
         parts.push_back("never called on " + names(t, notRun));
