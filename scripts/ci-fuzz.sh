@@ -75,3 +75,6 @@ echo "ci-fuzz: ${execs} executions in ${seconds} s (${speed}/s), cov ${cov} edge
 
 # The schedule-exploring target (real camera threads, input-chosen call order).
 bash scripts/ci-fuzz-schedule.sh "$seconds"
+
+# The simulator's input readers (log capture, trace, scenario).
+bash scripts/ci-fuzz-sim-input.sh "$seconds"

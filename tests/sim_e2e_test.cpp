@@ -1,8 +1,9 @@
 // synchelper-sim against the real library: the built-in session's figures against what the
 // library wrote, record then replay, and the command line (bad input, blocked threads, properties).
 
+#include "JsonSink.h"
 #include "LogSetup.h"
-#include "Report.h"
+#include "RunSource.h"
 #include "Runner.h"
 #include "Scenario.h"
 #include "TraceIo.h"
@@ -43,7 +44,7 @@ class DefaultSession : public ::testing::Test {
         configureLogging(LogLevel::Quiet);
         sTrace = generateTrace(parseScenario(defaultScenarioText(), "built-in"), 1, &sPlan);
         sRun = runWithDeadline(sTrace, "default session");
-        sReport = buildReport(sTrace, sRun);
+        sReport = timelineFromRun(sTrace, sRun);
         for (auto const& r : sTrace.rows) {
             if (r.kind == CallKind::Flush || (r.kind == CallKind::Drop && r.master == r.sensor)) {
                 sDropped.insert(r.frame);
@@ -63,7 +64,7 @@ class DefaultSession : public ::testing::Test {
     inline static Trace sTrace;
     inline static GenerationPlan sPlan;
     inline static RunResult sRun;
-    inline static Report sReport;
+    inline static Timeline sReport;
     inline static std::set<int> sDropped;                                // flushed or dropped
     inline static std::map<int, std::map<int, NSCam::MRect>> sCropSets;  // by first frame served
 };
@@ -94,9 +95,9 @@ TEST_F(DefaultSession, FiguresAddUpAndAreWhatTheLibraryWrote) {
         // Wide is master up to f299 and tele from f300, less the flushed and dropped frames.
         EXPECT_EQ(f.masterFrames, f.sensor == 1 ? 0 : 299);
         std::set<int> failedCells;
-        for (auto const& c : f.cells) {
-            if (c.verdict == Verdict::OutOfSync2) {
-                failedCells.insert(c.frame);
+        for (auto const& [frame, c] : sReport.cellsOf(f.sensor)) {
+            if (c->verdict == Verdict::OutOfSync2) {
+                failedCells.insert(frame);
             }
         }
         EXPECT_EQ(failedCells, planned);
@@ -168,7 +169,7 @@ TEST(TwoSensorSession, MasterSwitchWithLaggingExposureIsATimeInversion) {
     configureLogging(LogLevel::Quiet);
     Scenario s = readScenarioFile(kScenarios + "/two_sensor.json");
     Trace t = generateTrace(s, s.seed);
-    Report r = buildReport(t, runWithDeadline(t, "two-sensor session"));
+    Timeline r = timelineFromRun(t, runWithDeadline(t, "two-sensor session"));
     ASSERT_EQ(r.timeInversions.size(), 1u);
     EXPECT_EQ(r.timeInversions[0].frame, 150);
     EXPECT_EQ(r.timeInversions[0].master, 1);
@@ -177,9 +178,9 @@ TEST(TwoSensorSession, MasterSwitchWithLaggingExposureIsATimeInversion) {
         EXPECT_EQ(f.dropRefused, 1) << f.label;
         // Frames 200-209 skip the check; wide alone after f280 has no timestamp verdict.
         int expectUnchecked = f.sensor == 0 ? 30 : 10;
-        for (auto const& c : f.cells) {
-            if (c.verdict == Verdict::Dropped && c.cause == DropCause::Own &&
-                ((c.frame >= 200 && c.frame <= 209) || (f.sensor == 0 && c.frame >= 280))) {
+        for (auto const& [frame, c] : r.cellsOf(f.sensor)) {
+            if (c->verdict == Verdict::Dropped && c->cause == DropCause::Own &&
+                ((frame >= 200 && frame <= 209) || (f.sensor == 0 && frame >= 280))) {
                 --expectUnchecked;
             }
         }
@@ -295,4 +296,31 @@ TEST_F(CommandLine, RecordedRunReplaysFrameForFrame) {
     }
     EXPECT_EQ(ja["seed"], 3);
     EXPECT_EQ(jb["source"], "trace " + path("run.csv"));
+}
+
+// A run's own log, as a device would print it, read back through the command line: at the
+// default level the out-of-sync frames come back with their causes, in every output.
+TEST_F(CommandLine, ALogCaptureIsExplainedAndANonLogIsRefused) {
+    ASSERT_EQ(sim("--write-logcat '" + path("run.log") + "'").status, 0);
+    Result r = sim("--logcat '" + path("run.log") + "' --json '" + path("r.json") +
+                   "' --perfetto '" + path("r.trace") + "'");
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("frames that did not pass or passed flagged: 5\n"), std::string::npos)
+        << r.out;
+    EXPECT_NE(r.out.find("note: only warnings and errors in this capture"), std::string::npos);
+    nlohmann::json j = json("r.json");
+    ASSERT_EQ(j["unpassed"].size(), 5u);
+    for (auto const& f : j["unpassed"]) {
+        EXPECT_EQ(f["cameras"].size(), 3u);
+        EXPECT_EQ(f["cameras"][0]["verdict"], "out of sync");
+    }
+    EXPECT_GT(json("r.trace")["traceEvents"].size(), 5u);
+
+    std::string notALog = kScenarios + "/default.json";
+    r = sim("--logcat '" + notALog + "'");
+    EXPECT_EQ(r.status, 2);
+    EXPECT_EQ(r.err, "synchelper-sim: error: " + notALog +
+                         ":1: not an Android log line (expected logcat threadtime, time or brief "
+                         "format, or the host liblog format)\n");
+    EXPECT_EQ(sim("--logcat '" + path("run.log") + "' --seed 3").status, 2);
 }

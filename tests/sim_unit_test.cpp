@@ -1,9 +1,10 @@
 // synchelper-sim without the library: scenario and trace files (good and bad), the expansion of
 // a scenario into calls, the report's classification, and the timeline.
 
-#include "Report.h"
+#include "JsonSink.h"
+#include "RunSource.h"
 #include "Scenario.h"
-#include "Svg.h"
+#include "SvgSink.h"
 #include "TraceIo.h"
 
 #include <gtest/gtest.h>
@@ -254,11 +255,11 @@ class ReportFigures : public ::testing::Test {
         }
         run.outcomes[8].started = true;  // f8 blocked
         run.blocked.push_back({0, 8, 2.5});
-        report = buildReport(trace, run);
+        report = timelineFromRun(trace, run);
     }
     Trace trace;
     RunResult run;
-    Report report;
+    Timeline report;
 };
 
 // Every call lands in one column; the JSON and the timeline show the same run. (Blocked threads
@@ -273,9 +274,11 @@ TEST_F(ReportFigures, EveryCallLandsInOneColumnOfEveryView) {
     EXPECT_EQ(report.sensors[1].offered, 1);
     EXPECT_EQ(report.sensors[1].dropOwn, 1);
     EXPECT_EQ(report.neverCompleted, std::vector<int>{8});
-    EXPECT_EQ(report.masterDrops, (std::vector<std::pair<int, int>>{{6, 1}}));
+    ASSERT_EQ(report.masterDrops.size(), 1u);
+    EXPECT_EQ(std::make_pair(report.masterDrops[0].frame, report.masterDrops[0].sensor),
+              std::make_pair(6, 1));
     EXPECT_EQ(report.exitStatus, 3);
-    auto j = reportJson(report);
+    auto j = timelineJson(report);
     EXPECT_EQ(j["sensors"][0]["out_of_sync_2"], 1);
     EXPECT_EQ(j["sensors"][0]["frames"][2]["verdict"], "out of sync (2)");
 

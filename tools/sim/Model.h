@@ -83,6 +83,7 @@ struct CallOutcome {
     bool started = false;
     bool returned = false;
     bool verdict = false;  // the call's bool result
+    int64_t startNs = 0;   // when the call was made, from the start of the run
     int64_t wallNs = 0;    // time inside the library (mostly waiting in the rendezvous)
     int64_t cpuNs = 0;     // thread CPU time inside the library
     // Result rows, as written by the library:

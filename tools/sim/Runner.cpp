@@ -13,7 +13,11 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <ostream>
 #include <thread>
+
+#include <sys/syscall.h>
+#include <unistd.h>
 
 namespace ryxsim {
 
@@ -41,9 +45,15 @@ double processCpuSeconds() {
 // On a fatal statement (the flush before the abort) it says on stderr what stopped the process.
 class Collector : public ULogger {
   public:
-    void output(uint32_t, const char*, uint32_t level, const char* text, int) override {
+    explicit Collector(std::ostream* logcat) : mLogcat(logcat) {}
+
+    void output(uint32_t, const char* tag, uint32_t level, const char* text, int) override {
         if (text == nullptr) {
             return;
+        }
+        if (mLogcat != nullptr) {
+            static char const kLevels[] = "?EWIVD";
+            writeLogcat(level < 6 ? kLevels[level] : 'V', tag, text);
         }
         LoggedAnomaly a{};
         bool keep = false;
@@ -64,6 +74,7 @@ class Collector : public ULogger {
         std::lock_guard<std::mutex> lock(mMutex);
         if (level == 1) {
             mLastError = text;
+            mLastTag = tag != nullptr ? tag : "";
         }
         if (keep) {
             a.text = text;
@@ -76,6 +87,11 @@ class Collector : public ULogger {
         {
             std::lock_guard<std::mutex> lock(mMutex);
             last = mLastError;
+        }
+        if (mLogcat != nullptr) {
+            // What the abort itself prints on a device.
+            writeLogcat('F', mLastTag.c_str(), last.c_str());
+            mLogcat->flush();
         }
         std::fprintf(stderr,
                      "synchelper-sim: the library ended the process (fatal %d): %s\n"
@@ -91,9 +107,27 @@ class Collector : public ULogger {
     }
 
   private:
+    // One line as logcat -v threadtime prints it, on the wall clock.
+    void writeLogcat(char level, const char* tag, const char* text) {
+        std::lock_guard<std::mutex> lock(mLogcatMutex);  // lines in time order
+        timespec ts{};
+        clock_gettime(CLOCK_REALTIME, &ts);
+        tm local{};
+        localtime_r(&ts.tv_sec, &local);
+        char head[64];
+        std::snprintf(head, sizeof head, "%02d-%02d %02d:%02d:%02d.%03ld %5d %5d %c ",
+                      local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec,
+                      ts.tv_nsec / 1000000, static_cast<int>(getpid()),
+                      static_cast<int>(syscall(SYS_gettid)), level);
+        *mLogcat << head << (tag != nullptr ? tag : "") << ": " << text << '\n';
+    }
+
     std::mutex mMutex;
     std::vector<LoggedAnomaly> mAnomalies;
     std::string mLastError;
+    std::string mLastTag;
+    std::ostream* mLogcat;
+    std::mutex mLogcatMutex;
 };
 
 // The records and metadata of one call, owned by the run for as long as the library may use them.
@@ -239,6 +273,7 @@ void sensorThread(Session& s, Trace const& trace, int sensor, std::vector<size_t
             CallOutcome& out = s.outcomes[idx];
             out.returned = true;
             out.verdict = verdict;
+            out.startNs = std::chrono::duration_cast<std::chrono::nanoseconds>(t0 - start).count();
             out.wallNs = std::chrono::duration_cast<std::chrono::nanoseconds>(t1 - t0).count();
             out.cpuNs = c1 - c0;
             s.sensors[sensor].inLibrary = false;
@@ -282,7 +317,7 @@ RunResult runTrace(Trace const& trace, RunOptions const& options) {
         s.sensors[id];
     }
 
-    auto collector = std::make_unique<Collector>();
+    auto collector = std::make_unique<Collector>(options.logcat);
     ULogger* previousLogger = ULogger::install(collector.get());
 
     s.helper =

@@ -5,6 +5,7 @@
 #include "Model.h"
 
 #include <functional>
+#include <iosfwd>
 #include <string>
 
 namespace ryxsim {
@@ -21,6 +22,9 @@ struct RunOptions {
     // A run in which every unfinished sensor thread has been inside the library for this long
     // without any call returning is over: those threads are blocked for good.
     double deadlineSeconds = 2.0;
+    // When set, every line the library gives the unified logger is written here as a device's
+    // `logcat -v threadtime` shows it (the level of the lines follows the logger words).
+    std::ostream* logcat = nullptr;
     // Called on the calling thread about ten times a second while the sensors run.
     std::function<void(RunProgress const&)> progress;
 };

@@ -1,10 +1,14 @@
 // synchelper-sim: the multi-camera session simulator and trace replay of libryxcam_synchelper.
 
+#include "JsonSink.h"
 #include "LogSetup.h"
-#include "Report.h"
+#include "LogcatSource.h"
+#include "PerfettoSink.h"
+#include "RunSource.h"
 #include "Runner.h"
 #include "Scenario.h"
-#include "Svg.h"
+#include "SvgSink.h"
+#include "TextSink.h"
 #include "TraceIo.h"
 
 #include <NSCam/Properties.h>
@@ -48,13 +52,25 @@ Trace files (CSV, one row per call; format in tools/TRACE_FORMAT.md)
   ms_list,intent,get_crop,crops
   --record writes this format from any run; --trace replays it, each sensor's rows in order.
 
+Log captures (--logcat FILE)
+  An Android log capture (logcat threadtime, time or brief, with the year, epoch and uid
+  modifiers, or the host liblog format) is read back into its sessions instead of running one:
+  per frame and camera the verdict and its cause, arrival and release on the log's clock, the
+  camera that completed the frame, masters and crop overrides, frames still waiting at the end,
+  and a fatal abort as the rule it broke. Debug lines give every frame; the default level
+  (warnings and errors) gives out-of-sync frames, inversions and errors, and the report says so.
+  --write-logcat FILE writes a run's library lines as a device's 'logcat -v threadtime' shows
+  them, at the level --log sets (warnings and errors with quiet).
+
 Report
   Per sensor: frames offered, in sync (RESULT 0), unchecked (delivered without a timestamp
   verdict), out of sync with RESULT 1 (delivered) and 2 (failed), dropped (own drop, master
   drop, flush, refused), master frames (bMasterCam). Timing: time spent in syncResultCheck
   (the rendezvous wait) p50/p99/max, library CPU per frame. Anomalies: frame and time
   inversions and missing timestamps the library logged, frames that never completed, threads
-  still blocked at the end.
+  still blocked at the end. Every frame that did not pass or passed flagged, with its cause;
+  per sensor how often it arrived last and how late. --json: layout in
+  tools/report.schema.json. --perfetto: the Chrome JSON trace format, for ui.perfetto.dev.
 
 Logging (--log)
   quiet  (default) nothing printed; warnings are collected for the report (ULogger::sMode 0x8,
@@ -70,7 +86,8 @@ Properties (--prop NAME=VALUE, repeatable), read when the helper is created
 Exit status
   0  the run completed
   1  an output file could not be written
-  2  bad arguments, or a malformed scenario or trace (nothing was run)
+  2  bad arguments, a malformed scenario or trace (nothing was run), or a --logcat file that is
+     not a log capture
   3  threads were still blocked in the library at the end (reported, then the process exits)
   134 (SIGABRT) the library aborted on a broken call flow (a sensor outside the frame's sync
      group, a sensor entering a frame twice, more than 10 frames in flight); the library's fatal
@@ -92,6 +109,37 @@ bool writeFile(std::string const& path, std::string const& what,
     return true;
 }
 
+struct SinkFiles {
+    std::string json, svg, perfetto;
+};
+
+// Draws the sessions: the text report on stdout, the files asked for. The exit status of the
+// first session, or 1 when a file could not be written.
+int writeSinks(std::vector<ryxsim::Timeline> const& sessions, SinkFiles const& files) {
+    for (size_t i = 0; i < sessions.size(); ++i) {
+        std::cout << (i ? "\n" : "");
+        ryxsim::writeText(std::cout, sessions[i]);
+    }
+    std::cout.flush();
+    int status = sessions.front().exitStatus;
+    if (!files.json.empty() && !writeFile(files.json, "JSON report", [&](std::ostream& o) {
+            ryxsim::writeReportJson(o, sessions);
+        })) {
+        status = status ? status : 1;
+    }
+    if (!files.svg.empty() && !writeFile(files.svg, "SVG timeline", [&](std::ostream& o) {
+            ryxsim::writeSvg(o, sessions.front());
+        })) {
+        status = status ? status : 1;
+    }
+    if (!files.perfetto.empty() &&
+        !writeFile(files.perfetto, "Perfetto trace",
+                   [&](std::ostream& o) { ryxsim::writePerfetto(o, sessions); })) {
+        status = status ? status : 1;
+    }
+    return status;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -101,7 +149,8 @@ int main(int argc, char** argv) {
     app.footer(kFooter);
     app.get_formatter()->column_width(34);
 
-    std::string scenarioFile, traceFile, recordFile, jsonFile, svgFile, logName = "quiet";
+    std::string scenarioFile, traceFile, logcatFile, recordFile, writeLogcatFile, logName = "quiet";
+    SinkFiles sinks;
     std::vector<std::string> props;
     std::optional<uint64_t> seed;
     std::optional<int> frames;
@@ -115,8 +164,15 @@ int main(int argc, char** argv) {
                          ->check(CLI::ExistingFile.description(""))
                          ->type_name("FILE");
     scenarioOpt->excludes(traceOpt);
+    auto* logcatOpt =
+        app.add_option("--logcat", logcatFile,
+                       "Explain the sessions of this Android log capture instead of running one")
+            ->check(CLI::ExistingFile.description(""))
+            ->type_name("FILE");
+    logcatOpt->excludes(scenarioOpt)->excludes(traceOpt);
     app.add_option("--record", recordFile, "Write the calls of this run as a trace (CSV)")
-        ->type_name("FILE");
+        ->type_name("FILE")
+        ->excludes(logcatOpt);
     auto* seedOpt = app.add_option("--seed", seed,
                                    "Seed of the scenario's random parts (default: the "
                                    "scenario's own, 1 for the built-in one)")
@@ -127,10 +183,21 @@ int main(int argc, char** argv) {
             ->type_name("N");
     seedOpt->excludes(traceOpt);
     framesOpt->excludes(traceOpt);
+    seedOpt->excludes(logcatOpt);
+    framesOpt->excludes(logcatOpt);
     app.add_flag("--realtime", realtime,
                  "Pace the frames at their start-of-frame times (default: as fast as possible)");
-    app.add_option("--json", jsonFile, "Write the report as JSON")->type_name("FILE");
-    app.add_option("--svg", svgFile, "Draw the timeline as SVG")->type_name("FILE");
+    app.add_option("--write-logcat", writeLogcatFile,
+                   "Write the library's log lines of this run as a device's 'logcat -v "
+                   "threadtime' shows them (warnings and errors, plus what --log raises)")
+        ->type_name("FILE")
+        ->excludes(logcatOpt);
+    app.add_option("--json", sinks.json, "Write the report as JSON")->type_name("FILE");
+    app.add_option("--svg", sinks.svg, "Draw the timeline as SVG (the first session of a capture)")
+        ->type_name("FILE");
+    app.add_option("--perfetto", sinks.perfetto,
+                   "Write the timeline as a trace (Chrome JSON trace format) for ui.perfetto.dev")
+        ->type_name("FILE");
     app.add_option("--prop", props, "Set a system property NAME=VALUE (repeatable)")
         ->type_name("NAME=VALUE");
     app.add_option("--log", logName, "Library log level: quiet, error, warn, info, debug")
@@ -166,9 +233,21 @@ int main(int argc, char** argv) {
     }
     ryxsim::configureLogging(*ryxsim::logLevelFromName(logName));
 
+    std::vector<ryxsim::Timeline> sessions;
+    if (!logcatFile.empty()) {
+        try {
+            sessions = ryxsim::readLogcatFile(logcatFile);
+        } catch (ryxsim::ParseError const& e) {
+            std::fprintf(stderr, "synchelper-sim: error: %s\n", e.what());
+            return 2;
+        }
+        return writeSinks(sessions, sinks);
+    }
+
     ryxsim::Trace trace;
     std::string source;
     std::optional<uint64_t> usedSeed;
+    std::string description;
     try {
         if (!traceFile.empty()) {
             trace = ryxsim::readTraceFile(traceFile);
@@ -179,6 +258,7 @@ int main(int argc, char** argv) {
                     ? ryxsim::parseScenario(ryxsim::defaultScenarioText(), "built-in scenario")
                     : ryxsim::readScenarioFile(scenarioFile);
             source = scenarioFile.empty() ? "built-in scenario" : "scenario " + scenarioFile;
+            description = sc.description;
             if (frames) {
                 sc.frames = *frames;
             }
@@ -212,29 +292,30 @@ int main(int argc, char** argv) {
             std::fflush(stderr);
         };
     }
+    std::ofstream logcatOut;
+    if (!writeLogcatFile.empty()) {
+        logcatOut.open(writeLogcatFile, std::ios::binary | std::ios::trunc);
+        if (!logcatOut) {
+            std::fprintf(stderr, "synchelper-sim: error: cannot write the log to '%s'\n",
+                         writeLogcatFile.c_str());
+            return 1;
+        }
+        options.logcat = &logcatOut;
+    }
     ryxsim::RunResult run = ryxsim::runTrace(trace, options);
+    logcatOut.flush();
     if (progressShown) {
         std::fprintf(stderr, "\r\033[K");
         std::fflush(stderr);
     }
 
-    ryxsim::Report report = ryxsim::buildReport(trace, run);
+    sessions.push_back(ryxsim::timelineFromRun(trace, run));
+    ryxsim::Timeline& report = sessions.back();
     report.source = source;
+    report.description = description;
     report.seed = usedSeed;
     report.realtime = realtime;
-    ryxsim::printReport(std::cout, report);
-    std::cout.flush();
-
-    int status = report.exitStatus;
-    if (!jsonFile.empty() && !writeFile(jsonFile, "JSON report", [&](std::ostream& o) {
-            o << ryxsim::reportJson(report).dump(2) << "\n";
-        })) {
-        status = status ? status : 1;
-    }
-    if (!svgFile.empty() && !writeFile(svgFile, "SVG timeline",
-                                       [&](std::ostream& o) { ryxsim::writeSvg(o, report); })) {
-        status = status ? status : 1;
-    }
+    int status = writeSinks(sessions, sinks);
     if (!report.blocked.empty()) {
         std::fprintf(stderr,
                      "synchelper-sim: %zu sensor thread(s) still blocked in the library; "

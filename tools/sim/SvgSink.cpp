@@ -1,4 +1,4 @@
-#include "Svg.h"
+#include "SvgSink.h"
 
 #include <algorithm>
 #include <cmath>
@@ -26,11 +26,14 @@ Style const kStyles[] = {
     {"masterdrop", "#8e24aa", "dropped: master drop"},
     {"flush", "#1e88e5", "dropped: flush"},
     {"refused", "#6d4c41", "dropped: refused (inversion, drop queue)"},
+    {"left", "#78909c", "dropped: the sensor left"},
+    {"out", "#fb8c00", "out of sync, 1 or 2 (mode not logged)"},
     {"blocked", "#212121", "blocked, never returned"},
     {"notrun", "#eceff1", "never called"},
 };
 
-Style const& styleOf(FrameCell const& c) {
+Style const& styleOf(SensorCell const& lc) {
+    CameraCell const& c = *lc.c;
     auto find = [](char const* key) -> Style const& {
         for (auto const& s : kStyles) {
             if (std::string(s.key) == key) {
@@ -48,6 +51,8 @@ Style const& styleOf(FrameCell const& c) {
             return find("out1");
         case Verdict::OutOfSync2:
             return find("out2");
+        case Verdict::OutOfSync:
+            return find("out");
         case Verdict::Blocked:
             return find("blocked");
         case Verdict::NotRun:
@@ -62,6 +67,8 @@ Style const& styleOf(FrameCell const& c) {
             return find("masterdrop");
         case DropCause::Flush:
             return find("flush");
+        case DropCause::Leave:
+            return find("left");
         default:
             return find("refused");
     }
@@ -109,7 +116,7 @@ struct Marker {
 
 }  // namespace
 
-void writeSvg(std::ostream& out, Report const& r) {
+void writeSvg(std::ostream& out, Timeline const& r) {
     int const first = r.firstFrame;
     int const count = std::max(1, r.lastFrame - r.firstFrame + 1);
     double const px = std::max(1.5, 1600.0 / count);
@@ -128,15 +135,15 @@ void writeSvg(std::ostream& out, Report const& r) {
         }
         markers.push_back({f, "master " + who, "#0d47a1", false});
     }
-    for (int f : r.flushes) {
-        markers.push_back({f, "flush f" + std::to_string(f), "#1e88e5", true});
+    for (auto const& e : r.flushes) {
+        markers.push_back({e.frame, "flush f" + std::to_string(e.frame), "#1e88e5", true});
     }
-    for (auto const& [f, s] : r.masterDrops) {
-        markers.push_back({f, "master drop f" + std::to_string(f), "#8e24aa", true});
+    for (auto const& e : r.masterDrops) {
+        markers.push_back({e.frame, "master drop f" + std::to_string(e.frame), "#8e24aa", true});
     }
-    for (auto const& [f, s] : r.leaves) {
-        markers.push_back(
-            {f < first ? first : f, "sensor " + std::to_string(s) + " leaves", "#37474f", true});
+    for (auto const& e : r.leaves) {
+        markers.push_back({e.frame < first ? first : e.frame,
+                           "sensor " + std::to_string(e.sensor) + " leaves", "#37474f", true});
     }
     for (auto const& a : r.timeInversions) {
         markers.push_back(
@@ -188,7 +195,7 @@ void writeSvg(std::ostream& out, Report const& r) {
     out << "<rect width=\"100%\" height=\"100%\" fill=\"#ffffff\"/>\n";
     char buf[512];
     std::snprintf(buf, sizeof buf, "%s: %zu sensors, %d frames (f%d..f%d) at %g fps",
-                  r.name.c_str(), r.sensors.size(), r.frames, r.firstFrame, r.lastFrame, r.fps);
+                  r.name.c_str(), r.sensors.size(), r.frameCount, r.firstFrame, r.lastFrame, r.fps);
     out << "<text x=\"12\" y=\"20\" font-size=\"15\" font-weight=\"bold\">synchelper-sim - "
         << esc(buf) << "</text>\n";
     std::string sub = r.source;
@@ -223,7 +230,7 @@ void writeSvg(std::ostream& out, Report const& r) {
         out << "<text x=\"" << num(left - 8) << "\" y=\"" << num(y + stripH + cellH / 2 + 4)
             << "\" text-anchor=\"end\" font-size=\"12\">sensor " << esc(s.label) << "</text>\n";
         // Runs of frames with the same look.
-        auto const& cells = s.cells;
+        std::vector<SensorCell> const cells = r.cellsOf(s.sensor);
         size_t i = 0;
         while (i < cells.size()) {
             Style const& st = styleOf(cells[i]);
@@ -248,12 +255,12 @@ void writeSvg(std::ostream& out, Report const& r) {
         // Master frames: a strip along the top of the lane.
         i = 0;
         while (i < cells.size()) {
-            if (!cells[i].master) {
+            if (!cells[i].c->master) {
                 ++i;
                 continue;
             }
             size_t j = i + 1;
-            while (j < cells.size() && cells[j].master &&
+            while (j < cells.size() && cells[j].c->master &&
                    cells[j].frame == cells[j - 1].frame + 1) {
                 ++j;
             }
@@ -265,13 +272,14 @@ void writeSvg(std::ostream& out, Report const& r) {
             i = j;
         }
         // Own drops and blocked calls get a mark, so that single frames stay visible.
-        for (auto const& c : cells) {
-            double cx = xOf(c.frame) + px / 2;
+        for (auto const& lc : cells) {
+            CameraCell const& c = *lc.c;
+            double cx = xOf(lc.frame) + px / 2;
             double cy = y + stripH + 2 + cellH / 2;
             if (c.cause == DropCause::Own) {
                 out << "<path d=\"M" << num(cx - 4) << " " << num(cy - 4) << " l8 8 m0 -8 l-8 8\" "
                     << "stroke=\"#263238\" stroke-width=\"1.6\"><title>sensor " << esc(s.label)
-                    << " drops f" << c.frame << "</title></path>\n";
+                    << " drops f" << lc.frame << "</title></path>\n";
             } else if (c.verdict == Verdict::Blocked) {
                 if (px >= 60) {
                     out << "<text x=\"" << num(cx) << "\" y=\"" << num(cy + 4)
@@ -279,9 +287,9 @@ void writeSvg(std::ostream& out, Report const& r) {
                         << "blocked</text>\n";
                 }
             } else if (c.verdict == Verdict::OutOfSync2 || c.verdict == Verdict::OutOfSync1 ||
-                       c.cause == DropCause::Refused) {
+                       c.verdict == Verdict::OutOfSync || c.cause == DropCause::Refused) {
                 out << "<path d=\"M" << num(cx) << " " << num(y + laneH - 1) << " l-4 -5 l8 0 z\" "
-                    << "fill=\"" << styleOf(c).colour << "\"/>\n";
+                    << "fill=\"" << styleOf(lc).colour << "\"/>\n";
             }
         }
     }

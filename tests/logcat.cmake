@@ -1,0 +1,16 @@
+# synchelper-sim's log reader (unit, on hand-made captures in tests/data/logcat), the round trip
+# of a simulated run through its own log, and the formats of the JSON report and the Perfetto
+# trace checked on real output (e2e).
+if(RYX_BUILD_TOOLS AND EXISTS ${PROJECT_SOURCE_DIR}/tools/CMakeLists.txt)
+  set(RYX_LOGCAT_DATA RYX_LOGCAT_DATA="${CMAKE_CURRENT_SOURCE_DIR}/data/logcat")
+  ryx_add_test(logcat_test LABEL unit SOURCES logcat_test.cpp LIBS synchelper_sim_core)
+  target_compile_definitions(logcat_test PRIVATE ${RYX_LOGCAT_DATA})
+  ryx_add_test(logcat_roundtrip_test LABEL e2e SOURCES logcat_roundtrip_test.cpp
+    LIBS synchelper_sim_run)
+  target_compile_definitions(logcat_roundtrip_test PRIVATE
+    RYX_SIM_SCENARIOS="${PROJECT_SOURCE_DIR}/tools/scenarios")
+  ryx_add_test(sim_formats_test LABEL e2e
+    SOURCES report_schema_test.cpp perfetto_format_test.cpp LIBS synchelper_sim_run)
+  target_compile_definitions(sim_formats_test PRIVATE ${RYX_LOGCAT_DATA}
+    RYX_REPORT_SCHEMA="${PROJECT_SOURCE_DIR}/tools/report.schema.json")
+endif()

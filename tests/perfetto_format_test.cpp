@@ -1,0 +1,159 @@
+// The Perfetto trace (Chrome JSON trace event format) of a simulated run and of imported
+// captures keeps the format's rules: required fields per phase, microsecond timestamps, slices
+// on one thread properly nested, names for every process and thread used.
+
+#include "LogcatSource.h"
+#include "PerfettoSink.h"
+#include "sim_run_support.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <map>
+#include <set>
+#include <sstream>
+
+using namespace ryxsim;
+using nlohmann::json;
+
+namespace {
+
+// Every rule broken, one line each; empty when the trace keeps them all.
+std::string formatErrors(json const& doc) {
+    std::ostringstream err;
+    if (!doc.contains("traceEvents") || !doc["traceEvents"].is_array()) {
+        return "no traceEvents array\n";
+    }
+    std::set<int> namedProcesses;
+    std::set<std::pair<int, int>> namedThreads, usedThreads;
+    std::map<std::pair<int, int>, std::vector<std::pair<double, double>>> slices;
+    size_t i = 0;
+    for (auto const& e : doc["traceEvents"]) {
+        std::string at = "event " + std::to_string(i++) + ": ";
+        for (char const* f : {"ph", "name", "pid", "tid"}) {
+            if (!e.contains(f)) {
+                err << at << "no " << f << "\n";
+            }
+        }
+        if (!e.contains("ph") || !e.contains("pid") || !e.contains("tid")) {
+            continue;
+        }
+        std::string ph = e["ph"];
+        std::pair<int, int> thread{e["pid"], e["tid"]};
+        if (ph == "M") {
+            if (e["name"] == "process_name") {
+                namedProcesses.insert(thread.first);
+            } else if (e["name"] == "thread_name") {
+                namedThreads.insert(thread);
+            }
+            if (!e.contains("args") || !e["args"].contains("name")) {
+                err << at << "metadata without args.name\n";
+            }
+            continue;
+        }
+        // Microseconds: a number, not negative, and no run here lasts a day.
+        if (!e.contains("ts") || !e["ts"].is_number() || e["ts"] < 0 || e["ts"] > 86400e6) {
+            err << at << "ts missing or not microseconds\n";
+            continue;
+        }
+        usedThreads.insert(thread);
+        if (ph == "X") {
+            if (!e.contains("dur") || !e["dur"].is_number() || e["dur"] < 0) {
+                err << at << "complete slice without a duration\n";
+            } else {
+                slices[thread].push_back({e["ts"], e["ts"].get<double>() + e["dur"].get<double>()});
+            }
+        } else if (ph == "i") {
+            if (!e.contains("s") || (e["s"] != "t" && e["s"] != "p" && e["s"] != "g")) {
+                err << at << "instant without scope\n";
+            }
+        } else if (ph == "C") {
+            if (!e.contains("args") || e["args"].empty()) {
+                err << at << "counter without values\n";
+            }
+            json const& args = e.contains("args") ? e["args"] : doc["traceEvents"];
+            for (auto it = args.begin(); e.contains("args") && it != args.end(); ++it) {
+                if (!it->is_number()) {
+                    err << at << "counter value " << it.key() << " not a number\n";
+                }
+            }
+        } else {
+            err << at << "phase " << ph << " not used by this tool\n";
+        }
+    }
+    for (auto const& [pid, tid] : usedThreads) {
+        if (!namedProcesses.count(pid)) {
+            err << "process " << pid << " has no process_name\n";
+        }
+        if (!namedThreads.count({pid, tid})) {
+            err << "thread " << pid << "/" << tid << " has no thread_name\n";
+        }
+    }
+    // On one thread, a slice starts after the previous one ends or lies inside it.
+    for (auto& [thread, list] : slices) {
+        std::sort(list.begin(), list.end());
+        std::vector<double> open;
+        for (auto const& [b, e] : list) {
+            while (!open.empty() && open.back() <= b) {
+                open.pop_back();
+            }
+            if (!open.empty() && e > open.back()) {
+                err << "thread " << thread.first << "/" << thread.second << ": slice at " << b
+                    << " overlaps its parent\n";
+            }
+            open.push_back(e);
+        }
+    }
+    return err.str();
+}
+
+json traceOf(std::vector<Timeline> const& sessions) {
+    std::ostringstream out;
+    writePerfetto(out, sessions);
+    return json::parse(out.str());
+}
+
+size_t count(json const& doc, char const* ph, std::string const& inName = "") {
+    return std::count_if(doc["traceEvents"].begin(), doc["traceEvents"].end(), [&](json const& e) {
+        return e["ph"] == ph && e["name"].get<std::string>().find(inName) != std::string::npos;
+    });
+}
+
+}  // namespace
+
+TEST(PerfettoFormat, SimulatedAndImportedTracesKeepTheRules) {
+    Timeline sim = ryxtest::defaultScenarioTimeline();
+    json simulated = traceOf({sim});
+    EXPECT_EQ(formatErrors(simulated), "");
+    // One slice per syncResultCheck call, one instant per frame that did not pass.
+    EXPECT_EQ(count(simulated, "X"), sim.wait.count);
+    EXPECT_EQ(count(simulated, "i", " did not pass"), unpassedFrames(sim).size());
+    EXPECT_EQ(count(simulated, "i", "master drop f450"), 1u);
+    EXPECT_EQ(count(simulated, "i", "flush f240"), 1u);
+    EXPECT_EQ(count(simulated, "i", "master 0 wide"), 1u);  // wide, then tele from f300
+    EXPECT_EQ(count(simulated, "i", "master 2 tele"), 1u);
+    EXPECT_EQ(count(simulated, "M", "thread_name"), 4u);
+
+    std::string const data = RYX_LOGCAT_DATA;
+    for (char const* capture : {"threadtime_debug_noisy.txt", "time_default_two_processes.txt"}) {
+        SCOPED_TRACE(capture);
+        auto sessions = readLogcatFile(data + "/" + capture);
+        json imported = traceOf(sessions);
+        EXPECT_EQ(formatErrors(imported), "");
+        EXPECT_EQ(count(imported, "M", "process_name"), sessions.size());
+        EXPECT_GT(count(imported, "C"), 0u);
+    }
+
+    // The checker itself: an overlapping slice and an unnamed thread are caught.
+    json broken = simulated;
+    for (double ts : {1e8, 1e8 + 5}) {
+        broken["traceEvents"].push_back(
+            {{"ph", "X"}, {"pid", 1}, {"tid", 1}, {"ts", ts}, {"dur", 10}, {"name", "x"}});
+    }
+    broken["traceEvents"].push_back(
+        {{"ph", "i"}, {"s", "t"}, {"pid", 1}, {"tid", 77}, {"ts", 1}, {"name", "y"}});
+    std::string e = formatErrors(broken);
+    EXPECT_NE(e.find("overlaps its parent"), std::string::npos) << e;
+    EXPECT_NE(e.find("thread 1/77 has no thread_name"), std::string::npos) << e;
+}

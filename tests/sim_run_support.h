@@ -1,0 +1,23 @@
+#pragma once
+// The built-in scenario run through the library under a watchdog, as a timeline: the real
+// output that the format checks of the simulator's sinks look at.
+
+#include "LogSetup.h"
+#include "RunSource.h"
+#include "Runner.h"
+#include "Scenario.h"
+#include "Watchdog.h"
+
+namespace ryxtest {
+
+inline ryxsim::Timeline defaultScenarioTimeline() {
+    using namespace ryxsim;
+    configureLogging(LogLevel::Quiet);
+    Trace trace = generateTrace(parseScenario(defaultScenarioText(), "built-in"), 1);
+    Watchdog dog("default scenario run", std::chrono::seconds(60));
+    RunResult run = runTrace(trace);
+    dog.disarm();
+    return timelineFromRun(trace, run);
+}
+
+}  // namespace ryxtest
