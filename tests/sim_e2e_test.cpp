@@ -297,3 +297,65 @@ TEST_F(CommandLine, RecordedRunReplaysFrameForFrame) {
     EXPECT_EQ(ja["seed"], 3);
     EXPECT_EQ(jb["source"], "trace " + path("run.csv"));
 }
+
+// Numbers in any notation, values the library takes but that decide every frame, properties it
+// never reads, reports on standard output, and an empty trace.
+TEST_F(CommandLine, InputGapsAreNamedWithTheirRangeOrConsequence) {
+    std::ofstream(path("huge.json")) << "{\n  \"frames\": 1e30,\n  \"sensors\": [{\"id\": 0}]\n}\n";
+    std::ofstream(path("huge.csv")) << "sensor,kind,frame\n0,result,99999999999999999999999\n";
+    std::ofstream(path("empty.csv"));
+    struct Case {
+        std::string args, err;
+    };
+    for (Case const& c : std::vector<Case>{
+             {"--frames 1e30", "--frames: value 1e30 is out of range [1, 1000000]"},
+             {"--frames 99999999999999999999999",
+              "--frames: value 99999999999999999999999 is out of range [1, 1000000]"},
+             {"--frames 2.5", "--frames: expected an integer, got the fractional number 2.5"},
+             {"--seed -1", "--seed: value -1 is out of range [0, 9223372036854775807]"},
+             {"--scenario " + path("huge.json"),
+              path("huge.json") + ":2: field 'frames': value 1e+30 is out of range [1, 1000000]"},
+             {"--trace " + path("huge.csv"),
+              path("huge.csv") + ":2: field 'frame': value 99999999999999999999999 is out of range "
+                                 "[-2147483648, 2147483647]"},
+             {"--trace " + path("empty.csv"), path("empty.csv") +
+                                                  ":1: the file is empty (expected a header row "
+                                                  "sensor,kind,frame,... and one row per call)"},
+             {"--json - --perfetto -",
+              "only one of --json, --svg and --perfetto can write to standard output (-)"},
+         }) {
+        SCOPED_TRACE(c.args);
+        Result r = sim(c.args);
+        EXPECT_EQ(r.status, 2);
+        EXPECT_EQ(r.err, "synchelper-sim: error: " + c.err + "\n");
+        EXPECT_EQ(r.out, "");
+    }
+
+    // Taken, with a warning naming what it does to the run.
+    std::ofstream(path("neg.json"))
+        << "{\"frames\": 6, \"sensors\": [{\"id\": 0}, {\"id\": 1, \"sof_offset_us\": 300}],\n"
+           " \"control\": {\"tolerance_us\": -1000, \"mode\": 1},\n"
+           " \"ranges\": [{\"frames\": [3, 5], \"mode\": 7}]}\n";
+    Result r = sim("--scenario " + path("neg.json") +
+                   " --prop vendor.debug.camera.crop_replce=0"
+                   " --prop vendor.debug.camera.SyncDataUpdater.log=two --json -");
+    ASSERT_EQ(r.status, 0) << r.err;
+    for (char const* line :
+         {"synchelper-sim: warning: --prop vendor.debug.camera.crop_replce: the library never "
+          "reads this property (it reads vendor.debug.camera.crop_replace and "
+          "vendor.debug.camera.SyncDataUpdater.log)\n",
+          "synchelper-sim: warning: --prop vendor.debug.camera.SyncDataUpdater.log=two: not a "
+          "whole number, so the library ignores it and uses its default (0)\n",
+          "synchelper-sim: warning: tolerance_us -1000 is negative on 12 call(s), the first "
+          "sensor 0 f0; no difference is within it: every frame it judges is out of sync\n",
+          "synchelper-sim: warning: mode 7 is neither 0 nor 1 on 6 call(s), the first sensor 0 "
+          "f3; it acts as 0: a frame out of tolerance gets RESULT 1 and still passes\n"}) {
+        EXPECT_NE(r.err.find(line), std::string::npos) << line << "\n" << r.err;
+    }
+    // The JSON report is standard output; the text report moved to stderr; no file named "-".
+    auto j = nlohmann::json::parse(r.out);
+    EXPECT_FALSE(std::ifstream("-").good());
+    EXPECT_NE(r.err.find("sensor 0"), std::string::npos);
+    EXPECT_EQ(j["sensors"][0]["out_of_sync_2"], 3);
+    EXPECT_EQ(j["sensors"][0]["out_of_sync_1"], 3);
+}

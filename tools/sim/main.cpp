@@ -1,5 +1,6 @@
 // synchelper-sim: the multi-camera session simulator and trace replay of libryxcam_synchelper.
 
+#include "InputChecks.h"
 #include "JsonSink.h"
 #include "LogSetup.h"
 #include "LogcatSource.h"
@@ -18,6 +19,7 @@
 #include <cstdio>
 #include <fstream>
 #include <iostream>
+#include <tuple>
 
 namespace {
 
@@ -81,8 +83,17 @@ Exit status
      message is printed first
 )";
 
+// The most frames a run may have.
+constexpr int64_t kMaxFrames = 1000000;
+
+// "-" is standard output.
 bool writeFile(std::string const& path, std::string const& what,
                std::function<void(std::ostream&)> const& body) {
+    if (path == "-") {
+        body(std::cout);
+        std::cout.flush();
+        return static_cast<bool>(std::cout);
+    }
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
     if (out) {
         body(out);
@@ -100,14 +111,16 @@ struct SinkFiles {
     std::string json, svg, perfetto;
 };
 
-// Draws the sessions: the text report on stdout, the files asked for. The exit status of the
-// first session, or 1 when a file could not be written.
+// Draws the sessions: the text report on stdout (on stderr when a file goes to stdout), the
+// files asked for. The exit status of the first session, or 1 when a file could not be written.
 int writeSinks(std::vector<ryxsim::Timeline> const& sessions, SinkFiles const& files) {
+    bool stdoutTaken = files.json == "-" || files.svg == "-" || files.perfetto == "-";
+    std::ostream& text = stdoutTaken ? std::cerr : std::cout;
     for (size_t i = 0; i < sessions.size(); ++i) {
-        std::cout << (i ? "\n" : "");
-        ryxsim::writeText(std::cout, sessions[i]);
+        text << (i ? "\n" : "");
+        ryxsim::writeText(text, sessions[i]);
     }
-    std::cout.flush();
+    text.flush();
     int status = sessions.front().exitStatus;
     if (!files.json.empty() && !writeFile(files.json, "JSON report", [&](std::ostream& o) {
             o << ryxsim::reportJson(sessions).dump(2) << "\n";
@@ -139,8 +152,7 @@ int main(int argc, char** argv) {
     std::string scenarioFile, traceFile, logcatFile, recordFile, writeLogcatFile, logName = "quiet";
     SinkFiles sinks;
     std::vector<std::string> props;
-    std::optional<uint64_t> seed;
-    std::optional<int> frames;
+    std::string seedText, framesText;
     bool realtime = false, noProgress = false, printScenario = false;
     double deadline = 2.0;
 
@@ -159,13 +171,13 @@ int main(int argc, char** argv) {
     logcatOpt->excludes(scenarioOpt)->excludes(traceOpt);
     app.add_option("--record", recordFile, "Write the calls of this run as a trace (CSV)")
         ->type_name("FILE");
-    auto* seedOpt = app.add_option("--seed", seed,
+    auto* seedOpt = app.add_option("--seed", seedText,
                                    "Seed of the scenario's random parts (default: the "
                                    "scenario's own, 1 for the built-in one)")
                         ->type_name("N");
     auto* framesOpt =
-        app.add_option("--frames", frames, "Run this many frames instead of the scenario's")
-            ->check(CLI::Range(1, 1000000))
+        app.add_option("--frames", framesText,
+                       "Run this many frames instead of the scenario's (1e6 is read as 1000000)")
             ->type_name("N");
     seedOpt->excludes(traceOpt);
     framesOpt->excludes(traceOpt);
@@ -178,11 +190,13 @@ int main(int argc, char** argv) {
                    "threadtime' shows them (warnings and errors, plus what --log raises)")
         ->type_name("FILE")
         ->excludes(logcatOpt);
-    app.add_option("--json", sinks.json, "Write the report as JSON")->type_name("FILE");
+    app.add_option("--json", sinks.json, "Write the report as JSON (- for standard output)")
+        ->type_name("FILE");
     app.add_option("--svg", sinks.svg, "Draw the timeline as SVG (the first session of a capture)")
         ->type_name("FILE");
     app.add_option("--perfetto", sinks.perfetto,
-                   "Write the timeline as a trace (Chrome JSON trace format) for ui.perfetto.dev")
+                   "Write the timeline as a trace (Chrome JSON trace format) for "
+                   "ui.perfetto.dev (- for standard output)")
         ->type_name("FILE");
     app.add_option("--prop", props, "Set a system property NAME=VALUE (repeatable)")
         ->type_name("NAME=VALUE");
@@ -207,6 +221,29 @@ int main(int argc, char** argv) {
         std::cout << ryxsim::defaultScenarioText();
         return 0;
     }
+    int takers = (sinks.json == "-") + (sinks.svg == "-") + (sinks.perfetto == "-");
+    if (takers > 1) {
+        std::fprintf(stderr,
+                     "synchelper-sim: error: only one of --json, --svg and --perfetto can "
+                     "write to standard output (-)\n");
+        return 2;
+    }
+    std::optional<int64_t> seed, frames;
+    for (auto [name, text, lo, hi, out] :
+         {std::tuple{"--seed", &seedText, int64_t{0}, int64_t{INT64_MAX}, &seed},
+          std::tuple{"--frames", &framesText, int64_t{1}, kMaxFrames, &frames}}) {
+        if (text->empty()) {
+            continue;
+        }
+        int64_t v = 0;
+        auto verdict = ryxsim::readInteger(*text, lo, hi, v);
+        if (verdict != ryxsim::IntegerVerdict::Ok) {
+            std::fprintf(stderr, "synchelper-sim: error: %s: %s\n", name,
+                         ryxsim::integerProblem(verdict, *text, lo, hi).c_str());
+            return 2;
+        }
+        *out = v;
+    }
 
     for (auto const& p : props) {
         size_t eq = p.find('=');
@@ -214,6 +251,10 @@ int main(int argc, char** argv) {
             std::fprintf(stderr, "synchelper-sim: error: --prop '%s': expected NAME=VALUE\n",
                          p.c_str());
             return 2;
+        }
+        std::string warning = ryxsim::propertyWarning(p.substr(0, eq), p.substr(eq + 1));
+        if (!warning.empty()) {
+            std::fprintf(stderr, "synchelper-sim: warning: %s\n", warning.c_str());
         }
         NSCam::Utils::Properties::setHostProperty(p.substr(0, eq), p.substr(eq + 1));
     }
@@ -246,14 +287,18 @@ int main(int argc, char** argv) {
             source = scenarioFile.empty() ? "built-in scenario" : "scenario " + scenarioFile;
             description = sc.description;
             if (frames) {
-                sc.frames = *frames;
+                sc.frames = static_cast<int>(*frames);
             }
-            usedSeed = seed.value_or(sc.seed);
+            usedSeed = seed ? static_cast<uint64_t>(*seed) : sc.seed;
             trace = ryxsim::generateTrace(sc, *usedSeed);
         }
     } catch (ryxsim::ParseError const& e) {
         std::fprintf(stderr, "synchelper-sim: error: %s\n", e.what());
         return 2;
+    }
+
+    for (auto const& w : ryxsim::controlWarnings(trace)) {
+        std::fprintf(stderr, "synchelper-sim: warning: %s\n", w.c_str());
     }
 
     if (!recordFile.empty() &&
