@@ -214,9 +214,9 @@ class CommandLine : public ::testing::Test {
         return nlohmann::json::parse(slurp(name));
     }
 
-    Result sim(std::string const& args) {
+    Result sim(std::string const& args, char const* progress = " --no-progress ") {
         ryxtest::Watchdog dog("synchelper-sim " + args, 60s);
-        int raw = std::system((std::string(RYX_SIM_BINARY) + " --no-progress " + args + " >'" +
+        int raw = std::system((std::string(RYX_SIM_BINARY) + progress + args + " >'" +
                                path("stdout") + "' 2>'" + path("stderr") + "'")
                                   .c_str());
         dog.disarm();
@@ -358,4 +358,28 @@ TEST_F(CommandLine, InputGapsAreNamedWithTheirRangeOrConsequence) {
     EXPECT_NE(r.err.find("sensor 0"), std::string::npos);
     EXPECT_EQ(j["sensors"][0]["out_of_sync_2"], 3);
     EXPECT_EQ(j["sensors"][0]["out_of_sync_1"], 3);
+}
+
+// With stderr a file, the run says how far it got in whole lines, ending at 100 %; --quiet
+// silences them.
+TEST_F(CommandLine, ProgressLinesWhenStderrIsNotATerminal) {
+    Result r = sim("--frames 300", " ");
+    ASSERT_EQ(r.status, 0) << r.err;
+    std::istringstream in(r.err);
+    std::string line, last;
+    size_t lines = 0;
+    while (std::getline(in, line)) {
+        EXPECT_EQ(line.rfind("synchelper-sim: ", 0), 0u) << line;
+        EXPECT_NE(line.find("% ("), std::string::npos) << line;
+        last = line;
+        ++lines;
+    }
+    EXPECT_GE(lines, 1u);
+    EXPECT_LE(lines, 11u);
+    size_t done = 0, total = 0;
+    EXPECT_EQ(std::sscanf(last.c_str(), "synchelper-sim: 100%% (%zu/%zu calls", &done, &total), 2)
+        << last;
+    EXPECT_EQ(done, total);
+    EXPECT_GT(total, 900u);  // 300 frames of 3 sensors
+    EXPECT_EQ(sim("--frames 300 --quiet", " ").err, "");
 }

@@ -2,6 +2,7 @@
 // a scenario into calls, the report's classification, and the timeline.
 
 #include "JsonSink.h"
+#include "ProgressLines.h"
 #include "RunSource.h"
 #include "Scenario.h"
 #include "SvgSink.h"
@@ -304,4 +305,32 @@ TEST_F(ReportFigures, EveryCallLandsInOneColumnOfEveryView) {
     WaitStats w = waitStats(ns);  // nearest rank
     EXPECT_EQ(std::make_tuple(w.count, w.p50Us, w.p99Us, w.maxUs),
               std::make_tuple(size_t(200), 100.0, 198.0, 200.0));
+}
+
+// --- progress for a log ------------------------------------------------------------------------
+
+TEST(ProgressForALog, ALineAtEachFurtherTenthOrAfterTenSilentSecondsAndOneClosingLine) {
+    ProgressLines lines;
+    std::string out;
+    for (auto [done, seconds] : std::vector<std::pair<size_t, double>>{{0, 0.0},
+                                                                       {5, 0.1},
+                                                                       {10, 0.2},
+                                                                       {19, 0.3},
+                                                                       {35, 0.4},
+                                                                       {35, 10.3},
+                                                                       {36, 10.5},
+                                                                       {37, 14.0},
+                                                                       {100, 14.5}}) {
+        out += lines.update({done, 100, seconds});
+    }
+    out += lines.finish({100, 100, 14.6});
+    EXPECT_EQ(out,
+              "synchelper-sim:  10% (10/100 calls, 0.2 s)\n"
+              "synchelper-sim:  35% (35/100 calls, 0.4 s)\n"
+              "synchelper-sim:  36% (36/100 calls, 10.5 s)\n"
+              "synchelper-sim: 100% (100/100 calls, 14.5 s)\n");
+    // A run too short for any line, or one that stopped early, still ends with its figure.
+    ProgressLines quick;
+    EXPECT_EQ(quick.update({0, 3, 0.0}), "");
+    EXPECT_EQ(quick.finish({2, 3, 0.01}), "synchelper-sim:  66% (2/3 calls, 0.0 s)\n");
 }

@@ -5,6 +5,7 @@
 #include "LogSetup.h"
 #include "LogcatSource.h"
 #include "PerfettoSink.h"
+#include "ProgressLines.h"
 #include "RunSource.h"
 #include "Runner.h"
 #include "Scenario.h"
@@ -16,6 +17,7 @@
 #include <CLI/CLI.hpp>
 
 #include <unistd.h>
+#include <algorithm>
 #include <cstdio>
 #include <fstream>
 #include <iostream>
@@ -208,7 +210,9 @@ int main(int argc, char** argv) {
                    "which they count as blocked (default 2)")
         ->check(CLI::Range(0.05, 3600.0))
         ->type_name("SECONDS");
-    app.add_flag("--no-progress", noProgress, "No progress line, even on a terminal");
+    app.add_flag("--quiet,--no-progress", noProgress,
+                 "No progress (on a terminal a line redrawn in place, otherwise a line on stderr "
+                 "at every tenth of the calls or every 10 s)");
     app.add_flag("--print-scenario", printScenario, "Print the built-in scenario (JSON) and exit");
 
     try {
@@ -309,10 +313,15 @@ int main(int argc, char** argv) {
     ryxsim::RunOptions options;
     options.realtime = realtime;
     options.deadlineSeconds = deadline;
-    bool tty = !noProgress && isatty(STDERR_FILENO) != 0;
+    bool tty = isatty(STDERR_FILENO) != 0;
     bool progressShown = false;
-    if (tty) {
+    ryxsim::ProgressLines progressLines;
+    if (!noProgress) {
         options.progress = [&](ryxsim::RunProgress const& p) {
+            if (!tty) {
+                std::fputs(progressLines.update(p).c_str(), stderr);
+                return;
+            }
             if (p.elapsedSeconds < 1.0) {
                 return;
             }
@@ -338,6 +347,13 @@ int main(int argc, char** argv) {
     if (progressShown) {
         std::fprintf(stderr, "\r\033[K");
         std::fflush(stderr);
+    }
+    if (!noProgress && !tty) {
+        size_t done = static_cast<size_t>(
+            std::count_if(run.outcomes.begin(), run.outcomes.end(),
+                          [](ryxsim::CallOutcome const& o) { return o.returned; }));
+        std::fputs(progressLines.finish({done, trace.rows.size(), run.wallSeconds}).c_str(),
+                   stderr);
     }
 
     sessions.push_back(ryxsim::timelineFromRun(trace, run));
