@@ -16,6 +16,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <fstream>
 #include <map>
@@ -382,4 +383,33 @@ TEST_F(CommandLine, ProgressLinesWhenStderrIsNotATerminal) {
     EXPECT_EQ(done, total);
     EXPECT_GT(total, 900u);  // 300 frames of 3 sensors
     EXPECT_EQ(sim("--frames 300 --quiet", " ").err, "");
+}
+
+// Eleven sensors each open a frame that waits for sensor 11, which then sends those frames in
+// turn. In trace order the eleventh frame opens while ten are still waiting, and the library
+// aborts; free-running, sensor 11 may complete early frames first. --ordered replays the trace
+// order every time.
+TEST_F(CommandLine, OrderedReplayOfAnAbortingTraceGivesTheSameAbortEveryTime) {
+    {
+        std::ofstream t(path("inflight.csv"));
+        t << "sensor,kind,frame,sof_ns,sync_ids,required\n";
+        for (int k = 0; k < 11; ++k) {
+            t << k << ",result," << k << "," << 1000000000 + k << ",11,1\n";
+        }
+        for (int k = 0; k < 11; ++k) {
+            t << "11,result," << k << "," << 1000000000 + k << "," << k << ",1\n";
+        }
+    }
+    Result first = sim("--trace " + path("inflight.csv") + " --ordered");
+    EXPECT_EQ(first.status, 128 + SIGABRT);
+    EXPECT_EQ(first.err.rfind("synchelper-sim: the library ended the process (fatal 1): please "
+                              "check flow\n",
+                              0),
+              0u)
+        << first.err;
+    for (int i = 1; i < 20; ++i) {
+        Result again = sim("--trace " + path("inflight.csv") + " --ordered");
+        EXPECT_EQ(again.status, first.status) << "replay " << i;
+        EXPECT_EQ(again.err, first.err) << "replay " << i;
+    }
 }

@@ -155,7 +155,7 @@ int main(int argc, char** argv) {
     SinkFiles sinks;
     std::vector<std::string> props;
     std::string seedText, framesText;
-    bool realtime = false, noProgress = false, printScenario = false;
+    bool realtime = false, ordered = false, noProgress = false, printScenario = false;
     double deadline = 2.0;
 
     auto* scenarioOpt = app.add_option("--scenario", scenarioFile, "Run this scenario file (JSON)")
@@ -187,6 +187,11 @@ int main(int argc, char** argv) {
     framesOpt->excludes(logcatOpt);
     app.add_flag("--realtime", realtime,
                  "Pace the frames at their start-of-frame times (default: as fast as possible)");
+    app.add_flag("--ordered", ordered,
+                 "Let the calls into the library in trace order across the sensor threads (each "
+                 "waits until the one before it returned or waits in the rendezvous), so that "
+                 "every replay gives the same verdicts and the same abort (default: free-running, "
+                 "as real pipelines)");
     app.add_option("--write-logcat", writeLogcatFile,
                    "Write the library's log lines of this run as a device's 'logcat -v "
                    "threadtime' shows them (warnings and errors, plus what --log raises)")
@@ -312,6 +317,7 @@ int main(int argc, char** argv) {
 
     ryxsim::RunOptions options;
     options.realtime = realtime;
+    options.ordered = ordered;
     options.deadlineSeconds = deadline;
     bool tty = isatty(STDERR_FILENO) != 0;
     bool progressShown = false;
