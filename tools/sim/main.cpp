@@ -1,5 +1,6 @@
 // synchelper-sim: the multi-camera session simulator and trace replay of libryxcam_synchelper.
 
+#include "FlowCheck.h"
 #include "InputChecks.h"
 #include "JsonSink.h"
 #include "LogSetup.h"
@@ -155,7 +156,8 @@ int main(int argc, char** argv) {
     SinkFiles sinks;
     std::vector<std::string> props;
     std::string seedText, framesText;
-    bool realtime = false, ordered = false, noProgress = false, printScenario = false;
+    bool realtime = false, ordered = false, allowFatal = false, noProgress = false,
+         printScenario = false;
     double deadline = 2.0;
 
     auto* scenarioOpt = app.add_option("--scenario", scenarioFile, "Run this scenario file (JSON)")
@@ -192,6 +194,9 @@ int main(int argc, char** argv) {
                  "waits until the one before it returned or waits in the rendezvous), so that "
                  "every replay gives the same verdicts and the same abort (default: free-running, "
                  "as real pipelines)");
+    app.add_flag("--allow-fatal", allowFatal,
+                 "Run a call flow that the library aborts on anyway, to reproduce the abort "
+                 "(default: list the broken flows and exit 2 without running)");
     app.add_option("--write-logcat", writeLogcatFile,
                    "Write the library's log lines of this run as a device's 'logcat -v "
                    "threadtime' shows them (warnings and errors, plus what --log raises)")
@@ -308,6 +313,21 @@ int main(int argc, char** argv) {
 
     for (auto const& w : ryxsim::controlWarnings(trace)) {
         std::fprintf(stderr, "synchelper-sim: warning: %s\n", w.c_str());
+    }
+    ryxsim::FlowReport flow = ryxsim::checkCallFlow(trace);
+    for (auto const& w : flow.warnings) {
+        std::fprintf(stderr, "synchelper-sim: warning: call flow: %s\n", w.c_str());
+    }
+    for (auto const& v : flow.violations) {
+        std::fprintf(stderr, "synchelper-sim: %s: call flow: %s\n",
+                     allowFatal ? "warning" : "error", v.c_str());
+    }
+    if (!flow.violations.empty() && !allowFatal) {
+        std::fprintf(stderr,
+                     "synchelper-sim: the library aborts the process on %s; nothing was run "
+                     "(--allow-fatal runs it anyway)\n",
+                     flow.violations.size() == 1 ? "this call flow" : "these call flows");
+        return 2;
     }
 
     if (!recordFile.empty() &&
