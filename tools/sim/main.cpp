@@ -79,7 +79,8 @@ Properties (--prop NAME=VALUE, repeatable), read when the helper is created
 Exit status
   0  the run completed
   1  an output file could not be written
-  2  bad arguments, or a malformed scenario or trace (nothing was run)
+  2  bad arguments, a malformed scenario or trace, or a call flow the library aborts on (each
+     broken flow is listed; nothing was run; --allow-fatal runs it anyway)
   3  threads were still blocked in the library at the end (reported, then the process exits)
   134 (SIGABRT) the library aborted on a broken call flow (a sensor outside the frame's sync
      group, a sensor entering a frame twice, more than 10 frames in flight); the library's fatal
