@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <deque>
 #include <functional>
 #include <map>
 #include <memory>
@@ -144,7 +145,8 @@ class Collector : public ULogger {
     std::mutex mLogcatMutex;
 };
 
-// The records and metadata of one call, owned by the run for as long as the library may use them.
+// The records and metadata of one call. The library keeps pointers to them while the call's frame
+// is in flight; the sensor thread that made the call owns them (see kKeptRecords).
 struct CallRecord {
     IMetadata appControl, halControl, halDynamic, appDynamic;
     SyncResultInputParams input;
@@ -228,7 +230,6 @@ struct SensorState {
 struct Session {
     std::shared_ptr<ISyncHelper> helper;
     std::shared_ptr<SyncHelper> concrete;  // for getSensorCropRegion
-    std::vector<CallRecord> records;
     std::vector<CallOutcome> outcomes;
     std::mutex mutex;
     std::condition_variable changed;
@@ -238,6 +239,8 @@ struct Session {
 };
 
 size_t const kNoTurn = SIZE_MAX;
+// Records of its latest calls a sensor thread keeps alive.
+size_t const kKeptRecords = 64;
 // Ordered runs: the row whose call this thread is making.
 thread_local size_t tTurn = kNoTurn;
 
@@ -251,9 +254,18 @@ void passTurn(Session& s, size_t idx) {
 
 void sensorThread(Session& s, Trace const& trace, int sensor, std::vector<size_t> const& rows,
                   bool realtime, bool ordered, Clock::time_point start, int64_t firstSofNs) {
+    // A returned call's frame has left the library (the last of its cameras removes it); the
+    // records of the latest calls are kept all the same, for a waiter woken spuriously that
+    // returns while its frame is still completing.
+    std::deque<std::unique_ptr<CallRecord>> recent;
     for (size_t idx : rows) {
         CallRow const& row = trace.rows[idx];
-        CallRecord& rec = s.records[idx];
+        recent.push_back(std::make_unique<CallRecord>());
+        if (recent.size() > kKeptRecords) {
+            recent.pop_front();
+        }
+        CallRecord& rec = *recent.back();
+        build(row, rec);
         bool perFrame = row.kind == CallKind::Result || row.kind == CallKind::Drop;
         if (realtime && perFrame && row.sofNs > 0 && row.sofNs >= firstSofNs) {
             std::this_thread::sleep_until(start + std::chrono::nanoseconds(row.sofNs - firstSofNs));
@@ -305,6 +317,9 @@ void sensorThread(Session& s, Trace const& trace, int sensor, std::vector<size_t
         {
             std::lock_guard<std::mutex> lock(s.mutex);
             CallOutcome& out = s.outcomes[idx];
+            if (row.kind == CallKind::Result) {
+                readBack(rec, out);
+            }
             out.returned = true;
             out.verdict = verdict;
             out.startNs = std::chrono::duration_cast<std::chrono::nanoseconds>(t0 - start).count();
@@ -338,12 +353,10 @@ RunResult runTrace(Trace const& trace, RunOptions const& options) {
         ci.focalLength = c.focalLength;
         info[static_cast<unsigned int>(c.id)] = ci;
     }
-    s.records.resize(trace.rows.size());
     s.outcomes.resize(trace.rows.size());
     std::map<int, std::vector<size_t>> perSensor;
     int64_t firstSof = INT64_MAX;
     for (size_t i = 0; i < trace.rows.size(); ++i) {
-        build(trace.rows[i], s.records[i]);
         perSensor[trace.rows[i].sensor].push_back(i);
         if (trace.rows[i].sofNs > 0) {
             firstSof = std::min(firstSof, trace.rows[i].sofNs);
@@ -450,11 +463,6 @@ RunResult runTrace(Trace const& trace, RunOptions const& options) {
         }
         std::lock_guard<std::mutex> lock(s.mutex);
         result.outcomes = s.outcomes;
-        for (size_t i = 0; i < trace.rows.size(); ++i) {
-            if (result.outcomes[i].returned && trace.rows[i].kind == CallKind::Result) {
-                readBack(s.records[i], result.outcomes[i]);
-            }
-        }
         result.logged = collector->anomalies();
         collector.release();
         session.release();
@@ -463,12 +471,7 @@ RunResult runTrace(Trace const& trace, RunOptions const& options) {
     for (auto& t : threads) {
         t.join();
     }
-    result.outcomes = s.outcomes;
-    for (size_t i = 0; i < trace.rows.size(); ++i) {
-        if (trace.rows[i].kind == CallKind::Result) {
-            readBack(s.records[i], result.outcomes[i]);
-        }
-    }
+    result.outcomes = std::move(s.outcomes);
     s.concrete.reset();
     s.helper.reset();
     ULogger::install(previousLogger);
