@@ -1,8 +1,9 @@
 #pragma once
 // The call contract of the library, checked on a trace before it runs. The library aborts the
-// process on a broken call flow (a camera entering a frame twice, a camera outside the frame's
-// sync targets, an 11th frame in flight, the arrival record dropping a frame that is still in
-// flight); this check names each such flow in plain words instead.
+// process on a broken call flow (a camera outside the frame's sync targets, an 11th frame in
+// flight, the arrival record dropping a frame that is still in flight); this check names each
+// such flow in plain words instead. A camera entering a frame twice needs two threads for one
+// camera, which a trace (one thread per sensor) cannot express.
 //
 // The rendezvous is modelled with the calls arriving in trace order (as --ordered replays them);
 // a camera outside the targets is also found for the other arrival orders. Drops, flushes and
