@@ -16,6 +16,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <fstream>
 #include <map>
@@ -214,9 +215,9 @@ class CommandLine : public ::testing::Test {
         return nlohmann::json::parse(slurp(name));
     }
 
-    Result sim(std::string const& args) {
+    Result sim(std::string const& args, char const* progress = " --no-progress ") {
         ryxtest::Watchdog dog("synchelper-sim " + args, 60s);
-        int raw = std::system((std::string(RYX_SIM_BINARY) + " --no-progress " + args + " >'" +
+        int raw = std::system((std::string(RYX_SIM_BINARY) + progress + args + " >'" +
                                path("stdout") + "' 2>'" + path("stderr") + "'")
                                   .c_str());
         dog.disarm();
@@ -323,4 +324,129 @@ TEST_F(CommandLine, ALogCaptureIsExplainedAndANonLogIsRefused) {
                          ":1: not an Android log line (expected logcat threadtime, time or brief "
                          "format, or the host liblog format)\n");
     EXPECT_EQ(sim("--logcat '" + path("run.log") + "' --seed 3").status, 2);
+}
+
+// Numbers in any notation, values the library takes but that decide every frame, properties it
+// never reads, reports on standard output, and an empty trace.
+TEST_F(CommandLine, InputGapsAreNamedWithTheirRangeOrConsequence) {
+    std::ofstream(path("huge.json")) << "{\n  \"frames\": 1e30,\n  \"sensors\": [{\"id\": 0}]\n}\n";
+    std::ofstream(path("huge.csv")) << "sensor,kind,frame\n0,result,99999999999999999999999\n";
+    std::ofstream(path("empty.csv"));
+    struct Case {
+        std::string args, err;
+    };
+    for (Case const& c : std::vector<Case>{
+             {"--frames 1e30", "--frames: value 1e30 is out of range [1, 1000000]"},
+             {"--frames 99999999999999999999999",
+              "--frames: value 99999999999999999999999 is out of range [1, 1000000]"},
+             {"--frames 2.5", "--frames: expected an integer, got the fractional number 2.5"},
+             {"--seed -1", "--seed: value -1 is out of range [0, 9223372036854775807]"},
+             {"--scenario " + path("huge.json"),
+              path("huge.json") + ":2: field 'frames': value 1e+30 is out of range [1, 1000000]"},
+             {"--trace " + path("huge.csv"),
+              path("huge.csv") + ":2: field 'frame': value 99999999999999999999999 is out of range "
+                                 "[-2147483648, 2147483647]"},
+             {"--trace " + path("empty.csv"), path("empty.csv") +
+                                                  ":1: the file is empty (expected a header row "
+                                                  "sensor,kind,frame,... and one row per call)"},
+             {"--json - --perfetto -",
+              "only one of --json, --svg and --perfetto can write to standard output (-)"},
+         }) {
+        SCOPED_TRACE(c.args);
+        Result r = sim(c.args);
+        EXPECT_EQ(r.status, 2);
+        EXPECT_EQ(r.err, "synchelper-sim: error: " + c.err + "\n");
+        EXPECT_EQ(r.out, "");
+    }
+
+    // Taken, with a warning naming what it does to the run.
+    std::ofstream(path("neg.json"))
+        << "{\"frames\": 6, \"sensors\": [{\"id\": 0}, {\"id\": 1, \"sof_offset_us\": 300}],\n"
+           " \"control\": {\"tolerance_us\": -1000, \"mode\": 1},\n"
+           " \"ranges\": [{\"frames\": [3, 5], \"mode\": 7}]}\n";
+    Result r = sim("--scenario " + path("neg.json") +
+                   " --prop vendor.debug.camera.crop_replce=0"
+                   " --prop vendor.debug.camera.SyncDataUpdater.log=two --json -");
+    ASSERT_EQ(r.status, 0) << r.err;
+    for (char const* line :
+         {"synchelper-sim: warning: --prop vendor.debug.camera.crop_replce: the library never "
+          "reads this property (it reads vendor.debug.camera.crop_replace and "
+          "vendor.debug.camera.SyncDataUpdater.log)\n",
+          "synchelper-sim: warning: --prop vendor.debug.camera.SyncDataUpdater.log=two: not a "
+          "whole number, so the library ignores it and uses its default (0)\n",
+          "synchelper-sim: warning: tolerance_us -1000 is negative on 12 call(s), the first "
+          "sensor 0 f0; no difference is within it: every frame it judges is out of sync\n",
+          "synchelper-sim: warning: mode 7 is neither 0 nor 1 on 6 call(s), the first sensor 0 "
+          "f3; it acts as 0: a frame out of tolerance gets RESULT 1 and still passes\n"}) {
+        EXPECT_NE(r.err.find(line), std::string::npos) << line << "\n" << r.err;
+    }
+    // The JSON report is standard output; the text report moved to stderr; no file named "-".
+    auto j = nlohmann::json::parse(r.out);
+    EXPECT_FALSE(std::ifstream("-").good());
+    EXPECT_NE(r.err.find("sensor 0"), std::string::npos);
+    EXPECT_EQ(j["sensors"][0]["out_of_sync_2"], 3);
+    EXPECT_EQ(j["sensors"][0]["out_of_sync_1"], 3);
+}
+
+// With stderr a file, the run says how far it got in whole lines, ending at 100 %; --quiet
+// silences them.
+TEST_F(CommandLine, ProgressLinesWhenStderrIsNotATerminal) {
+    Result r = sim("--frames 300", " ");
+    ASSERT_EQ(r.status, 0) << r.err;
+    std::istringstream in(r.err);
+    std::string line, last;
+    size_t lines = 0;
+    while (std::getline(in, line)) {
+        EXPECT_EQ(line.rfind("synchelper-sim: ", 0), 0u) << line;
+        EXPECT_NE(line.find("% ("), std::string::npos) << line;
+        last = line;
+        ++lines;
+    }
+    EXPECT_GE(lines, 1u);
+    EXPECT_LE(lines, 11u);
+    size_t done = 0, total = 0;
+    EXPECT_EQ(std::sscanf(last.c_str(), "synchelper-sim: 100%% (%zu/%zu calls", &done, &total), 2)
+        << last;
+    EXPECT_EQ(done, total);
+    EXPECT_GT(total, 900u);  // 300 frames of 3 sensors
+    EXPECT_EQ(sim("--frames 300 --quiet", " ").err, "");
+}
+
+// Eleven sensors each open a frame that waits for sensor 11, which then sends those frames in
+// turn. In trace order the eleventh frame opens while ten are still waiting, and the library
+// aborts; free-running, sensor 11 may complete early frames first. --ordered replays the trace
+// order every time.
+TEST_F(CommandLine, OrderedReplayOfAnAbortingTraceGivesTheSameAbortEveryTime) {
+    {
+        std::ofstream t(path("inflight.csv"));
+        t << "sensor,kind,frame,sof_ns,sync_ids,required\n";
+        for (int k = 0; k < 11; ++k) {
+            t << k << ",result," << k << "," << 1000000000 + k << ",11,1\n";
+        }
+        for (int k = 0; k < 11; ++k) {
+            t << "11,result," << k << "," << 1000000000 + k << "," << k << ",1\n";
+        }
+    }
+    Result refused = sim("--trace " + path("inflight.csv"));
+    EXPECT_EQ(refused.status, 2);
+    EXPECT_EQ(refused.err,
+              "synchelper-sim: error: call flow: f10: an 11th frame in flight (camera 10) while "
+              "f0-f9 still wait for camera 11\n"
+              "synchelper-sim: the library aborts the process on this call flow; nothing was run "
+              "(--allow-fatal runs it anyway)\n");
+    EXPECT_EQ(refused.out, "");
+
+    Result first = sim("--trace " + path("inflight.csv") + " --ordered --allow-fatal");
+    EXPECT_EQ(first.status, 128 + SIGABRT);
+    EXPECT_NE(first.err.find("synchelper-sim: warning: call flow: f10: an 11th frame in flight"),
+              std::string::npos);
+    EXPECT_NE(first.err.find("synchelper-sim: the library ended the process (fatal 1): please "
+                             "check flow\n"),
+              std::string::npos)
+        << first.err;
+    for (int i = 1; i < 20; ++i) {
+        Result again = sim("--trace " + path("inflight.csv") + " --ordered --allow-fatal");
+        EXPECT_EQ(again.status, first.status) << "replay " << i;
+        EXPECT_EQ(again.err, first.err) << "replay " << i;
+    }
 }

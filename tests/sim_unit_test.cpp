@@ -1,7 +1,9 @@
 // synchelper-sim without the library: scenario and trace files (good and bad), the expansion of
 // a scenario into calls, the report's classification, and the timeline.
 
+#include "FlowCheck.h"
 #include "JsonSink.h"
+#include "ProgressLines.h"
 #include "RunSource.h"
 #include "Scenario.h"
 #include "SvgSink.h"
@@ -143,8 +145,10 @@ TEST(TraceFile, ErrorsNameFileLineAndField) {
              "expected result, drop, flush, leave or crop, got 'resutl'"},
             {kHeader + "0,result,,,,,,,,,,,,,,\n", 2, "frame",
              "missing (a result row needs a frame number)"},
-            {kHeader + "0,result,1,,,,,,,,1e3,,,,,\n", 2, "tolerance_us",
-             "expected an integer, got '1e3'"},
+            {kHeader + "0,result,1,,,,,,,,1e30,,,,,\n", 2, "tolerance_us",
+             "value 1e30 is out of range [-9223372036854775808, 9223372036854775807]"},
+            {kHeader + "0,result,1,,,,,,,,2.5,,,,,\n", 2, "tolerance_us",
+             "expected an integer, got the fractional number 2.5"},
             {kHeader + "0,result,1,,,,,,,,,,,,\n", 2, "", "expected 16 fields, found 15"},
             {kHeader + "0,result,1,,,,,,,,,,,,,\n0,crop,2,2,,,,,,,,,,,,0=1:2:3\n", 3, "crops",
              "expected LEFT:TOP:WIDTH:HEIGHT, got '1:2:3'"},
@@ -302,4 +306,108 @@ TEST_F(ReportFigures, EveryCallLandsInOneColumnOfEveryView) {
     WaitStats w = waitStats(ns);  // nearest rank
     EXPECT_EQ(std::make_tuple(w.count, w.p50Us, w.p99Us, w.maxUs),
               std::make_tuple(size_t(200), 100.0, 198.0, 200.0));
+}
+
+// --- progress for a log ------------------------------------------------------------------------
+
+TEST(ProgressForALog, ALineAtEachFurtherTenthOrAfterTenSilentSecondsAndOneClosingLine) {
+    ProgressLines lines;
+    std::string out;
+    for (auto [done, seconds] : std::vector<std::pair<size_t, double>>{{0, 0.0},
+                                                                       {5, 0.1},
+                                                                       {10, 0.2},
+                                                                       {19, 0.3},
+                                                                       {35, 0.4},
+                                                                       {35, 10.3},
+                                                                       {36, 10.5},
+                                                                       {37, 14.0},
+                                                                       {100, 14.5}}) {
+        out += lines.update({done, 100, seconds});
+    }
+    out += lines.finish({100, 100, 14.6});
+    EXPECT_EQ(out,
+              "synchelper-sim:  10% (10/100 calls, 0.2 s)\n"
+              "synchelper-sim:  35% (35/100 calls, 0.4 s)\n"
+              "synchelper-sim:  36% (36/100 calls, 10.5 s)\n"
+              "synchelper-sim: 100% (100/100 calls, 14.5 s)\n");
+    // A run too short for any line, or one that stopped early, still ends with its figure.
+    ProgressLines quick;
+    EXPECT_EQ(quick.update({0, 3, 0.0}), "");
+    EXPECT_EQ(quick.finish({2, 3, 0.01}), "synchelper-sim:  66% (2/3 calls, 0.0 s)\n");
+}
+
+// --- call flows checked before a run ----------------------------------------------------------
+
+namespace {
+
+FlowReport checkText(std::string const& text) {
+    return checkCallFlow(parseTrace(text, "flow.csv"));
+}
+
+std::string const kFlowHeader = "sensor,kind,frame,sync_ids,required\n";
+
+}  // namespace
+
+TEST(CallFlowCheck, EachAbortingFlowIsNamedWithFrameCameraAndRule) {
+    // Sensors 0-10 each open a frame that waits for sensor 11, which comes after them.
+    std::string inflight = kFlowHeader;
+    for (int k = 0; k < 11; ++k) {
+        inflight += std::to_string(k) + ",result," + std::to_string(k) + ",11,1\n";
+    }
+    for (int k = 0; k < 11; ++k) {
+        inflight += "11,result," + std::to_string(k) + "," + std::to_string(k) + ",1\n";
+    }
+    FlowReport r = checkText(inflight);
+    EXPECT_EQ(r.violations, std::vector<std::string>{"f10: an 11th frame in flight (camera 10) "
+                                                     "while f0-f9 still wait for camera 11"});
+
+    // Whoever arrives first sets the targets: camera 2 is outside 0's and 1's, camera 1 outside
+    // 2's.
+    r = checkText(kFlowHeader + "0,result,1,1,1\n2,result,1,0,1\n1,result,1,0,1\n");
+    EXPECT_EQ(r.violations,
+              (std::vector<std::string>{
+                  "f1: camera 2 is outside the sync targets camera 0 sets (0, 1): the library "
+                  "aborts in the arrival orders where camera 0 arrives first and camera 2 before "
+                  "the frame completes (the trace order is one)",
+                  "f1: camera 1 is outside the sync targets camera 2 sets (2, 0): the library "
+                  "aborts in the arrival orders where camera 2 arrives first and camera 1 before "
+                  "the frame completes",
+                  "f1: camera 2 is outside the sync targets camera 1 sets (1, 0): the library "
+                  "aborts in the arrival orders where camera 1 arrives first and camera 2 before "
+                  "the frame completes"}));
+
+    // Frame 0 waits for camera 2 while cameras 1 and 3 complete 19 frames: the arrival record
+    // (20 frames) drops f0 at the second arrival of f19.
+    std::string prune = kFlowHeader + "0,result,0,2,1\n";
+    for (int f = 1; f < 22; ++f) {
+        prune += "1,result," + std::to_string(f) + ",3,1\n3,result," + std::to_string(f) + ",1,1\n";
+    }
+    r = checkText(prune);
+    EXPECT_EQ(r.violations, std::vector<std::string>{
+                                "f19: the library's record of arrivals keeps 20 frames and "
+                                "drops f0 while it is still in flight, waiting for camera 2"});
+    EXPECT_TRUE(r.warnings.empty());
+}
+
+TEST(CallFlowCheck, BlockingGroupsAreWarningsAndSoundFlowsPass) {
+    FlowReport r = checkText(kFlowHeader + "0,result,0,0 1,1\n1,result,0,0,1\n0,result,1,0 1,1\n");
+    EXPECT_TRUE(r.violations.empty());
+    EXPECT_EQ(r.warnings,
+              std::vector<std::string>{
+                  "f0-f1: camera 0 names itself in its sync ids (0, 1): when it arrives first the "
+                  "frame's sync targets (0, 0, 1) count it twice, so the frame never completes by "
+                  "arrivals and its cameras block in syncResultCheck"});
+
+    // A flush ends the frames in flight it names; the built-in session (drops, a flush, a
+    // master switch, crop sets) is sound.
+    std::string flushed = kFlowHeader;
+    for (int k = 0; k < 11; ++k) {
+        flushed += std::to_string(k) + ",result," + std::to_string(k) + ",11,1\n11,flush," +
+                   std::to_string(k) + ",,\n";
+    }
+    EXPECT_TRUE(checkText(flushed).violations.empty());
+    Scenario s = parseScenario(defaultScenarioText(), "built-in");
+    r = checkCallFlow(generateTrace(s, s.seed));
+    EXPECT_TRUE(r.violations.empty()) << r.violations.front();
+    EXPECT_TRUE(r.warnings.empty());
 }

@@ -10,6 +10,8 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <deque>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -45,10 +47,21 @@ double processCpuSeconds() {
 // On a fatal statement (the flush before the abort) it says on stderr what stopped the process.
 class Collector : public ULogger {
   public:
-    explicit Collector(std::ostream* logcat) : mLogcat(logcat) {}
+    // Lines above `maxLevel` (ULog levels: 1 error .. 5 debug) are only watched for the start of
+    // a rendezvous wait, which `onWait` hears about on the waiting thread.
+    Collector(std::ostream* logcat, uint32_t maxLevel, std::function<void()> onWait)
+        : mLogcat(logcat), mMaxLevel(maxLevel), mOnWait(std::move(onWait)) {}
 
     void output(uint32_t, const char* tag, uint32_t level, const char* text, int) override {
         if (text == nullptr) {
+            return;
+        }
+        // "[name][fN] CamId = C wait(V)+": the calling thread is about to wait.
+        if (mOnWait && level == 5 && std::strstr(text, "CamId = ") != nullptr &&
+            std::strstr(text, " wait(") != nullptr && std::strstr(text, ")+") != nullptr) {
+            mOnWait();
+        }
+        if (level > mMaxLevel) {
             return;
         }
         if (mLogcat != nullptr) {
@@ -127,10 +140,13 @@ class Collector : public ULogger {
     std::string mLastError;
     std::string mLastTag;
     std::ostream* mLogcat;
+    uint32_t mMaxLevel;
+    std::function<void()> mOnWait;
     std::mutex mLogcatMutex;
 };
 
-// The records and metadata of one call, owned by the run for as long as the library may use them.
+// The records and metadata of one call. The library keeps pointers to them while the call's frame
+// is in flight; the sensor thread that made the call owns them (see kKeptRecords).
 struct CallRecord {
     IMetadata appControl, halControl, halDynamic, appDynamic;
     SyncResultInputParams input;
@@ -205,6 +221,7 @@ void readBack(CallRecord const& rec, CallOutcome& out) {
 struct SensorState {
     bool finished = false;
     bool inLibrary = false;
+    bool awaitingTurn = false;  // ordered runs: waiting for the calls before it in the trace
     size_t row = 0;
     Clock::time_point since;
 };
@@ -213,26 +230,55 @@ struct SensorState {
 struct Session {
     std::shared_ptr<ISyncHelper> helper;
     std::shared_ptr<SyncHelper> concrete;  // for getSensorCropRegion
-    std::vector<CallRecord> records;
     std::vector<CallOutcome> outcomes;
     std::mutex mutex;
     std::condition_variable changed;
     std::map<int, SensorState> sensors;
     size_t callsDone = 0;
+    size_t nextTurn = 0;  // ordered runs: the row allowed into the library next
 };
 
+size_t const kNoTurn = SIZE_MAX;
+// Records of its latest calls a sensor thread keeps alive.
+size_t const kKeptRecords = 64;
+// Ordered runs: the row whose call this thread is making.
+thread_local size_t tTurn = kNoTurn;
+
+// Ordered runs: the call of row `idx` has returned or is waiting in the rendezvous; the next
+// row may enter. Caller holds s.mutex.
+void passTurn(Session& s, size_t idx) {
+    if (s.nextTurn == idx) {
+        ++s.nextTurn;
+    }
+}
+
 void sensorThread(Session& s, Trace const& trace, int sensor, std::vector<size_t> const& rows,
-                  bool realtime, Clock::time_point start, int64_t firstSofNs) {
+                  bool realtime, bool ordered, Clock::time_point start, int64_t firstSofNs) {
+    // A returned call's frame has left the library (the last of its cameras removes it); the
+    // records of the latest calls are kept all the same, for a waiter woken spuriously that
+    // returns while its frame is still completing.
+    std::deque<std::unique_ptr<CallRecord>> recent;
     for (size_t idx : rows) {
         CallRow const& row = trace.rows[idx];
-        CallRecord& rec = s.records[idx];
+        recent.push_back(std::make_unique<CallRecord>());
+        if (recent.size() > kKeptRecords) {
+            recent.pop_front();
+        }
+        CallRecord& rec = *recent.back();
+        build(row, rec);
         bool perFrame = row.kind == CallKind::Result || row.kind == CallKind::Drop;
         if (realtime && perFrame && row.sofNs > 0 && row.sofNs >= firstSofNs) {
             std::this_thread::sleep_until(start + std::chrono::nanoseconds(row.sofNs - firstSofNs));
         }
         {
-            std::lock_guard<std::mutex> lock(s.mutex);
+            std::unique_lock<std::mutex> lock(s.mutex);
             SensorState& st = s.sensors[sensor];
+            if (ordered) {
+                st.awaitingTurn = true;
+                s.changed.wait(lock, [&] { return s.nextTurn == idx; });
+                st.awaitingTurn = false;
+                tTurn = idx;
+            }
             st.inLibrary = true;
             st.row = idx;
             st.since = Clock::now();
@@ -271,6 +317,9 @@ void sensorThread(Session& s, Trace const& trace, int sensor, std::vector<size_t
         {
             std::lock_guard<std::mutex> lock(s.mutex);
             CallOutcome& out = s.outcomes[idx];
+            if (row.kind == CallKind::Result) {
+                readBack(rec, out);
+            }
             out.returned = true;
             out.verdict = verdict;
             out.startNs = std::chrono::duration_cast<std::chrono::nanoseconds>(t0 - start).count();
@@ -278,6 +327,8 @@ void sensorThread(Session& s, Trace const& trace, int sensor, std::vector<size_t
             out.cpuNs = c1 - c0;
             s.sensors[sensor].inLibrary = false;
             ++s.callsDone;
+            passTurn(s, idx);
+            tTurn = kNoTurn;
         }
         s.changed.notify_all();
     }
@@ -302,12 +353,10 @@ RunResult runTrace(Trace const& trace, RunOptions const& options) {
         ci.focalLength = c.focalLength;
         info[static_cast<unsigned int>(c.id)] = ci;
     }
-    s.records.resize(trace.rows.size());
     s.outcomes.resize(trace.rows.size());
     std::map<int, std::vector<size_t>> perSensor;
     int64_t firstSof = INT64_MAX;
     for (size_t i = 0; i < trace.rows.size(); ++i) {
-        build(trace.rows[i], s.records[i]);
         perSensor[trace.rows[i].sensor].push_back(i);
         if (trace.rows[i].sofNs > 0) {
             firstSof = std::min(firstSof, trace.rows[i].sofNs);
@@ -317,7 +366,21 @@ RunResult runTrace(Trace const& trace, RunOptions const& options) {
         s.sensors[id];
     }
 
-    auto collector = std::make_unique<Collector>(options.logcat);
+    uint32_t const detailsLevel = ULogger::sDetailsLevel;
+    std::function<void()> onWait;
+    if (options.ordered) {
+        ULogger::sDetailsLevel = std::max<uint32_t>(detailsLevel, 5);
+        onWait = [&s] {
+            {
+                std::lock_guard<std::mutex> lock(s.mutex);
+                if (tTurn != kNoTurn) {
+                    passTurn(s, tTurn);
+                }
+            }
+            s.changed.notify_all();
+        };
+    }
+    auto collector = std::make_unique<Collector>(options.logcat, detailsLevel, onWait);
     ULogger* previousLogger = ULogger::install(collector.get());
 
     s.helper =
@@ -342,12 +405,13 @@ RunResult runTrace(Trace const& trace, RunOptions const& options) {
     }
 
     s.callsDone = head;
+    s.nextTurn = head;
     double cpu0 = processCpuSeconds();
     auto start = Clock::now();
     std::vector<std::thread> threads;
     for (auto const& [id, rows] : perSensor) {
         threads.emplace_back(sensorThread, std::ref(s), std::cref(trace), id, std::cref(rows),
-                             options.realtime, start, firstSof);
+                             options.realtime, options.ordered, start, firstSof);
     }
 
     auto const deadline = std::chrono::duration<double>(options.deadlineSeconds);
@@ -360,7 +424,7 @@ RunResult runTrace(Trace const& trace, RunOptions const& options) {
             bool allStuck = true;
             for (auto const& [id, st] : s.sensors) {
                 allFinished = allFinished && st.finished;
-                allStuck = allStuck && (st.finished || st.inLibrary);
+                allStuck = allStuck && (st.finished || st.inLibrary || st.awaitingTurn);
             }
             if (allFinished) {
                 break;
@@ -372,7 +436,7 @@ RunResult runTrace(Trace const& trace, RunOptions const& options) {
             }
             if (allStuck && now - lastChange >= deadline) {
                 for (auto const& [id, st] : s.sensors) {
-                    if (!st.finished) {
+                    if (st.inLibrary) {
                         result.blocked.push_back(
                             {id, st.row, std::chrono::duration<double>(now - st.since).count()});
                     }
@@ -399,11 +463,6 @@ RunResult runTrace(Trace const& trace, RunOptions const& options) {
         }
         std::lock_guard<std::mutex> lock(s.mutex);
         result.outcomes = s.outcomes;
-        for (size_t i = 0; i < trace.rows.size(); ++i) {
-            if (result.outcomes[i].returned && trace.rows[i].kind == CallKind::Result) {
-                readBack(s.records[i], result.outcomes[i]);
-            }
-        }
         result.logged = collector->anomalies();
         collector.release();
         session.release();
@@ -412,15 +471,11 @@ RunResult runTrace(Trace const& trace, RunOptions const& options) {
     for (auto& t : threads) {
         t.join();
     }
-    result.outcomes = s.outcomes;
-    for (size_t i = 0; i < trace.rows.size(); ++i) {
-        if (trace.rows[i].kind == CallKind::Result) {
-            readBack(s.records[i], result.outcomes[i]);
-        }
-    }
+    result.outcomes = std::move(s.outcomes);
     s.concrete.reset();
     s.helper.reset();
     ULogger::install(previousLogger);
+    ULogger::sDetailsLevel = detailsLevel;
     result.logged = collector->anomalies();
     return result;
 }

@@ -25,6 +25,13 @@ struct RunOptions {
     // When set, every line the library gives the unified logger is written here as a device's
     // `logcat -v threadtime` shows it (the level of the lines follows the logger words).
     std::ostream* logcat = nullptr;
+    // Calls enter the library one at a time in trace order, across the sensor threads: a call
+    // enters once the call before it has returned or has begun waiting in the library's
+    // rendezvous (seen from the library's own "wait(%d)+" debug line, so the library's debug
+    // lines are turned on for the run; they reach the log output only at --log debug). The
+    // verdicts and any abort are then the same on every replay. Off: the sensor threads run
+    // freely, as real pipelines do.
+    bool ordered = false;
     // Called on the calling thread about ten times a second while the sensors run.
     std::function<void(RunProgress const&)> progress;
 };

@@ -54,6 +54,18 @@ class Reader {
     }
 
     int64_t integer(json const& v, std::string const& path, int64_t lo, int64_t hi) const {
+        if (v.is_number_float()) {
+            // 1e6 is a whole number; 1e30 and integers too large to parse as one are out of range.
+            long double d = v.get<double>();
+            if (!(d >= static_cast<long double>(lo) && d <= static_cast<long double>(hi))) {
+                fail(path, "value " + v.dump() + " is out of range [" + std::to_string(lo) + ", " +
+                               std::to_string(hi) + "]");
+            }
+            if (d != std::floor(d)) {
+                fail(path, "expected an integer, got the fractional number " + v.dump());
+            }
+            return static_cast<int64_t>(d);
+        }
         if (!v.is_number_integer()) {
             fail(path, std::string("expected an integer, got ") + describe(v));
         }

@@ -1,5 +1,7 @@
 #include "TraceIo.h"
 
+#include "InputChecks.h"
+
 #include <algorithm>
 #include <charconv>
 #include <fstream>
@@ -68,13 +70,9 @@ class FieldReader {
     int64_t integer(std::string const& field, std::string const& text, int64_t lo,
                     int64_t hi) const {
         int64_t v = 0;
-        auto [p, ec] = std::from_chars(text.data(), text.data() + text.size(), v);
-        if (text.empty() || ec != std::errc() || p != text.data() + text.size()) {
-            fail(field, "expected an integer, got '" + text + "'");
-        }
-        if (v < lo || v > hi) {
-            fail(field, "value " + text + " is out of range [" + std::to_string(lo) + ", " +
-                            std::to_string(hi) + "]");
+        IntegerVerdict verdict = readInteger(text, lo, hi, v);
+        if (verdict != IntegerVerdict::Ok) {
+            fail(field, integerProblem(verdict, text, lo, hi));
         }
         return v;
     }
@@ -338,7 +336,11 @@ Trace parseTrace(std::string const& text, std::string const& fileName) {
         trace.rows.push_back(std::move(row));
     }
     if (header.empty()) {
-        throw ParseError(fileName, lineNo, "", "no header row (expected sensor,kind,frame,...)");
+        // An empty file is reported at its first line, where the header belongs.
+        throw ParseError(fileName, std::max(lineNo, 1), "",
+                         lineNo == 0 ? "the file is empty (expected a header row "
+                                       "sensor,kind,frame,... and one row per call)"
+                                     : "no header row (expected sensor,kind,frame,...)");
     }
     if (trace.rows.empty()) {
         throw ParseError(fileName, lineNo, "", "no calls after the header row");

@@ -1,9 +1,12 @@
 // synchelper-sim: the multi-camera session simulator and trace replay of libryxcam_synchelper.
 
+#include "FlowCheck.h"
+#include "InputChecks.h"
 #include "JsonSink.h"
 #include "LogSetup.h"
 #include "LogcatSource.h"
 #include "PerfettoSink.h"
+#include "ProgressLines.h"
 #include "RunSource.h"
 #include "Runner.h"
 #include "Scenario.h"
@@ -15,9 +18,11 @@
 #include <CLI/CLI.hpp>
 
 #include <unistd.h>
+#include <algorithm>
 #include <cstdio>
 #include <fstream>
 #include <iostream>
+#include <tuple>
 
 namespace {
 
@@ -86,16 +91,26 @@ Properties (--prop NAME=VALUE, repeatable), read when the helper is created
 Exit status
   0  the run completed
   1  an output file could not be written
-  2  bad arguments, a malformed scenario or trace (nothing was run), or a --logcat file that is
-     not a log capture
+  2  bad arguments, a malformed scenario or trace, a call flow the library aborts on (each
+     broken flow is listed; nothing was run; --allow-fatal runs it anyway), or a --logcat file
+     that is not a log capture
   3  threads were still blocked in the library at the end (reported, then the process exits)
   134 (SIGABRT) the library aborted on a broken call flow (a sensor outside the frame's sync
      group, a sensor entering a frame twice, more than 10 frames in flight); the library's fatal
      message is printed first
 )";
 
+// The most frames a run may have.
+constexpr int64_t kMaxFrames = 1000000;
+
+// "-" is standard output.
 bool writeFile(std::string const& path, std::string const& what,
                std::function<void(std::ostream&)> const& body) {
+    if (path == "-") {
+        body(std::cout);
+        std::cout.flush();
+        return static_cast<bool>(std::cout);
+    }
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
     if (out) {
         body(out);
@@ -113,14 +128,16 @@ struct SinkFiles {
     std::string json, svg, perfetto;
 };
 
-// Draws the sessions: the text report on stdout, the files asked for. The exit status of the
-// first session, or 1 when a file could not be written.
+// Draws the sessions: the text report on stdout (on stderr when a file goes to stdout), the
+// files asked for. The exit status of the first session, or 1 when a file could not be written.
 int writeSinks(std::vector<ryxsim::Timeline> const& sessions, SinkFiles const& files) {
+    bool stdoutTaken = files.json == "-" || files.svg == "-" || files.perfetto == "-";
+    std::ostream& text = stdoutTaken ? std::cerr : std::cout;
     for (size_t i = 0; i < sessions.size(); ++i) {
-        std::cout << (i ? "\n" : "");
-        ryxsim::writeText(std::cout, sessions[i]);
+        text << (i ? "\n" : "");
+        ryxsim::writeText(text, sessions[i]);
     }
-    std::cout.flush();
+    text.flush();
     int status = sessions.front().exitStatus;
     if (!files.json.empty() && !writeFile(files.json, "JSON report", [&](std::ostream& o) {
             ryxsim::writeReportJson(o, sessions);
@@ -152,9 +169,9 @@ int main(int argc, char** argv) {
     std::string scenarioFile, traceFile, logcatFile, recordFile, writeLogcatFile, logName = "quiet";
     SinkFiles sinks;
     std::vector<std::string> props;
-    std::optional<uint64_t> seed;
-    std::optional<int> frames;
-    bool realtime = false, noProgress = false, printScenario = false;
+    std::string seedText, framesText;
+    bool realtime = false, ordered = false, allowFatal = false, noProgress = false,
+         printScenario = false;
     double deadline = 2.0;
 
     auto* scenarioOpt = app.add_option("--scenario", scenarioFile, "Run this scenario file (JSON)")
@@ -173,13 +190,13 @@ int main(int argc, char** argv) {
     app.add_option("--record", recordFile, "Write the calls of this run as a trace (CSV)")
         ->type_name("FILE")
         ->excludes(logcatOpt);
-    auto* seedOpt = app.add_option("--seed", seed,
+    auto* seedOpt = app.add_option("--seed", seedText,
                                    "Seed of the scenario's random parts (default: the "
                                    "scenario's own, 1 for the built-in one)")
                         ->type_name("N");
     auto* framesOpt =
-        app.add_option("--frames", frames, "Run this many frames instead of the scenario's")
-            ->check(CLI::Range(1, 1000000))
+        app.add_option("--frames", framesText,
+                       "Run this many frames instead of the scenario's (1e6 is read as 1000000)")
             ->type_name("N");
     seedOpt->excludes(traceOpt);
     framesOpt->excludes(traceOpt);
@@ -187,16 +204,26 @@ int main(int argc, char** argv) {
     framesOpt->excludes(logcatOpt);
     app.add_flag("--realtime", realtime,
                  "Pace the frames at their start-of-frame times (default: as fast as possible)");
+    app.add_flag("--ordered", ordered,
+                 "Let the calls into the library in trace order across the sensor threads (each "
+                 "waits until the one before it returned or waits in the rendezvous), so that "
+                 "every replay gives the same verdicts and the same abort (default: free-running, "
+                 "as real pipelines)");
+    app.add_flag("--allow-fatal", allowFatal,
+                 "Run a call flow that the library aborts on anyway, to reproduce the abort "
+                 "(default: list the broken flows and exit 2 without running)");
     app.add_option("--write-logcat", writeLogcatFile,
                    "Write the library's log lines of this run as a device's 'logcat -v "
                    "threadtime' shows them (warnings and errors, plus what --log raises)")
         ->type_name("FILE")
         ->excludes(logcatOpt);
-    app.add_option("--json", sinks.json, "Write the report as JSON")->type_name("FILE");
+    app.add_option("--json", sinks.json, "Write the report as JSON (- for standard output)")
+        ->type_name("FILE");
     app.add_option("--svg", sinks.svg, "Draw the timeline as SVG (the first session of a capture)")
         ->type_name("FILE");
     app.add_option("--perfetto", sinks.perfetto,
-                   "Write the timeline as a trace (Chrome JSON trace format) for ui.perfetto.dev")
+                   "Write the timeline as a trace (Chrome JSON trace format) for "
+                   "ui.perfetto.dev (- for standard output)")
         ->type_name("FILE");
     app.add_option("--prop", props, "Set a system property NAME=VALUE (repeatable)")
         ->type_name("NAME=VALUE");
@@ -208,7 +235,9 @@ int main(int argc, char** argv) {
                    "which they count as blocked (default 2)")
         ->check(CLI::Range(0.05, 3600.0))
         ->type_name("SECONDS");
-    app.add_flag("--no-progress", noProgress, "No progress line, even on a terminal");
+    app.add_flag("--quiet,--no-progress", noProgress,
+                 "No progress (on a terminal a line redrawn in place, otherwise a line on stderr "
+                 "at every tenth of the calls or every 10 s)");
     app.add_flag("--print-scenario", printScenario, "Print the built-in scenario (JSON) and exit");
 
     try {
@@ -221,6 +250,29 @@ int main(int argc, char** argv) {
         std::cout << ryxsim::defaultScenarioText();
         return 0;
     }
+    int takers = (sinks.json == "-") + (sinks.svg == "-") + (sinks.perfetto == "-");
+    if (takers > 1) {
+        std::fprintf(stderr,
+                     "synchelper-sim: error: only one of --json, --svg and --perfetto can "
+                     "write to standard output (-)\n");
+        return 2;
+    }
+    std::optional<int64_t> seed, frames;
+    for (auto [name, text, lo, hi, out] :
+         {std::tuple{"--seed", &seedText, int64_t{0}, int64_t{INT64_MAX}, &seed},
+          std::tuple{"--frames", &framesText, int64_t{1}, kMaxFrames, &frames}}) {
+        if (text->empty()) {
+            continue;
+        }
+        int64_t v = 0;
+        auto verdict = ryxsim::readInteger(*text, lo, hi, v);
+        if (verdict != ryxsim::IntegerVerdict::Ok) {
+            std::fprintf(stderr, "synchelper-sim: error: %s: %s\n", name,
+                         ryxsim::integerProblem(verdict, *text, lo, hi).c_str());
+            return 2;
+        }
+        *out = v;
+    }
 
     for (auto const& p : props) {
         size_t eq = p.find('=');
@@ -228,6 +280,10 @@ int main(int argc, char** argv) {
             std::fprintf(stderr, "synchelper-sim: error: --prop '%s': expected NAME=VALUE\n",
                          p.c_str());
             return 2;
+        }
+        std::string warning = ryxsim::propertyWarning(p.substr(0, eq), p.substr(eq + 1));
+        if (!warning.empty()) {
+            std::fprintf(stderr, "synchelper-sim: warning: %s\n", warning.c_str());
         }
         NSCam::Utils::Properties::setHostProperty(p.substr(0, eq), p.substr(eq + 1));
     }
@@ -260,13 +316,32 @@ int main(int argc, char** argv) {
             source = scenarioFile.empty() ? "built-in scenario" : "scenario " + scenarioFile;
             description = sc.description;
             if (frames) {
-                sc.frames = *frames;
+                sc.frames = static_cast<int>(*frames);
             }
-            usedSeed = seed.value_or(sc.seed);
+            usedSeed = seed ? static_cast<uint64_t>(*seed) : sc.seed;
             trace = ryxsim::generateTrace(sc, *usedSeed);
         }
     } catch (ryxsim::ParseError const& e) {
         std::fprintf(stderr, "synchelper-sim: error: %s\n", e.what());
+        return 2;
+    }
+
+    for (auto const& w : ryxsim::controlWarnings(trace)) {
+        std::fprintf(stderr, "synchelper-sim: warning: %s\n", w.c_str());
+    }
+    ryxsim::FlowReport flow = ryxsim::checkCallFlow(trace);
+    for (auto const& w : flow.warnings) {
+        std::fprintf(stderr, "synchelper-sim: warning: call flow: %s\n", w.c_str());
+    }
+    for (auto const& v : flow.violations) {
+        std::fprintf(stderr, "synchelper-sim: %s: call flow: %s\n",
+                     allowFatal ? "warning" : "error", v.c_str());
+    }
+    if (!flow.violations.empty() && !allowFatal) {
+        std::fprintf(stderr,
+                     "synchelper-sim: the library aborts the process on %s; nothing was run "
+                     "(--allow-fatal runs it anyway)\n",
+                     flow.violations.size() == 1 ? "this call flow" : "these call flows");
         return 2;
     }
 
@@ -277,11 +352,17 @@ int main(int argc, char** argv) {
 
     ryxsim::RunOptions options;
     options.realtime = realtime;
+    options.ordered = ordered;
     options.deadlineSeconds = deadline;
-    bool tty = !noProgress && isatty(STDERR_FILENO) != 0;
+    bool tty = isatty(STDERR_FILENO) != 0;
     bool progressShown = false;
-    if (tty) {
+    ryxsim::ProgressLines progressLines;
+    if (!noProgress) {
         options.progress = [&](ryxsim::RunProgress const& p) {
+            if (!tty) {
+                std::fputs(progressLines.update(p).c_str(), stderr);
+                return;
+            }
             if (p.elapsedSeconds < 1.0) {
                 return;
             }
@@ -307,6 +388,13 @@ int main(int argc, char** argv) {
     if (progressShown) {
         std::fprintf(stderr, "\r\033[K");
         std::fflush(stderr);
+    }
+    if (!noProgress && !tty) {
+        size_t done = static_cast<size_t>(
+            std::count_if(run.outcomes.begin(), run.outcomes.end(),
+                          [](ryxsim::CallOutcome const& o) { return o.returned; }));
+        std::fputs(progressLines.finish({done, trace.rows.size(), run.wallSeconds}).c_str(),
+                   stderr);
     }
 
     sessions.push_back(ryxsim::timelineFromRun(trace, run));
