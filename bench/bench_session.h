@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "ISyncHelper.h"
+#include "MetaRead.h"
 #include "SyncMetaTags.h"
 
 namespace ryxbench {
@@ -62,7 +63,8 @@ struct CamSlot {
 };
 
 // The metadata edits one camera's frame needs whatever the design: read the requested master,
-// write the master into both results, replace region and focal length, test the two defaults.
+// write the master into both results, replace region and focal length, test the two defaults
+// (without copying their entries).
 inline void requiredCameraEdits(CamSlot& cam, int master, NSCam::MRect const& region, float focal) {
     cam.out.bMasterCam = master == cam.in.m_id;
     IMetadata::setEntry<int>(cam.out.HalDynamic, RYX_DUALZOOM_REAL_MASTER, master);
@@ -73,10 +75,10 @@ inline void requiredCameraEdits(CamSlot& cam, int master, NSCam::MRect const& re
     IMetadata::IEntry f(LENS_FOCAL_LENGTH);
     f.push_back(focal);
     cam.out.AppDynamic->update(LENS_FOCAL_LENGTH, f);
-    if (cam.out.AppDynamic->entryFor(CONTROL_POST_RAW_SENSITIVITY_BOOST).isEmpty()) {
+    if (!hasItems<int32_t>(cam.out.AppDynamic, CONTROL_POST_RAW_SENSITIVITY_BOOST)) {
         IMetadata::setEntry<int>(cam.out.AppDynamic, CONTROL_POST_RAW_SENSITIVITY_BOOST, 100);
     }
-    if (cam.out.AppDynamic->entryFor(CONTROL_VIDEO_STABILIZATION_MODE).isEmpty()) {
+    if (!hasItems<uint8_t>(cam.out.AppDynamic, CONTROL_VIDEO_STABILIZATION_MODE)) {
         IMetadata::setEntry<uint8_t>(cam.out.AppDynamic, CONTROL_VIDEO_STABILIZATION_MODE, 0);
     }
 }

@@ -99,9 +99,9 @@ bool SyncHelper::syncResultCheck(SyncResultInputParams const& input,
         return false;
     }
 
-    IMetadata::IEntry required = input.HalControl->entryFor(RYX_FRAMESYNC_REQUIRED);
-    IMetadata::IEntry syncIds = input.HalControl->entryFor(RYX_FRAMESYNC_ID);
-    if (required.isEmpty() || syncIds.isEmpty()) {
+    bool const required = hasItems<int>(input.HalControl, RYX_FRAMESYNC_REQUIRED);
+    bool const syncIds = hasItems<int>(input.HalControl, RYX_FRAMESYNC_ID);
+    if (!required || !syncIds) {
         // Not synchronised with anybody: run the updaters for this camera alone. The output's
         // metadata pointers are handed on as they are.
         SyncData data;

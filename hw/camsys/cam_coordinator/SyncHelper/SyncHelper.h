@@ -16,6 +16,7 @@
 
 #include "ISyncDataUpdater.h"
 #include "ISyncHelper.h"
+#include "MetaRead.h"
 #include "SyncHelperExport.h"
 #include "ThreadAnnotations.h"
 #include "Timer.h"
