@@ -108,12 +108,12 @@ bool SyncQueue::updateSyncElement(std::shared_ptr<SyncElement> const& element,
 
 bool SyncQueue::removeItem(int const& frameNo) {
     MutexLock lock(mQueueLock);
-    auto const it = mQueue.find(frameNo);
-    if (it == mQueue.end()) {
-        return false;
-    }
-    mQueue.erase(it);
-    return true;
+    return removeItem(frameNo, lock);
+}
+
+// The caller holds mQueueLock (through `held`).
+bool SyncQueue::removeItem(int const& frameNo, MutexLock const& /*held*/) {
+    return mQueue.erase(frameNo) != 0;
 }
 
 // No lock: the owner calls it only while no camera thread is inside the queue.
@@ -259,12 +259,12 @@ bool SyncQueue::enque(std::string callerName, int const& frameNo,
     }
     elem.mLock.unlock();
 
-    if (isNeedDropFrame(frame)) {
-        MutexLock lock(mQueueLock);
+    MutexLock lock(mQueueLock);  // one round trip: drop check, drop entry, removal
+    if (isNeedDropFrame(frame, lock)) {
         clearDropQueue(frame, cam);
         verdict = false;
     }
-    removeItem(frame);
+    removeItem(frame, lock);
     return verdict;
 }
 
@@ -323,14 +323,13 @@ bool SyncQueue::checkSyncQueue(SyncResultInputParams const& input, std::vector<i
 std::vector<int> SyncQueue::getSyncTartgetList(SyncResultInputParams const& input) {
     // The caller first, then the frame's sync ids as they stand, even when they name the caller
     // again or repeat an id: every entry counts towards completion.
-    std::vector<int> list{input.m_id};
-    if (input.HalControl == nullptr) {
-        return list;
-    }
-    IMetadata::IEntry const entry = input.HalControl->entryFor(RYX_FRAMESYNC_ID);
-    if (entry.isEmpty()) {
-        return list;
-    }
+    IMetadata::IEntry const entry = input.HalControl != nullptr
+                                        ? input.HalControl->entryFor(RYX_FRAMESYNC_ID)
+                                        : IMetadata::IEntry(RYX_FRAMESYNC_ID);
+    // Sized once: the caller and every item.
+    std::vector<int> list;
+    list.reserve(1 + entry.count());
+    list.push_back(input.m_id);
     for (size_t i = 0; i < entry.count(); ++i) {
         list.push_back(entry.itemAt<int>(i));
     }
@@ -343,6 +342,7 @@ std::vector<int> SyncQueue::getMWMasterSlaveList(SyncResultInputParams const& in
         return list;
     }
     IMetadata::IEntry const entry = input.HalControl->entryFor(RYX_MW_MASTER_SLAVE_LIST);
+    list.reserve(entry.count());
     for (size_t i = 0; i < entry.count(); ++i) {
         list.push_back(entry.itemAt<int>(i));
     }
@@ -412,8 +412,8 @@ bool SyncQueue::clearDropQueue(int const& frameNo, int const& cameraId) {
     return true;
 }
 
-bool SyncQueue::isNeedDropFrame(int const& frameNo) {
-    MutexLock lock(mQueueLock);
+// The caller holds mQueueLock (through `held`); the locking form is at the end of this file.
+bool SyncQueue::isNeedDropFrame(int const& frameNo, MutexLock const& /*held*/) {
     // Whoever asks: a frame in the drop queue is dropped for every camera.
     bool const drop = mDropQueue.count(frameNo) != 0 || contains(mFlushDropList, frameNo);
     if (drop) {
@@ -551,6 +551,13 @@ std::vector<int> SyncQueue::flushListSnapshot() {
 std::deque<std::pair<int, std::set<int>>> SyncQueue::arrivedSnapshot() {
     MutexLock lock(mQueueLock);
     return mArrivedSyncMap;
+}
+
+// --- the locking forms of the building blocks above ------------------------------------------
+
+bool SyncQueue::isNeedDropFrame(int const& frameNo) {
+    MutexLock lock(mQueueLock);
+    return isNeedDropFrame(frameNo, lock);
 }
 
 }  // namespace camcoordinator

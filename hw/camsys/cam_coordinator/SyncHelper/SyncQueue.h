@@ -84,6 +84,10 @@ class SyncQueue {
                            SyncResultInputParams const& input, SyncResultOutputParams* output)
         RYX_REQUIRES(mQueueLock);
     bool removeItem(int const& frameNo) RYX_EXCLUDES(mQueueLock);
+    // The same with mQueueLock already held by `held`, so that a leaving camera checks its drop
+    // and removes the frame in one pass under the mutex (a subset of the interleavings of
+    // separate passes, with the same lines in the same order).
+    bool removeItem(int const& frameNo, MutexLock const& held) RYX_REQUIRES(mQueueLock);
     // Takes no lock; the owner serialises it with enque().
     bool getFrameNoList(std::vector<int>* list) RYX_NO_THREAD_SAFETY_ANALYSIS;
     // Reports every live frame as SYNC_DATA_READY, invalidates it, wakes its waiters and empties
@@ -117,6 +121,7 @@ class SyncQueue {
     bool removeItemFromDropQueue() RYX_REQUIRES(mQueueLock);
     bool clearDropQueue(int const& frameNo, int const& cameraId) RYX_REQUIRES(mQueueLock);
     bool isNeedDropFrame(int const& frameNo) RYX_EXCLUDES(mQueueLock);
+    bool isNeedDropFrame(int const& frameNo, MutexLock const& held) RYX_REQUIRES(mQueueLock);
     bool dropItem(int const& frameNo) RYX_REQUIRES(mQueueLock);
 
     // --- drop operations ---
