@@ -271,25 +271,25 @@ bool SyncQueue::enque(std::string callerName, int const& frameNo,
 int SyncQueue::updateArrivedSyncMap(int frameNo, int cameraId) {
     // A lambda on purpose: its lines carry "operator()" in the function field.
     auto const pruneOldest = [this]() RYX_REQUIRES(mQueueLock) {
-        int const oldest = mArrivedSyncMap.front().first;
+        int const oldest = mArrivedSyncMap.oldestFrame();
         RYX_LOGD("Remove frame: %d in mArrivedSyncMap", oldest);
         auto const live = mQueue.find(oldest);
         if (live != mQueue.end() && live->second != nullptr) {
             RYX_LOGF("SyncElement should be NULL");
         }
-        mArrivedSyncMap.pop_front();
+        mArrivedSyncMap.dropOldest();
     };
     if (mArrivedSyncMap.size() >= kMaxArrivedFrames) {
         pruneOldest();
     }
-    for (auto it = mArrivedSyncMap.rbegin(); it != mArrivedSyncMap.rend(); ++it) {
-        if (it->first == frameNo) {
-            it->second.insert(cameraId);
-            return static_cast<int>(it->second.size());
+    for (size_t i = mArrivedSyncMap.size(); i-- > 0;) {  // newest first
+        auto& slot = mArrivedSyncMap.at(i);
+        if (slot.frame == frameNo) {
+            return slot.addCamera(cameraId);
         }
     }
-    mArrivedSyncMap.emplace_back(frameNo, std::set<int>{cameraId});
-    return 1;
+    // A slot reused with its list: no allocation once the ring has gone round.
+    return mArrivedSyncMap.append(frameNo, cameraId);
 }
 
 bool SyncQueue::sequenceCheck(int const& frameNo, int const& cameraId, std::vector<int>* dropList) {
@@ -550,7 +550,7 @@ std::vector<int> SyncQueue::flushListSnapshot() {
 
 std::deque<std::pair<int, std::set<int>>> SyncQueue::arrivedSnapshot() {
     MutexLock lock(mQueueLock);
-    return mArrivedSyncMap;
+    return mArrivedSyncMap.snapshot();
 }
 
 // --- the locking forms of the building blocks above ------------------------------------------

@@ -37,6 +37,7 @@
 // call. Destroy the queue only when no thread is inside it; destruction wakes nobody and reports
 // nothing.
 
+#include "ArrivalRecord.h"
 #include "ISyncQueueCB.h"
 #include "SyncElement.h"
 #include "SyncHelperTypes.h"
@@ -151,7 +152,7 @@ class SyncQueue {
     std::weak_ptr<ISyncQueueCB> mCallback;  // set before the queue is used; read-only after
     Mutex mSpareLock;                       // never locked
     std::vector<int> mSpareList;            // never used
-    std::deque<std::pair<int, std::set<int>>> mArrivedSyncMap RYX_GUARDED_BY(mQueueLock);
+    ArrivalRecord<kMaxArrivedFrames> mArrivedSyncMap RYX_GUARDED_BY(mQueueLock);
 };
 
 }  // namespace camcoordinator
