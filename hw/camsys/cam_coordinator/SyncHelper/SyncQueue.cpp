@@ -77,7 +77,7 @@ std::shared_ptr<SyncElement> SyncQueue::getSyncElement(int const& frameNo) {
 std::shared_ptr<SyncElement> SyncQueue::createSyncElement(int const& /*frameNo*/,
                                                           SyncResultInputParams const& input,
                                                           SyncResultOutputParams* output) {
-    auto element = std::make_shared<SyncElement>();
+    std::shared_ptr<SyncElement> element = reuseOrMakeElement();
     genSyncData(&element->mSyncData, input, output);
     // An element already live under that number stays; the new one is handed back regardless.
     mQueue.emplace(element->mSyncData.frameNo, element);
@@ -113,7 +113,7 @@ bool SyncQueue::removeItem(int const& frameNo) {
 
 // The caller holds mQueueLock (through `held`).
 bool SyncQueue::removeItem(int const& frameNo, MutexLock const& /*held*/) {
-    return mQueue.erase(frameNo) != 0;
+    return retireItem(frameNo);
 }
 
 // No lock: the owner calls it only while no camera thread is inside the queue.
@@ -443,7 +443,7 @@ bool SyncQueue::dropItem(int const& frameNo) {
         elem.mCond.notify_all();
         RYX_LOGD("[f%d] unlock", frame);
     }
-    mQueue.erase(frame);
+    retireItem(frame);
     return true;
 }
 
@@ -487,7 +487,7 @@ bool SyncQueue::dropLastItem(int const& frameNo, int const& cameraId) {
     // mValid stays as it is: the frame was completed, not dropped.
     elem.mCond.notify_all();
     RYX_LOGD("[f%d] unlock", frame);
-    mQueue.erase(frame);
+    retireItem(frame);
     return true;
 }
 
@@ -558,6 +558,69 @@ std::deque<std::pair<int, std::set<int>>> SyncQueue::arrivedSnapshot() {
 bool SyncQueue::isNeedDropFrame(int const& frameNo) {
     MutexLock lock(mQueueLock);
     return isNeedDropFrame(frameNo, lock);
+}
+
+// --- element reuse -------------------------------------------------------------------------
+//
+// A frame's element leaves mQueue when its frame is done or dropped, but the threads that met on
+// it may still hold it until they return from enque. Retired elements are therefore kept, and
+// one is taken again only once the retired list holds the last reference to it: no thread can
+// reach it any more (new references are only taken from mQueue, under mQueueLock, and every
+// thread's last use of an element comes before its last pass under mQueueLock). A reused element
+// gets the state of a new one; its hash maps keep their buckets only while they have exactly the
+// bucket count a new map reaches, so that they iterate in the same order as a new one would.
+
+namespace {
+
+template <typename Map>
+void clearLikeNew(Map& map) {
+    static size_t const kNewBuckets = [] {
+        Map fresh;
+        fresh.max_load_factor(1.0f);
+        fresh.emplace(typename Map::key_type{}, typename Map::mapped_type{});
+        return fresh.bucket_count();
+    }();
+    map.clear();
+    if (map.bucket_count() != kNewBuckets || map.max_load_factor() != 1.0f) {
+        map = Map();
+        map.max_load_factor(1.0f);
+    }
+}
+
+}  // namespace
+
+std::shared_ptr<SyncElement> SyncQueue::reuseOrMakeElement() {
+    for (auto it = mRetiredElements.begin(); it != mRetiredElements.end(); ++it) {
+        if (it->use_count() != 1) {
+            continue;  // a thread is still leaving it, or never will (see the header)
+        }
+        std::shared_ptr<SyncElement> element = std::move(*it);
+        mRetiredElements.erase(it);
+        SyncData& data = element->mSyncData;
+        data.frameNo = -1;
+        data.requestNo = -1;
+        data.syncTargetList.clear();
+        data.masterSlaveList.clear();
+        clearLikeNew(data.inputParams);
+        clearLikeNew(data.outputParams);
+        MutexLock lock(element->mLock);
+        element->mValid = true;
+        return element;
+    }
+    return std::make_shared<SyncElement>();
+}
+
+bool SyncQueue::retireItem(int frameNo) {
+    auto const it = mQueue.find(frameNo);
+    if (it == mQueue.end()) {
+        return false;
+    }
+    // Bounded: an element some thread keeps for ever is given up rather than kept here.
+    if (it->second != nullptr && mRetiredElements.size() < kMaxLiveFrames) {
+        mRetiredElements.push_back(std::move(it->second));
+    }
+    mQueue.erase(it);
+    return true;
 }
 
 }  // namespace camcoordinator

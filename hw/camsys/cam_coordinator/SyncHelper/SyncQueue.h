@@ -146,6 +146,12 @@ class SyncQueue {
     Mutex mQueueLock;
 
   private:
+    // A retired element whose last holder is the retired list, reset to the state of a new one,
+    // or a new element.
+    std::shared_ptr<SyncElement> reuseOrMakeElement() RYX_REQUIRES(mQueueLock);
+    // Takes the frame's element out of mQueue (keeping it for reuse); false when it is not there.
+    bool retireItem(int frameNo) RYX_REQUIRES(mQueueLock);
+
     std::unordered_map<int, std::shared_ptr<SyncElement>> mQueue RYX_GUARDED_BY(mQueueLock);
     std::map<int, std::vector<int>> mDropQueue RYX_GUARDED_BY(mQueueLock);
     std::vector<int> mFlushDropList RYX_GUARDED_BY(mQueueLock);
@@ -153,6 +159,8 @@ class SyncQueue {
     Mutex mSpareLock;                       // never locked
     std::vector<int> mSpareList;            // never used
     ArrivalRecord<kMaxArrivedFrames> mArrivedSyncMap RYX_GUARDED_BY(mQueueLock);
+    // Elements out of mQueue, kept so that a later frame reuses one instead of allocating.
+    std::vector<std::shared_ptr<SyncElement>> mRetiredElements RYX_GUARDED_BY(mQueueLock);
 };
 
 }  // namespace camcoordinator
