@@ -98,11 +98,11 @@ bool SyncQueue::updateSyncElement(std::shared_ptr<SyncElement> const& element,
     if (data.inputParams.count(input.m_id) != 0) {
         RYX_LOGF("(input) Duplicate insert! frameno(%d) input cam(%d)", input.frameNo, input.m_id);
     }
-    data.inputParams.emplace(input.m_id, &input);
+    addInput(data, input.m_id, &input);
     if (data.outputParams.count(input.m_id) != 0) {
         RYX_LOGF("(output) Duplicate insert! frameno(%d) input cam(%d)", input.frameNo, input.m_id);
     }
-    data.outputParams.emplace(input.m_id, output);
+    addOutput(data, input.m_id, output);
     return true;
 }
 
@@ -568,9 +568,39 @@ bool SyncQueue::isNeedDropFrame(int const& frameNo) {
 // reach it any more (new references are only taken from mQueue, under mQueueLock, and every
 // thread's last use of an element comes before its last pass under mQueueLock). A reused element
 // gets the state of a new one; its hash maps keep their buckets only while they have exactly the
-// bucket count a new map reaches, so that they iterate in the same order as a new one would.
+// bucket count a new map reaches, so that they iterate in the same order as a new one would, and
+// their nodes go to spare lists from which later cameras' records are inserted.
 
 namespace {
+
+// Empties `map` into `spares` (up to kMaxSpareNodes nodes kept), node by node, so that later
+// insertions take over their memory.
+constexpr size_t kMaxSpareNodes = 64;
+template <typename Map>
+void extractInto(Map& map, std::vector<typename Map::node_type>& spares) {
+    while (!map.empty() && spares.size() < kMaxSpareNodes) {
+        spares.push_back(map.extract(map.begin()));
+    }
+}
+
+// map.emplace(key, value), in a spare node when there is one. A node handle is inserted where
+// emplace would put a new node, so the map iterates in the same order either way.
+template <typename Map>
+void emplaceReusing(Map& map, std::vector<typename Map::node_type>& spares,
+                    typename Map::key_type key, typename Map::mapped_type value) {
+    if (spares.empty()) {
+        map.emplace(key, value);
+        return;
+    }
+    typename Map::node_type node = std::move(spares.back());
+    spares.pop_back();
+    node.key() = key;
+    node.mapped() = value;
+    auto result = map.insert(std::move(node));
+    if (!result.inserted) {  // the key is there already: kept, as emplace keeps it
+        spares.push_back(std::move(result.node));
+    }
+}
 
 template <typename Map>
 void clearLikeNew(Map& map) {
@@ -601,6 +631,8 @@ std::shared_ptr<SyncElement> SyncQueue::reuseOrMakeElement() {
         data.requestNo = -1;
         data.syncTargetList.clear();
         data.masterSlaveList.clear();
+        extractInto(data.inputParams, mSpareInputNodes);
+        extractInto(data.outputParams, mSpareOutputNodes);
         clearLikeNew(data.inputParams);
         clearLikeNew(data.outputParams);
         MutexLock lock(element->mLock);
@@ -608,6 +640,14 @@ std::shared_ptr<SyncElement> SyncQueue::reuseOrMakeElement() {
         return element;
     }
     return std::make_shared<SyncElement>();
+}
+
+void SyncQueue::addInput(SyncData& data, int32_t cameraId, SyncResultInputParams const* input) {
+    emplaceReusing(data.inputParams, mSpareInputNodes, cameraId, input);
+}
+
+void SyncQueue::addOutput(SyncData& data, int32_t cameraId, SyncResultOutputParams* output) {
+    emplaceReusing(data.outputParams, mSpareOutputNodes, cameraId, output);
 }
 
 bool SyncQueue::retireItem(int frameNo) {

@@ -151,6 +151,11 @@ class SyncQueue {
     std::shared_ptr<SyncElement> reuseOrMakeElement() RYX_REQUIRES(mQueueLock);
     // Takes the frame's element out of mQueue (keeping it for reuse); false when it is not there.
     bool retireItem(int frameNo) RYX_REQUIRES(mQueueLock);
+    // data.inputParams / outputParams .emplace(cameraId, ...), in a spare node when there is one.
+    void addInput(SyncData& data, int32_t cameraId, SyncResultInputParams const* input)
+        RYX_REQUIRES(mQueueLock);
+    void addOutput(SyncData& data, int32_t cameraId, SyncResultOutputParams* output)
+        RYX_REQUIRES(mQueueLock);
 
     std::unordered_map<int, std::shared_ptr<SyncElement>> mQueue RYX_GUARDED_BY(mQueueLock);
     std::map<int, std::vector<int>> mDropQueue RYX_GUARDED_BY(mQueueLock);
@@ -161,6 +166,11 @@ class SyncQueue {
     ArrivalRecord<kMaxArrivedFrames> mArrivedSyncMap RYX_GUARDED_BY(mQueueLock);
     // Elements out of mQueue, kept so that a later frame reuses one instead of allocating.
     std::vector<std::shared_ptr<SyncElement>> mRetiredElements RYX_GUARDED_BY(mQueueLock);
+    // Map nodes of reused elements, taken by the next cameras' records.
+    std::vector<decltype(SyncData::inputParams)::node_type> mSpareInputNodes
+        RYX_GUARDED_BY(mQueueLock);
+    std::vector<decltype(SyncData::outputParams)::node_type> mSpareOutputNodes
+        RYX_GUARDED_BY(mQueueLock);
 };
 
 }  // namespace camcoordinator
