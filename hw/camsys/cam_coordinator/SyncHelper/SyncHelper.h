@@ -17,6 +17,7 @@
 #include "ISyncDataUpdater.h"
 #include "ISyncHelper.h"
 #include "MetaRead.h"
+#include "SyncDataReuse.h"
 #include "SyncHelperExport.h"
 #include "ThreadAnnotations.h"
 #include "Timer.h"

@@ -602,21 +602,6 @@ void emplaceReusing(Map& map, std::vector<typename Map::node_type>& spares,
     }
 }
 
-template <typename Map>
-void clearLikeNew(Map& map) {
-    static size_t const kNewBuckets = [] {
-        Map fresh;
-        fresh.max_load_factor(1.0f);
-        fresh.emplace(typename Map::key_type{}, typename Map::mapped_type{});
-        return fresh.bucket_count();
-    }();
-    map.clear();
-    if (map.bucket_count() != kNewBuckets || map.max_load_factor() != 1.0f) {
-        map = Map();
-        map.max_load_factor(1.0f);
-    }
-}
-
 }  // namespace
 
 std::shared_ptr<SyncElement> SyncQueue::reuseOrMakeElement() {

@@ -39,6 +39,7 @@
 
 #include "ArrivalRecord.h"
 #include "ISyncQueueCB.h"
+#include "SyncDataReuse.h"
 #include "SyncElement.h"
 #include "SyncHelperTypes.h"
 #include "ThreadAnnotations.h"
