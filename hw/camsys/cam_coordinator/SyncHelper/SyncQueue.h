@@ -147,17 +147,6 @@ class SyncQueue {
     Mutex mQueueLock;
 
   private:
-    // A retired element whose last holder is the retired list, reset to the state of a new one,
-    // or a new element.
-    std::shared_ptr<SyncElement> reuseOrMakeElement() RYX_REQUIRES(mQueueLock);
-    // Takes the frame's element out of mQueue (keeping it for reuse); false when it is not there.
-    bool retireItem(int frameNo) RYX_REQUIRES(mQueueLock);
-    // data.inputParams / outputParams .emplace(cameraId, ...), in a spare node when there is one.
-    void addInput(SyncData& data, int32_t cameraId, SyncResultInputParams const* input)
-        RYX_REQUIRES(mQueueLock);
-    void addOutput(SyncData& data, int32_t cameraId, SyncResultOutputParams* output)
-        RYX_REQUIRES(mQueueLock);
-
     std::unordered_map<int, std::shared_ptr<SyncElement>> mQueue RYX_GUARDED_BY(mQueueLock);
     std::map<int, std::vector<int>> mDropQueue RYX_GUARDED_BY(mQueueLock);
     std::vector<int> mFlushDropList RYX_GUARDED_BY(mQueueLock);
@@ -172,6 +161,18 @@ class SyncQueue {
         RYX_GUARDED_BY(mQueueLock);
     std::vector<decltype(SyncData::outputParams)::node_type> mSpareOutputNodes
         RYX_GUARDED_BY(mQueueLock);
+
+    // --- reuse of elements and their map nodes (SyncQueue.cpp, at its end) ---
+    // A retired element whose last holder is the retired list, reset to the state of a new one,
+    // or a new element.
+    std::shared_ptr<SyncElement> reuseOrMakeElement() RYX_REQUIRES(mQueueLock);
+    // Takes the frame's element out of mQueue (keeping it for reuse); false when it is not there.
+    bool retireItem(int frameNo) RYX_REQUIRES(mQueueLock);
+    // data.inputParams / outputParams .emplace(cameraId, ...), in a spare node when there is one.
+    void addInput(SyncData& data, int32_t cameraId, SyncResultInputParams const* input)
+        RYX_REQUIRES(mQueueLock);
+    void addOutput(SyncData& data, int32_t cameraId, SyncResultOutputParams* output)
+        RYX_REQUIRES(mQueueLock);
 };
 
 }  // namespace camcoordinator
