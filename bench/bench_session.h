@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "ISyncHelper.h"
+#include "MetaRead.h"
 #include "SyncMetaTags.h"
 
 namespace ryxbench {
@@ -60,6 +61,33 @@ struct CamSlot {
         in.expTimeStamp = in.sofTimeStamp + kMs;
     }
 };
+
+// The metadata edits one camera's frame needs whatever the design: read the requested master,
+// write the master into both results, replace region and focal length, test the two defaults
+// (without copying their entries).
+inline void requiredCameraEdits(CamSlot& cam, int master, NSCam::MRect const& region, float focal) {
+    cam.out.bMasterCam = master == cam.in.m_id;
+    IMetadata::setEntry<int>(cam.out.HalDynamic, RYX_DUALZOOM_REAL_MASTER, master);
+    IMetadata::setEntry<int>(cam.out.AppDynamic, RYX_APP_REAL_MASTER, master);
+    IMetadata::IEntry r(PHYSICAL_ACTIVE_ARRAY_REGION);
+    r.push_back(region);
+    cam.out.AppDynamic->update(PHYSICAL_ACTIVE_ARRAY_REGION, r);
+    IMetadata::IEntry f(LENS_FOCAL_LENGTH);
+    f.push_back(focal);
+    cam.out.AppDynamic->update(LENS_FOCAL_LENGTH, f);
+    if (!hasItems<int32_t>(cam.out.AppDynamic, CONTROL_POST_RAW_SENSITIVITY_BOOST)) {
+        IMetadata::setEntry<int>(cam.out.AppDynamic, CONTROL_POST_RAW_SENSITIVITY_BOOST, 100);
+    }
+    if (!hasItems<uint8_t>(cam.out.AppDynamic, CONTROL_VIDEO_STABILIZATION_MODE)) {
+        IMetadata::setEntry<uint8_t>(cam.out.AppDynamic, CONTROL_VIDEO_STABILIZATION_MODE, 0);
+    }
+}
+
+inline void singleCameraEdits(CamSlot& cam, NSCam::MRect const& region, float focal) {
+    int master = -1;
+    IMetadata::getEntry<int>(cam.in.HalControl, RYX_DUALZOOM_REAL_MASTER, master);
+    requiredCameraEdits(cam, master, region, focal);
+}
 
 // The limit: `parties` threads meet on a mutex and a condition variable; the last to arrive runs
 // a trivial callback and wakes the others.

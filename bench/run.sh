@@ -12,10 +12,7 @@ rounds="${1:-5}"
 min_time="${2:-0.3}"
 build="${RYX_BENCH_BUILD:-build/qa-bench}"
 
-bash scripts/install-deps.sh bench
-cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DRYX_BUILD_BENCH=ON \
-    -DRYX_BUILD_TESTS=OFF -DRYX_BUILD_TOOLS=OFF >/dev/null
-cmake --build "$build" -j2 --target synchelper_bench >/dev/null
+bash bench/build-target.sh "$build" synchelper_bench
 bin="$build/bench/synchelper_bench"
 
 # library benchmark | its baseline

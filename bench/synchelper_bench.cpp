@@ -226,29 +226,12 @@ void BM_SingleCamera_SyncResultCheck(benchmark::State& st) {
 }
 BENCHMARK(BM_SingleCamera_SyncResultCheck);
 
-// The edits a single camera's frame needs whatever the design: read the requested master, write
-// the master into both results, replace region and focal length, test the two defaults.
+// The edits a single camera's frame needs whatever the design (singleCameraEdits).
 void BM_SingleCamera_MetadataBaseline(benchmark::State& st) {
     CamSlot cam(0, 1, /*sync=*/false);
     NSCam::MRect const region(0, 0, 4000, 3000);
     for (auto _ : st) {
-        int master = -1;
-        IMetadata::getEntry<int>(cam.in.HalControl, RYX_DUALZOOM_REAL_MASTER, master);
-        cam.out.bMasterCam = master == cam.in.m_id;
-        IMetadata::setEntry<int>(cam.out.HalDynamic, RYX_DUALZOOM_REAL_MASTER, master);
-        IMetadata::setEntry<int>(cam.out.AppDynamic, RYX_APP_REAL_MASTER, master);
-        IMetadata::IEntry r(PHYSICAL_ACTIVE_ARRAY_REGION);
-        r.push_back(region);
-        cam.out.AppDynamic->update(PHYSICAL_ACTIVE_ARRAY_REGION, r);
-        IMetadata::IEntry f(LENS_FOCAL_LENGTH);
-        f.push_back(4.0f);
-        cam.out.AppDynamic->update(LENS_FOCAL_LENGTH, f);
-        if (cam.out.AppDynamic->entryFor(CONTROL_POST_RAW_SENSITIVITY_BOOST).isEmpty()) {
-            IMetadata::setEntry<int>(cam.out.AppDynamic, CONTROL_POST_RAW_SENSITIVITY_BOOST, 100);
-        }
-        if (cam.out.AppDynamic->entryFor(CONTROL_VIDEO_STABILIZATION_MODE).isEmpty()) {
-            IMetadata::setEntry<uint8_t>(cam.out.AppDynamic, CONTROL_VIDEO_STABILIZATION_MODE, 0);
-        }
+        singleCameraEdits(cam, region, 4.0f);
         benchmark::ClobberMemory();
     }
 }

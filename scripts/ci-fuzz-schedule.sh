@@ -43,7 +43,7 @@ cmake -S . -B build/qa-fuzz-tsan "${common[@]}" \
 cmake --build build/qa-fuzz-tsan -j2 --target schedule_fuzz
 # Files, not directories: without coverage counters libFuzzer would find nothing "interesting".
 find "$work" fuzz/corpus-schedule -type f -print0 |
-    TSAN_OPTIONS="halt_on_error=1 suppressions=$PWD/fuzz/tsan-suppressions.txt" \
+    TSAN_OPTIONS="halt_on_error=1" \
     xargs -0 build/qa-fuzz-tsan/fuzz/schedule_fuzz -timeout=60 \
     -artifact_prefix=build/qa-fuzz-tsan/ >build/qa-fuzz-tsan/replay.log 2>&1 || {
     echo "ci-fuzz-schedule: the TSan replay failed:" >&2

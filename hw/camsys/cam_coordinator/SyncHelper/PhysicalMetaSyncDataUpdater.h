@@ -6,6 +6,7 @@
 // never change; update always returns true and takes no lock.
 
 #include "ISyncDataUpdater.h"
+#include "MetaRead.h"
 
 #include <NSCam/MRect.h>
 

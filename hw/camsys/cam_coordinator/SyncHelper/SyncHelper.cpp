@@ -99,15 +99,15 @@ bool SyncHelper::syncResultCheck(SyncResultInputParams const& input,
         return false;
     }
 
-    IMetadata::IEntry required = input.HalControl->entryFor(RYX_FRAMESYNC_REQUIRED);
-    IMetadata::IEntry syncIds = input.HalControl->entryFor(RYX_FRAMESYNC_ID);
-    if (required.isEmpty() || syncIds.isEmpty()) {
-        // Not synchronised with anybody: run the updaters for this camera alone. The output's
-        // metadata pointers are handed on as they are.
-        SyncData data;
+    bool const required = hasItems<int>(input.HalControl, RYX_FRAMESYNC_REQUIRED);
+    bool const syncIds = hasItems<int>(input.HalControl, RYX_FRAMESYNC_ID);
+    if (!required || !syncIds) {
+        // Synchronised with nobody: the updaters for this camera alone, in this thread's record.
+        thread_local SingleCameraScratch scratch;
+        SyncData& data = scratch.begin(input, output);
         mSyncQueue_ResultCheck->genSyncData(&data, input, output);
         SyncDataUpdaterType processType = mSyncQueue_ResultCheck->getSyncDataUpdateType();
-        return updateData(processType, &data);
+        return scratch.end(updateData(processType, &data));
     }
 
     RYX_LOGD("[f%d] +", input.frameNo);

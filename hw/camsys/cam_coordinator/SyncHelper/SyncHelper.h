@@ -16,6 +16,8 @@
 
 #include "ISyncDataUpdater.h"
 #include "ISyncHelper.h"
+#include "MetaRead.h"
+#include "SyncDataReuse.h"
 #include "SyncHelperExport.h"
 #include "ThreadAnnotations.h"
 #include "Timer.h"
@@ -82,7 +84,7 @@ class RYX_SYNCHELPER_EXPORT SyncHelper : public virtual ISyncHelper {
     std::unique_ptr<SyncQueue> mSpareQueue;             // never filled
     std::unique_ptr<SyncQueue> mSyncQueue_ResultCheck;  // the session's queue
     std::shared_ptr<SyncQueue_ResultCheck_Cb> mResultCheckCb;  // the only strong reference
-    Timer mCheckTimer;  // unguarded: advanced by the master camera's thread, feeds a debug line
+    Timer mCheckTimer;  // no lock needed (atomic): read by the masters' threads for a debug line
     Mutex mCropLock;    // never held with another lock
     uint64_t mUniqueKey;
     bool mAllowCropReplace;

@@ -77,7 +77,7 @@ std::shared_ptr<SyncElement> SyncQueue::getSyncElement(int const& frameNo) {
 std::shared_ptr<SyncElement> SyncQueue::createSyncElement(int const& /*frameNo*/,
                                                           SyncResultInputParams const& input,
                                                           SyncResultOutputParams* output) {
-    auto element = std::make_shared<SyncElement>();
+    std::shared_ptr<SyncElement> element = reuseOrMakeElement();
     genSyncData(&element->mSyncData, input, output);
     // An element already live under that number stays; the new one is handed back regardless.
     mQueue.emplace(element->mSyncData.frameNo, element);
@@ -98,22 +98,22 @@ bool SyncQueue::updateSyncElement(std::shared_ptr<SyncElement> const& element,
     if (data.inputParams.count(input.m_id) != 0) {
         RYX_LOGF("(input) Duplicate insert! frameno(%d) input cam(%d)", input.frameNo, input.m_id);
     }
-    data.inputParams.emplace(input.m_id, &input);
+    addInput(data, input.m_id, &input);
     if (data.outputParams.count(input.m_id) != 0) {
         RYX_LOGF("(output) Duplicate insert! frameno(%d) input cam(%d)", input.frameNo, input.m_id);
     }
-    data.outputParams.emplace(input.m_id, output);
+    addOutput(data, input.m_id, output);
     return true;
 }
 
 bool SyncQueue::removeItem(int const& frameNo) {
     MutexLock lock(mQueueLock);
-    auto const it = mQueue.find(frameNo);
-    if (it == mQueue.end()) {
-        return false;
-    }
-    mQueue.erase(it);
-    return true;
+    return removeItem(frameNo, lock);
+}
+
+// The caller holds mQueueLock (through `held`).
+bool SyncQueue::removeItem(int const& frameNo, MutexLock const& /*held*/) {
+    return retireItem(frameNo);
 }
 
 // No lock: the owner calls it only while no camera thread is inside the queue.
@@ -259,37 +259,37 @@ bool SyncQueue::enque(std::string callerName, int const& frameNo,
     }
     elem.mLock.unlock();
 
-    if (isNeedDropFrame(frame)) {
-        MutexLock lock(mQueueLock);
+    MutexLock lock(mQueueLock);  // one round trip: drop check, drop entry, removal
+    if (isNeedDropFrame(frame, lock)) {
         clearDropQueue(frame, cam);
         verdict = false;
     }
-    removeItem(frame);
+    removeItem(frame, lock);
     return verdict;
 }
 
 int SyncQueue::updateArrivedSyncMap(int frameNo, int cameraId) {
     // A lambda on purpose: its lines carry "operator()" in the function field.
     auto const pruneOldest = [this]() RYX_REQUIRES(mQueueLock) {
-        int const oldest = mArrivedSyncMap.front().first;
+        int const oldest = mArrivedSyncMap.oldestFrame();
         RYX_LOGD("Remove frame: %d in mArrivedSyncMap", oldest);
         auto const live = mQueue.find(oldest);
         if (live != mQueue.end() && live->second != nullptr) {
             RYX_LOGF("SyncElement should be NULL");
         }
-        mArrivedSyncMap.pop_front();
+        mArrivedSyncMap.dropOldest();
     };
     if (mArrivedSyncMap.size() >= kMaxArrivedFrames) {
         pruneOldest();
     }
-    for (auto it = mArrivedSyncMap.rbegin(); it != mArrivedSyncMap.rend(); ++it) {
-        if (it->first == frameNo) {
-            it->second.insert(cameraId);
-            return static_cast<int>(it->second.size());
+    for (size_t i = mArrivedSyncMap.size(); i-- > 0;) {  // newest first
+        auto& slot = mArrivedSyncMap.at(i);
+        if (slot.frame == frameNo) {
+            return slot.addCamera(cameraId);
         }
     }
-    mArrivedSyncMap.emplace_back(frameNo, std::set<int>{cameraId});
-    return 1;
+    // A slot reused with its list: no allocation once the ring has gone round.
+    return mArrivedSyncMap.append(frameNo, cameraId);
 }
 
 bool SyncQueue::sequenceCheck(int const& frameNo, int const& cameraId, std::vector<int>* dropList) {
@@ -323,14 +323,13 @@ bool SyncQueue::checkSyncQueue(SyncResultInputParams const& input, std::vector<i
 std::vector<int> SyncQueue::getSyncTartgetList(SyncResultInputParams const& input) {
     // The caller first, then the frame's sync ids as they stand, even when they name the caller
     // again or repeat an id: every entry counts towards completion.
-    std::vector<int> list{input.m_id};
-    if (input.HalControl == nullptr) {
-        return list;
-    }
-    IMetadata::IEntry const entry = input.HalControl->entryFor(RYX_FRAMESYNC_ID);
-    if (entry.isEmpty()) {
-        return list;
-    }
+    IMetadata::IEntry const entry = input.HalControl != nullptr
+                                        ? input.HalControl->entryFor(RYX_FRAMESYNC_ID)
+                                        : IMetadata::IEntry(RYX_FRAMESYNC_ID);
+    // Sized once: the caller and every item.
+    std::vector<int> list;
+    list.reserve(1 + entry.count());
+    list.push_back(input.m_id);
     for (size_t i = 0; i < entry.count(); ++i) {
         list.push_back(entry.itemAt<int>(i));
     }
@@ -343,6 +342,7 @@ std::vector<int> SyncQueue::getMWMasterSlaveList(SyncResultInputParams const& in
         return list;
     }
     IMetadata::IEntry const entry = input.HalControl->entryFor(RYX_MW_MASTER_SLAVE_LIST);
+    list.reserve(entry.count());
     for (size_t i = 0; i < entry.count(); ++i) {
         list.push_back(entry.itemAt<int>(i));
     }
@@ -412,8 +412,8 @@ bool SyncQueue::clearDropQueue(int const& frameNo, int const& cameraId) {
     return true;
 }
 
-bool SyncQueue::isNeedDropFrame(int const& frameNo) {
-    MutexLock lock(mQueueLock);
+// The caller holds mQueueLock (through `held`); the locking form is at the end of this file.
+bool SyncQueue::isNeedDropFrame(int const& frameNo, MutexLock const& /*held*/) {
     // Whoever asks: a frame in the drop queue is dropped for every camera.
     bool const drop = mDropQueue.count(frameNo) != 0 || contains(mFlushDropList, frameNo);
     if (drop) {
@@ -443,7 +443,7 @@ bool SyncQueue::dropItem(int const& frameNo) {
         elem.mCond.notify_all();
         RYX_LOGD("[f%d] unlock", frame);
     }
-    mQueue.erase(frame);
+    retireItem(frame);
     return true;
 }
 
@@ -487,7 +487,7 @@ bool SyncQueue::dropLastItem(int const& frameNo, int const& cameraId) {
     // mValid stays as it is: the frame was completed, not dropped.
     elem.mCond.notify_all();
     RYX_LOGD("[f%d] unlock", frame);
-    mQueue.erase(frame);
+    retireItem(frame);
     return true;
 }
 
@@ -550,7 +550,102 @@ std::vector<int> SyncQueue::flushListSnapshot() {
 
 std::deque<std::pair<int, std::set<int>>> SyncQueue::arrivedSnapshot() {
     MutexLock lock(mQueueLock);
-    return mArrivedSyncMap;
+    return mArrivedSyncMap.snapshot();
+}
+
+// --- the locking forms of the building blocks above ------------------------------------------
+
+bool SyncQueue::isNeedDropFrame(int const& frameNo) {
+    MutexLock lock(mQueueLock);
+    return isNeedDropFrame(frameNo, lock);
+}
+
+// --- element reuse -------------------------------------------------------------------------
+//
+// A frame's element leaves mQueue when its frame is done or dropped, but the threads that met on
+// it may still hold it until they return from enque. Retired elements are therefore kept, and
+// one is taken again only once the retired list holds the last reference to it: no thread can
+// reach it any more (new references are only taken from mQueue, under mQueueLock, and every
+// thread's last use of an element comes before its last pass under mQueueLock). A reused element
+// gets the state of a new one; its hash maps keep their buckets only while they have exactly the
+// bucket count a new map reaches, so that they iterate in the same order as a new one would, and
+// their nodes go to spare lists from which later cameras' records are inserted.
+
+namespace {
+
+// Empties `map` into `spares` (up to kMaxSpareNodes nodes kept), node by node, so that later
+// insertions take over their memory.
+constexpr size_t kMaxSpareNodes = 64;
+template <typename Map>
+void extractInto(Map& map, std::vector<typename Map::node_type>& spares) {
+    while (!map.empty() && spares.size() < kMaxSpareNodes) {
+        spares.push_back(map.extract(map.begin()));
+    }
+}
+
+// map.emplace(key, value), in a spare node when there is one. A node handle is inserted where
+// emplace would put a new node, so the map iterates in the same order either way.
+template <typename Map>
+void emplaceReusing(Map& map, std::vector<typename Map::node_type>& spares,
+                    typename Map::key_type key, typename Map::mapped_type value) {
+    if (spares.empty()) {
+        map.emplace(key, value);
+        return;
+    }
+    typename Map::node_type node = std::move(spares.back());
+    spares.pop_back();
+    node.key() = key;
+    node.mapped() = value;
+    auto result = map.insert(std::move(node));
+    if (!result.inserted) {  // the key is there already: kept, as emplace keeps it
+        spares.push_back(std::move(result.node));
+    }
+}
+
+}  // namespace
+
+std::shared_ptr<SyncElement> SyncQueue::reuseOrMakeElement() {
+    for (auto it = mRetiredElements.begin(); it != mRetiredElements.end(); ++it) {
+        if (it->use_count() != 1) {
+            continue;  // a thread is still leaving it, or never will (see the header)
+        }
+        std::shared_ptr<SyncElement> element = std::move(*it);
+        mRetiredElements.erase(it);
+        SyncData& data = element->mSyncData;
+        data.frameNo = -1;
+        data.requestNo = -1;
+        data.syncTargetList.clear();
+        data.masterSlaveList.clear();
+        extractInto(data.inputParams, mSpareInputNodes);
+        extractInto(data.outputParams, mSpareOutputNodes);
+        clearLikeNew(data.inputParams);
+        clearLikeNew(data.outputParams);
+        MutexLock lock(element->mLock);
+        element->mValid = true;
+        return element;
+    }
+    return std::make_shared<SyncElement>();
+}
+
+void SyncQueue::addInput(SyncData& data, int32_t cameraId, SyncResultInputParams const* input) {
+    emplaceReusing(data.inputParams, mSpareInputNodes, cameraId, input);
+}
+
+void SyncQueue::addOutput(SyncData& data, int32_t cameraId, SyncResultOutputParams* output) {
+    emplaceReusing(data.outputParams, mSpareOutputNodes, cameraId, output);
+}
+
+bool SyncQueue::retireItem(int frameNo) {
+    auto const it = mQueue.find(frameNo);
+    if (it == mQueue.end()) {
+        return false;
+    }
+    // Bounded: an element some thread keeps for ever is given up rather than kept here.
+    if (it->second != nullptr && mRetiredElements.size() < kMaxLiveFrames) {
+        mRetiredElements.push_back(std::move(it->second));
+    }
+    mQueue.erase(it);
+    return true;
 }
 
 }  // namespace camcoordinator

@@ -43,7 +43,9 @@
 // call. Destroy the queue only when no thread is inside it; destruction wakes nobody and reports
 // nothing.
 
+#include "ArrivalRecord.h"
 #include "ISyncQueueCB.h"
+#include "SyncDataReuse.h"
 #include "SyncElement.h"
 #include "SyncHelperTypes.h"
 #include "ThreadAnnotations.h"
@@ -92,6 +94,10 @@ class SyncQueue {
                            SyncResultInputParams const& input, SyncResultOutputParams* output)
         RYX_REQUIRES(mQueueLock);
     bool removeItem(int const& frameNo) RYX_EXCLUDES(mQueueLock);
+    // The same with mQueueLock already held by `held`, so that a leaving camera checks its drop
+    // and removes the frame in one pass under the mutex (a subset of the interleavings of
+    // separate passes, with the same lines in the same order).
+    bool removeItem(int const& frameNo, MutexLock const& held) RYX_REQUIRES(mQueueLock);
     // Takes no lock; the owner serialises it with enque().
     bool getFrameNoList(std::vector<int>* list) RYX_NO_THREAD_SAFETY_ANALYSIS;
     // Reports every live frame as SYNC_DATA_READY, invalidates it, wakes its waiters and empties
@@ -125,6 +131,7 @@ class SyncQueue {
     bool removeItemFromDropQueue() RYX_REQUIRES(mQueueLock);
     bool clearDropQueue(int const& frameNo, int const& cameraId) RYX_REQUIRES(mQueueLock);
     bool isNeedDropFrame(int const& frameNo) RYX_EXCLUDES(mQueueLock);
+    bool isNeedDropFrame(int const& frameNo, MutexLock const& held) RYX_REQUIRES(mQueueLock);
     bool dropItem(int const& frameNo) RYX_REQUIRES(mQueueLock);
 
     // --- drop operations ---
@@ -151,7 +158,26 @@ class SyncQueue {
     std::weak_ptr<ISyncQueueCB> mCallback;  // set before the queue is used; read-only after
     Mutex mSpareLock;                       // never locked
     std::vector<int> mSpareList;            // never used
-    std::deque<std::pair<int, std::set<int>>> mArrivedSyncMap RYX_GUARDED_BY(mQueueLock);
+    ArrivalRecord<kMaxArrivedFrames> mArrivedSyncMap RYX_GUARDED_BY(mQueueLock);
+    // Elements out of mQueue, kept so that a later frame reuses one instead of allocating.
+    std::vector<std::shared_ptr<SyncElement>> mRetiredElements RYX_GUARDED_BY(mQueueLock);
+    // Map nodes of reused elements, taken by the next cameras' records.
+    std::vector<decltype(SyncData::inputParams)::node_type> mSpareInputNodes
+        RYX_GUARDED_BY(mQueueLock);
+    std::vector<decltype(SyncData::outputParams)::node_type> mSpareOutputNodes
+        RYX_GUARDED_BY(mQueueLock);
+
+    // --- reuse of elements and their map nodes (SyncQueue.cpp, at its end) ---
+    // A retired element whose last holder is the retired list, reset to the state of a new one,
+    // or a new element.
+    std::shared_ptr<SyncElement> reuseOrMakeElement() RYX_REQUIRES(mQueueLock);
+    // Takes the frame's element out of mQueue (keeping it for reuse); false when it is not there.
+    bool retireItem(int frameNo) RYX_REQUIRES(mQueueLock);
+    // data.inputParams / outputParams .emplace(cameraId, ...), in a spare node when there is one.
+    void addInput(SyncData& data, int32_t cameraId, SyncResultInputParams const* input)
+        RYX_REQUIRES(mQueueLock);
+    void addOutput(SyncData& data, int32_t cameraId, SyncResultOutputParams* output)
+        RYX_REQUIRES(mQueueLock);
 };
 
 }  // namespace camcoordinator

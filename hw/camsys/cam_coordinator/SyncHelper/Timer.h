@@ -1,8 +1,14 @@
 #pragma once
 // Wall-clock interval timer: getTimeDiff() returns the seconds since the previous call (or since
-// construction) and restarts the interval. Not thread-safe.
+// construction) and restarts the interval.
+//
+// Thread-safe: the last time point is one atomic word, swapped for the new one, so concurrent
+// callers (the masters of different frames printing their check interval at once) each get the
+// interval since whichever call came last before theirs, and no call is lost.
 
+#include <atomic>
 #include <chrono>
+#include <cstdint>
 
 namespace NSCam {
 namespace camsys {
@@ -10,24 +16,25 @@ namespace camcoordinator {
 
 class Timer {
   public:
-    Timer() : mLast(now()) {}
+    Timer() : mLastUs(nowUs()) {}
     ~Timer() {}
 
     double getTimeDiff() {
-        auto current = now();
-        double seconds = static_cast<double>((current - mLast).count()) / 1000000.0;
-        mLast = current;
-        return seconds;
+        int64_t const current = nowUs();
+        int64_t const last = mLastUs.exchange(current, std::memory_order_relaxed);
+        return static_cast<double>(current - last) / 1000000.0;
     }
 
   private:
-    using Clock = std::chrono::system_clock;
-    using TimePoint = std::chrono::time_point<Clock, std::chrono::microseconds>;
-    static TimePoint now() {
-        return std::chrono::time_point_cast<std::chrono::microseconds>(Clock::now());
+    // Microseconds of the system clock since its epoch.
+    static int64_t nowUs() {
+        return std::chrono::time_point_cast<std::chrono::microseconds>(
+                   std::chrono::system_clock::now())
+            .time_since_epoch()
+            .count();
     }
 
-    TimePoint mLast;
+    std::atomic<int64_t> mLastUs;
 };
 
 }  // namespace camcoordinator

@@ -5,7 +5,8 @@
 
 #include <NSCam/Properties.h>
 
-#include <charconv>
+#include <cinttypes>
+#include <cstdio>
 #include <string>
 
 #include "SyncLog.h"
@@ -21,41 +22,40 @@ constexpr const char* kLogLevelProperty = "vendor.debug.camera.SyncDataUpdater.l
 constexpr int64_t kNsPerMs = 1000000;
 constexpr int64_t kUsPerMs = 1000;
 
-// |a - b| with 32-bit wrap-around, the way a 32-bit subtraction and abs() behave on the device.
-int32_t absDiff32(int32_t a, int32_t b) {
-    uint32_t diff = static_cast<uint32_t>(a) - static_cast<uint32_t>(b);
+constexpr char kPieceFormat[] =
+    "[r%d:f%d], CamId=%d, time1=%" PRId64 "ns, SyncId=%d, time2=%" PRId64 "ns, tolerance=%" PRId64
+    "us, syncOK=%d";
+
+// Whether time2 lies within the tolerance of time1: in whole milliseconds (truncated), as 32-bit
+// values with the wrap-around a 32-bit subtraction and abs() give on the device, so two times
+// 0.9 ms apart are 0 or 1 ms apart depending on a millisecond boundary. The bound is inclusive.
+bool inTolerance(int64_t time1, int64_t time2, int64_t toleranceUs) {
+    uint32_t diff = static_cast<uint32_t>(static_cast<int32_t>(time1 / kNsPerMs)) -
+                    static_cast<uint32_t>(static_cast<int32_t>(time2 / kNsPerMs));
     if (static_cast<int32_t>(diff) < 0) {
         diff = 0u - diff;
     }
-    return static_cast<int32_t>(diff);
+    return static_cast<int32_t>(diff) <= static_cast<int32_t>(toleranceUs / kUsPerMs);
 }
 
-void appendNumber(std::string& out, int64_t value) {
-    char buf[24];
-    auto const res = std::to_chars(buf, buf + sizeof(buf), value);
-    out.append(buf, static_cast<size_t>(res.ptr - buf));
-}
-
-// One camera's comparison:
+// The comparison text of a frame whose times are all known, one piece per compared camera in
+// the map's order with the verdict so far, unseparated:
 // "[r<req>:f<frame>], CamId=<id>, time1=<ns>ns, SyncId=<id>, time2=<ns>ns, tolerance=<us>us,
-// syncOK=<0|1>" (no separator between two cameras' texts).
-void appendComparison(std::string& out, int32_t requestNo, int32_t frameNo, int32_t firstCam,
-                      int64_t time1, int32_t camId, int64_t time2, int64_t tolerance, bool syncOK) {
-    out += "[r";
-    appendNumber(out, requestNo);
-    out += ":f";
-    appendNumber(out, frameNo);
-    out += "], CamId=";
-    appendNumber(out, firstCam);
-    out += ", time1=";
-    appendNumber(out, time1);
-    out += "ns, SyncId=";
-    appendNumber(out, camId);
-    out += ", time2=";
-    appendNumber(out, time2);
-    out += "ns, tolerance=";
-    appendNumber(out, tolerance);
-    out += syncOK ? "us, syncOK=1" : "us, syncOK=0";
+// syncOK=<0|1>". Built only for a line that is written.
+std::string comparisonText(SyncData const* data, int32_t firstCam, int64_t time1, int64_t tol) {
+    std::string text;
+    bool syncOK = true;
+    for (auto const& [camId, input] : data->inputParams) {
+        if (camId != firstCam && input != nullptr) {
+            syncOK = syncOK && inTolerance(time1, input->sofTimeStamp, tol);
+            char piece[200];  // at most about 175 characters
+            int const n =
+                std::snprintf(piece, sizeof(piece), kPieceFormat, data->requestNo, data->frameNo,
+                              firstCam, time1, camId, input->sofTimeStamp, tol, syncOK ? 1 : 0);
+            text.append(piece, static_cast<size_t>(n));
+        }
+    }
+    return text;
 }
 
 }  // namespace
@@ -85,7 +85,7 @@ bool TimestampSyncDataUpdater::update(SyncData const* data) {
     int64_t tolerance = 0;  // microseconds
     int32_t mode = 0;
     int64_t time1 = 0;
-    std::string message;
+    // The comparison text is built by comparisonText() only for a line that is written.
     bool syncOK = true;
     bool result = true;
 
@@ -111,9 +111,9 @@ bool TimestampSyncDataUpdater::update(SyncData const* data) {
     }
 
     if (judge) {
-        // A comparison text is about 110 characters, at most 170: one allocation in the usual case.
-        size_t const compared = data->inputParams.size();
-        message.reserve(128 * (compared > 1 ? compared - 1 : 1));
+        // Only the verdict is worked out here: the text is rebuilt from the same frame, in the
+        // same map order, when its line is produced, so that a frame that no channel or gate
+        // lets through formats nothing.
         for (auto const& [camId, input] : data->inputParams) {
             if (camId == firstCam) {
                 continue;
@@ -126,25 +126,25 @@ bool TimestampSyncDataUpdater::update(SyncData const* data) {
                 result = false;
                 break;
             }
-            // Compared in whole milliseconds (truncated), kept as 32-bit values: two times 0.9 ms
-            // apart are 0 or 1 ms apart depending on whether a millisecond boundary lies between.
-            int32_t const t1 = static_cast<int32_t>(time1 / kNsPerMs);
-            int32_t const t2 = static_cast<int32_t>(time2 / kNsPerMs);
-            int32_t const tol = static_cast<int32_t>(tolerance / kUsPerMs);
-            syncOK = syncOK && (absDiff32(t1, t2) <= tol);
-
-            appendComparison(message, data->requestNo, data->frameNo, firstCam, time1, camId, time2,
-                             tolerance, syncOK);
+            // Once one camera is out of tolerance the frame is out, whatever the others say.
+            syncOK = syncOK && inTolerance(time1, time2, tolerance);
         }
     }
+    // The text is an argument of the statement that prints it: evaluated once per enabled
+    // channel and only when the statement's gate passes, like every other argument. It is the
+    // same each time, since the frame is not changed meanwhile, and repeats the progression of
+    // syncOK above camera by camera. So a frame in sync costs no formatting while debug lines
+    // are gated off (as devices run), and a warning still carries the whole text whatever
+    // gates the debug lines.
+    auto const comparisons = [&] { return comparisonText(data, firstCam, time1, tolerance); };
 
     if (judge) {
         int64_t verdict = FRAMESYNC_RESULT_OK;
         if (!syncOK) {
-            RYX_LOGW("%s", message.c_str());
+            RYX_LOGW("%s", comparisons().c_str());
             verdict = mode == 1 ? FRAMESYNC_RESULT_FAIL_DROP : FRAMESYNC_RESULT_FAIL_PASS;
         } else {
-            RYX_LOGD("%s", message.c_str());
+            RYX_LOGD("%s", comparisons().c_str());
         }
         // Out of sync is not a refusal: the verdict goes to every camera and readers decide.
         for (auto const& [camId, output] : data->outputParams) {
