@@ -212,13 +212,18 @@ class GoldenSession {
                 mOrderedAndroid = mLog.android().size();
                 mOrderedULog = mLog.ulog().size();
             };
+            // Outlives the threads: the last one may start after its loop turn has ended.
+            std::vector<std::atomic<pid_t>> tids(cams.size());
+            for (auto& t : tids) {
+                t = 0;
+            }
             for (size_t i = 0; i < cams.size(); ++i) {
                 if (i == waiting) {
                     markOrdered();
                 }
-                std::atomic<pid_t> tid{0};
+                std::atomic<pid_t>& tid = tids[i];
                 threads.emplace_back([&, i] {
-                    tid = static_cast<pid_t>(syscall(SYS_gettid));
+                    tids[i] = static_cast<pid_t>(syscall(SYS_gettid));
                     verdicts[i] = mHelper->syncResultCheck(cams[i].get().in, &cams[i].get().out);
                 });
                 if (i < waiting) {
