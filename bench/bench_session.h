@@ -75,10 +75,10 @@ inline void requiredCameraEdits(CamSlot& cam, int master, NSCam::MRect const& re
     IMetadata::IEntry f(LENS_FOCAL_LENGTH);
     f.push_back(focal);
     cam.out.AppDynamic->update(LENS_FOCAL_LENGTH, f);
-    if (!hasItems<int32_t>(cam.out.AppDynamic, CONTROL_POST_RAW_SENSITIVITY_BOOST)) {
+    if (!hasItems(cam.out.AppDynamic, CONTROL_POST_RAW_SENSITIVITY_BOOST)) {
         IMetadata::setEntry<int>(cam.out.AppDynamic, CONTROL_POST_RAW_SENSITIVITY_BOOST, 100);
     }
-    if (!hasItems<uint8_t>(cam.out.AppDynamic, CONTROL_VIDEO_STABILIZATION_MODE)) {
+    if (!hasItems(cam.out.AppDynamic, CONTROL_VIDEO_STABILIZATION_MODE)) {
         IMetadata::setEntry<uint8_t>(cam.out.AppDynamic, CONTROL_VIDEO_STABILIZATION_MODE, 0);
     }
 }

@@ -54,12 +54,12 @@ bool PhysicalMetaSyncDataUpdater::update(SyncData const* data) {
         }
 
         // The two controls are only defaults: a value the pipeline set is kept.
-        if (!hasItems<int32_t>(appDynamic, CONTROL_POST_RAW_SENSITIVITY_BOOST)) {
+        if (!hasItems(appDynamic, CONTROL_POST_RAW_SENSITIVITY_BOOST)) {
             NSCam::IMetadata::IEntry entry(CONTROL_POST_RAW_SENSITIVITY_BOOST);
             entry.push_back(kDefaultPostRawSensitivityBoost);
             appDynamic->update(CONTROL_POST_RAW_SENSITIVITY_BOOST, std::move(entry));
         }
-        if (!hasItems<uint8_t>(appDynamic, CONTROL_VIDEO_STABILIZATION_MODE)) {
+        if (!hasItems(appDynamic, CONTROL_VIDEO_STABILIZATION_MODE)) {
             NSCam::IMetadata::IEntry entry(CONTROL_VIDEO_STABILIZATION_MODE);
             entry.push_back(kDefaultVideoStabilizationMode);
             appDynamic->update(CONTROL_VIDEO_STABILIZATION_MODE, std::move(entry));

@@ -230,12 +230,7 @@ bool SyncQueue::enque(std::string callerName, int const& frameNo,
             if (!callback->onEvent(ISyncQueueCB::SYNC_DATA_READY, type, &elem.mSyncData)) {
                 // The other cameras of the frame give up their results too.
                 std::vector<int> syncIds;
-                if (input.HalControl != nullptr) {
-                    IMetadata::IEntry const entry = input.HalControl->entryFor(RYX_FRAMESYNC_ID);
-                    for (size_t i = 0; i < entry.count(); ++i) {
-                        syncIds.push_back(entry.itemAt<int>(i));
-                    }
-                }
+                appendItems<int>(input.HalControl, RYX_FRAMESYNC_ID, syncIds);
                 registerDroppedFrame(mDropQueue, frame, syncIds, cam);
                 verdict = false;
             }
@@ -321,40 +316,37 @@ bool SyncQueue::checkSyncQueue(SyncResultInputParams const& input, std::vector<i
 // --- sync targets and sync data -------------------------------------------------------------
 
 std::vector<int> SyncQueue::getSyncTartgetList(SyncResultInputParams const& input) {
-    // The caller first, then the frame's sync ids as they stand, even when they name the caller
-    // again or repeat an id: every entry counts towards completion.
-    IMetadata::IEntry const entry = input.HalControl != nullptr
-                                        ? input.HalControl->entryFor(RYX_FRAMESYNC_ID)
-                                        : IMetadata::IEntry(RYX_FRAMESYNC_ID);
-    // Sized once: the caller and every item.
     std::vector<int> list;
-    list.reserve(1 + entry.count());
-    list.push_back(input.m_id);
-    for (size_t i = 0; i < entry.count(); ++i) {
-        list.push_back(entry.itemAt<int>(i));
-    }
+    fillSyncTargets(input, list);
     return list;
 }
 
 std::vector<int> SyncQueue::getMWMasterSlaveList(SyncResultInputParams const& input) {
     std::vector<int> list;
-    if (input.HalControl == nullptr) {
-        return list;
-    }
-    IMetadata::IEntry const entry = input.HalControl->entryFor(RYX_MW_MASTER_SLAVE_LIST);
-    list.reserve(entry.count());
-    for (size_t i = 0; i < entry.count(); ++i) {
-        list.push_back(entry.itemAt<int>(i));
-    }
+    appendItems<int>(input.HalControl, RYX_MW_MASTER_SLAVE_LIST, list);
     return list;
+}
+
+// The caller first, then the frame's sync ids as they stand, even when they name the caller
+// again or repeat an id: every entry counts towards completion. Read in place and written into
+// `list` in place, so that a reused record fills its lists without allocating.
+void SyncQueue::fillSyncTargets(SyncResultInputParams const& input, std::vector<int>& list) {
+    list.clear();
+    list.push_back(input.m_id);
+    appendItems<int>(input.HalControl, RYX_FRAMESYNC_ID, list);
+}
+
+void SyncQueue::fillSyncLists(SyncData& data, SyncResultInputParams const& input) {
+    data.frameNo = input.frameNo;
+    data.requestNo = input.requestNo;
+    fillSyncTargets(input, data.syncTargetList);
+    data.masterSlaveList.clear();
+    appendItems<int>(input.HalControl, RYX_MW_MASTER_SLAVE_LIST, data.masterSlaveList);
 }
 
 bool SyncQueue::genSyncData(SyncData* data, SyncResultInputParams const& input,
                             SyncResultOutputParams* output) {
-    data->frameNo = input.frameNo;
-    data->requestNo = input.requestNo;
-    data->syncTargetList = getSyncTartgetList(input);
-    data->masterSlaveList = getMWMasterSlaveList(input);
+    fillSyncLists(*data, input);
     // Existing entries are kept; later cameras are added by updateSyncElement.
     data->inputParams.emplace(input.m_id, &input);
     data->outputParams.emplace(input.m_id, output);

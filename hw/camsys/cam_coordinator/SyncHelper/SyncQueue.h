@@ -45,6 +45,7 @@
 
 #include "ArrivalRecord.h"
 #include "ISyncQueueCB.h"
+#include "MetaRead.h"
 #include "SyncDataReuse.h"
 #include "SyncElement.h"
 #include "SyncHelperTypes.h"
@@ -166,6 +167,12 @@ class SyncQueue {
         RYX_GUARDED_BY(mQueueLock);
     std::vector<decltype(SyncData::outputParams)::node_type> mSpareOutputNodes
         RYX_GUARDED_BY(mQueueLock);
+
+    // The sync targets of `input` into `list`, replacing what it held.
+    static void fillSyncTargets(SyncResultInputParams const& input, std::vector<int>& list);
+    // genSyncData without the map entries: frame and request numbers, the sync targets and the
+    // master-slave list, written into the record's lists in place.
+    static void fillSyncLists(SyncData& data, SyncResultInputParams const& input);
 
     // --- reuse of elements and their map nodes (SyncQueue.cpp, at its end) ---
     // A retired element whose last holder is the retired list, reset to the state of a new one,
