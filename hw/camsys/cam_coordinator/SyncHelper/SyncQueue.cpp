@@ -78,9 +78,13 @@ std::shared_ptr<SyncElement> SyncQueue::createSyncElement(int const& /*frameNo*/
                                                           SyncResultInputParams const& input,
                                                           SyncResultOutputParams* output) {
     std::shared_ptr<SyncElement> element = reuseOrMakeElement();
-    genSyncData(&element->mSyncData, input, output);
+    // What genSyncData writes, with the camera's map entries in spare nodes.
+    SyncData& data = element->mSyncData;
+    fillSyncLists(data, input);
+    addInput(data, input.m_id, &input);
+    addOutput(data, input.m_id, output);
     // An element already live under that number stays; the new one is handed back regardless.
-    mQueue.emplace(element->mSyncData.frameNo, element);
+    mQueue.emplace(data.frameNo, element);
     if (mQueue.size() > kMaxLiveFrames) {
         RYX_LOGF("please check flow");
     }

@@ -162,7 +162,7 @@ class SyncQueue {
     ArrivalRecord<kMaxArrivedFrames> mArrivedSyncMap RYX_GUARDED_BY(mQueueLock);
     // Elements out of mQueue, kept so that a later frame reuses one instead of allocating.
     std::vector<std::shared_ptr<SyncElement>> mRetiredElements RYX_GUARDED_BY(mQueueLock);
-    // Map nodes of reused elements, taken by the next cameras' records.
+    // Map nodes of reused elements, taken by the cameras' records of later frames.
     std::vector<decltype(SyncData::inputParams)::node_type> mSpareInputNodes
         RYX_GUARDED_BY(mQueueLock);
     std::vector<decltype(SyncData::outputParams)::node_type> mSpareOutputNodes
