@@ -351,9 +351,10 @@ void SyncQueue::fillSyncLists(SyncData& data, SyncResultInputParams const& input
 bool SyncQueue::genSyncData(SyncData* data, SyncResultInputParams const& input,
                             SyncResultOutputParams* output) {
     fillSyncLists(*data, input);
-    // Existing entries are kept; later cameras are added by updateSyncElement.
-    data->inputParams.emplace(input.m_id, &input);
-    data->outputParams.emplace(input.m_id, output);
+    // Existing entries are kept (try_emplace: without making a node only to throw it away);
+    // later cameras are added by updateSyncElement.
+    data->inputParams.try_emplace(input.m_id, &input);
+    data->outputParams.try_emplace(input.m_id, output);
     return true;
 }
 
@@ -585,7 +586,7 @@ template <typename Map>
 void emplaceReusing(Map& map, std::vector<typename Map::node_type>& spares,
                     typename Map::key_type key, typename Map::mapped_type value) {
     if (spares.empty()) {
-        map.emplace(key, value);
+        map.try_emplace(key, value);
         return;
     }
     typename Map::node_type node = std::move(spares.back());
