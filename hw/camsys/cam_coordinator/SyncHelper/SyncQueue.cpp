@@ -281,11 +281,8 @@ int SyncQueue::updateArrivedSyncMap(int frameNo, int cameraId) {
     if (mArrivedSyncMap.size() >= kMaxArrivedFrames) {
         pruneOldest();
     }
-    for (size_t i = mArrivedSyncMap.size(); i-- > 0;) {  // newest first
-        auto& slot = mArrivedSyncMap.at(i);
-        if (slot.frame == frameNo) {
-            return slot.addCamera(cameraId);
-        }
+    if (auto* slot = mArrivedSyncMap.find(frameNo)) {
+        return slot->addCamera(cameraId);
     }
     // A slot reused with its list: no allocation once the ring has gone round.
     return mArrivedSyncMap.append(frameNo, cameraId);
