@@ -84,7 +84,7 @@ std::shared_ptr<SyncElement> SyncQueue::createSyncElement(int const& /*frameNo*/
     addInput(data, input.m_id, &input);
     addOutput(data, input.m_id, output);
     // An element already live under that number stays; the new one is handed back regardless.
-    mQueue.emplace(data.frameNo, element);
+    addElement(data.frameNo, element);
     if (mQueue.size() > kMaxLiveFrames) {
         RYX_LOGF("please check flow");
     }
@@ -583,15 +583,16 @@ template <typename Map>
 void emplaceReusing(Map& map, std::vector<typename Map::node_type>& spares,
                     typename Map::key_type key, typename Map::mapped_type value) {
     if (spares.empty()) {
-        map.try_emplace(key, value);
+        map.try_emplace(key, std::move(value));
         return;
     }
     typename Map::node_type node = std::move(spares.back());
     spares.pop_back();
     node.key() = key;
-    node.mapped() = value;
+    node.mapped() = std::move(value);
     auto result = map.insert(std::move(node));
     if (!result.inserted) {  // the key is there already: kept, as emplace keeps it
+        result.node.mapped() = typename Map::mapped_type{};  // a spare holds nothing
         spares.push_back(std::move(result.node));
     }
 }
@@ -629,6 +630,10 @@ void SyncQueue::addOutput(SyncData& data, int32_t cameraId, SyncResultOutputPara
     emplaceReusing(data.outputParams, mSpareOutputNodes, cameraId, output);
 }
 
+void SyncQueue::addElement(int frameNo, std::shared_ptr<SyncElement> const& element) {
+    emplaceReusing(mQueue, mSpareQueueNodes, frameNo, element);
+}
+
 bool SyncQueue::retireItem(int frameNo) {
     auto const it = mQueue.find(frameNo);
     if (it == mQueue.end()) {
@@ -638,7 +643,13 @@ bool SyncQueue::retireItem(int frameNo) {
     if (it->second != nullptr && mRetiredElements.size() < kMaxLiveFrames) {
         mRetiredElements.push_back(std::move(it->second));
     }
-    mQueue.erase(it);
+    if (mSpareQueueNodes.size() < kMaxLiveFrames) {
+        auto node = mQueue.extract(it);
+        node.mapped() = nullptr;  // the element's references are the retired list's and threads'
+        mSpareQueueNodes.push_back(std::move(node));
+    } else {
+        mQueue.erase(it);
+    }
     return true;
 }
 

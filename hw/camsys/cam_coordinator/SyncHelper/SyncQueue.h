@@ -167,6 +167,8 @@ class SyncQueue {
         RYX_GUARDED_BY(mQueueLock);
     std::vector<decltype(SyncData::outputParams)::node_type> mSpareOutputNodes
         RYX_GUARDED_BY(mQueueLock);
+    // mQueue's nodes of retired frames (holding no element), taken by the next frames' entries.
+    std::vector<decltype(mQueue)::node_type> mSpareQueueNodes RYX_GUARDED_BY(mQueueLock);
 
     // The sync targets of `input` into `list`, replacing what it held.
     static void fillSyncTargets(SyncResultInputParams const& input, std::vector<int>& list);
@@ -184,6 +186,9 @@ class SyncQueue {
     void addInput(SyncData& data, int32_t cameraId, SyncResultInputParams const* input)
         RYX_REQUIRES(mQueueLock);
     void addOutput(SyncData& data, int32_t cameraId, SyncResultOutputParams* output)
+        RYX_REQUIRES(mQueueLock);
+    // mQueue.emplace(frameNo, element), in a spare node when there is one.
+    void addElement(int frameNo, std::shared_ptr<SyncElement> const& element)
         RYX_REQUIRES(mQueueLock);
 };
 
