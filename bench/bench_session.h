@@ -69,12 +69,16 @@ inline void requiredCameraEdits(CamSlot& cam, int master, NSCam::MRect const& re
     cam.out.bMasterCam = master == cam.in.m_id;
     IMetadata::setEntry<int>(cam.out.HalDynamic, RYX_DUALZOOM_REAL_MASTER, master);
     IMetadata::setEntry<int>(cam.out.AppDynamic, RYX_APP_REAL_MASTER, master);
-    IMetadata::setEntry(cam.out.AppDynamic, PHYSICAL_ACTIVE_ARRAY_REGION, region);
-    IMetadata::setEntry(cam.out.AppDynamic, LENS_FOCAL_LENGTH, focal);
-    if (!hasItems(cam.out.AppDynamic, CONTROL_POST_RAW_SENSITIVITY_BOOST)) {
+    IMetadata::IEntry r(PHYSICAL_ACTIVE_ARRAY_REGION);
+    r.push_back(region);
+    cam.out.AppDynamic->update(PHYSICAL_ACTIVE_ARRAY_REGION, r);
+    IMetadata::IEntry f(LENS_FOCAL_LENGTH);
+    f.push_back(focal);
+    cam.out.AppDynamic->update(LENS_FOCAL_LENGTH, f);
+    if (!hasItems<int32_t>(cam.out.AppDynamic, CONTROL_POST_RAW_SENSITIVITY_BOOST)) {
         IMetadata::setEntry<int>(cam.out.AppDynamic, CONTROL_POST_RAW_SENSITIVITY_BOOST, 100);
     }
-    if (!hasItems(cam.out.AppDynamic, CONTROL_VIDEO_STABILIZATION_MODE)) {
+    if (!hasItems<uint8_t>(cam.out.AppDynamic, CONTROL_VIDEO_STABILIZATION_MODE)) {
         IMetadata::setEntry<uint8_t>(cam.out.AppDynamic, CONTROL_VIDEO_STABILIZATION_MODE, 0);
     }
 }

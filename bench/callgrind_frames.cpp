@@ -128,14 +128,14 @@ class RequiredFrame {
   private:
     void writeFrame() {
         CamSlot& first = *mCams[0];
-        IMetadata::IEntry const* targets = first.in.HalControl->findEntry(RYX_FRAMESYNC_ID);
+        IMetadata::IEntry const targets = first.in.HalControl->entryFor(RYX_FRAMESYNC_ID);
         long tolerance = 0;
         int mode = 0;
         int master = -1;
         IMetadata::getEntry<long>(first.in.HalControl, RYX_FRAMESYNC_TOLERANCE, tolerance);
         IMetadata::getEntry<int>(first.in.HalControl, RYX_FRAMESYNC_MODE, mode);
         IMetadata::getEntry<int>(first.in.HalControl, RYX_DUALZOOM_REAL_MASTER, master);
-        bool inSync = targets != nullptr && targets->count() == kSensors - 1;
+        bool inSync = targets.count() == kSensors - 1;
         for (auto const& cam : mCams) {
             int64_t const d = (first.in.sofTimeStamp - cam->in.sofTimeStamp) / kMs;
             inSync = inSync && (d < 0 ? -d : d) <= tolerance / 1000;

@@ -48,11 +48,11 @@ std::vector<int> copiedInts(IMetadata const& meta) {
 TEST(MetaRead, HasItemsAgreesWithTheCopiedEntryWhateverIsStored) {
     Stored const stored;
     for (auto const& [what, meta] : stored.all()) {
-        EXPECT_EQ(hasItems(meta, kTag), !meta->entryFor(kTag).isEmpty()) << what;
+        EXPECT_EQ(hasItems<int>(meta, kTag), !meta->entryFor(kTag).isEmpty()) << what;
     }
-    EXPECT_TRUE(hasItems(&stored.mixed, kTag));
-    EXPECT_FALSE(hasItems(&stored.empty, kTag));
-    EXPECT_FALSE(hasItems(nullptr, kTag));
+    EXPECT_TRUE(hasItems<int>(&stored.mixed, kTag));
+    EXPECT_FALSE(hasItems<int>(&stored.empty, kTag));
+    EXPECT_FALSE(hasItems<int>(nullptr, kTag));
 }
 
 TEST(MetaRead, AppendItemsAppendsWhatTheCopiedEntryHoldsAfterWhatTheListHeld) {

@@ -123,21 +123,4 @@ TEST(IMetadataTest, EntryForReturnsACopy) {
     EXPECT_EQ(meta.entryFor(kTag).count(), 1u);
 }
 
-TEST(IMetadataTest, FindEntrySeesTheStoredEntryAndItsLaterReplacement) {
-    IMetadata meta;
-    EXPECT_EQ(meta.findEntry(kTag), nullptr);
-    IMetadata::setEntry<int>(&meta, kTag, 1);
-    IMetadata::setEntry<int>(&meta, kOther, 5);
-    IMetadata::IEntry const* entry = meta.findEntry(kTag);
-    ASSERT_NE(entry, nullptr);
-    EXPECT_EQ(entry->tag(), kTag);
-    EXPECT_EQ(entry->itemAt<int>(0), 1);
-    // In place, not a copy: a replacement of the tag shows through the same pointer.
-    IMetadata::setEntry<int>(&meta, kTag, 3);
-    EXPECT_EQ(meta.findEntry(kTag), entry);
-    EXPECT_EQ(entry->itemAt<int>(0), 3);
-    meta.remove(kTag);
-    EXPECT_EQ(meta.findEntry(kTag), nullptr);
-}
-
 }  // namespace

@@ -87,13 +87,6 @@ class IMetadata {
     // A copy of the entry of `tag`; an empty entry carrying `tag` when the tag is absent.
     IEntry entryFor(Tag_t tag) const;
 
-    // The stored entry of `tag`, read in place (nothing copied); nullptr when the tag is absent.
-    // Valid until this metadata is next changed or destroyed.
-    IEntry const* findEntry(Tag_t tag) const {
-        auto it = mEntries.find(tag);
-        return it != mEntries.end() ? &it->second : nullptr;
-    }
-
     // Replaces the entry of `tag` (an empty entry is stored as it is). Returns 0.
     int update(Tag_t tag, IEntry const& entry);
     // Same, taking over the items of `entry` instead of copying them; `entry` is left valid but

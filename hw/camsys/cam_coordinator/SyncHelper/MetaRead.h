@@ -1,5 +1,6 @@
 #pragma once
-// Reading metadata in place: looking at an entry, or taking its items, never copies the entry.
+// Reading metadata through the platform's own operations (getEntry, entryFor) at the least cost
+// each allows: a presence test answered by a typed read where it can, list items taken in one go.
 
 #include <NSCam/IMetadata.h>
 
@@ -11,11 +12,16 @@ namespace camsys {
 namespace camcoordinator {
 
 // True when `metadata` is not null and holds `tag` with at least one item, of whatever type:
-// exactly !metadata->entryFor(tag).isEmpty().
-inline bool hasItems(NSCam::IMetadata const* metadata, NSCam::IMetadata::Tag_t tag) {
-    NSCam::IMetadata::IEntry const* entry =
-        metadata != nullptr ? metadata->findEntry(tag) : nullptr;
-    return entry != nullptr && !entry->isEmpty();
+// exactly !metadata->entryFor(tag).isEmpty(). The usual case, item 0 stored as T, is answered by
+// a typed read that copies nothing; anything else (absent, empty, another type) by the entry.
+template <typename T>
+bool hasItems(NSCam::IMetadata const* metadata, NSCam::IMetadata::Tag_t tag) {
+    if (metadata == nullptr) {
+        return false;
+    }
+    T value{};
+    return NSCam::IMetadata::getEntry<T>(metadata, tag, value) ||
+           !metadata->entryFor(tag).isEmpty();
 }
 
 // Appends every item of `tag` to `list` in order, each read as itemAt<T>() reads it (an item of
@@ -24,15 +30,14 @@ inline bool hasItems(NSCam::IMetadata const* metadata, NSCam::IMetadata::Tag_t t
 template <typename T>
 void appendItems(NSCam::IMetadata const* metadata, NSCam::IMetadata::Tag_t tag,
                  std::vector<T>& list) {
-    NSCam::IMetadata::IEntry const* entry =
-        metadata != nullptr ? metadata->findEntry(tag) : nullptr;
-    if (entry == nullptr) {
+    if (metadata == nullptr) {
         return;
     }
-    size_t const count = entry->count();
+    NSCam::IMetadata::IEntry const entry = metadata->entryFor(tag);
+    size_t const count = entry.count();
     list.reserve(list.size() + count);
     for (size_t i = 0; i < count; ++i) {
-        list.push_back(entry->itemAt<T>(i));
+        list.push_back(entry.itemAt<T>(i));
     }
 }
 

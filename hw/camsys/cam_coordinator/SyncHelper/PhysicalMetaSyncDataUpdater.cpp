@@ -39,25 +39,30 @@ bool PhysicalMetaSyncDataUpdater::update(SyncData const* data) {
     for (auto const& [sensorId, output] : data->outputParams) {
         NSCam::IMetadata* appDynamic = output->AppDynamic;
 
-        // The sensor's own static values always win over whatever the pipeline put there. Each
-        // is a one-item entry, refilled in place when the pipeline's results carry it already.
+        // The sensor's own static values always win over whatever the pipeline put there.
         auto const region = mActiveArrayRegions.find(sensorId);
         if (region != mActiveArrayRegions.end()) {
-            NSCam::IMetadata::setEntry(appDynamic, PHYSICAL_ACTIVE_ARRAY_REGION, region->second);
+            NSCam::IMetadata::IEntry entry(PHYSICAL_ACTIVE_ARRAY_REGION);
+            entry.push_back(region->second);
+            appDynamic->update(PHYSICAL_ACTIVE_ARRAY_REGION, std::move(entry));
         }
         auto const focal = mFocalLengths.find(sensorId);
         if (focal != mFocalLengths.end()) {
-            NSCam::IMetadata::setEntry(appDynamic, LENS_FOCAL_LENGTH, focal->second);
+            NSCam::IMetadata::IEntry entry(LENS_FOCAL_LENGTH);
+            entry.push_back(focal->second);
+            appDynamic->update(LENS_FOCAL_LENGTH, std::move(entry));
         }
 
         // The two controls are only defaults: a value the pipeline set is kept.
-        if (!hasItems(appDynamic, CONTROL_POST_RAW_SENSITIVITY_BOOST)) {
-            NSCam::IMetadata::setEntry(appDynamic, CONTROL_POST_RAW_SENSITIVITY_BOOST,
-                                       kDefaultPostRawSensitivityBoost);
+        if (!hasItems<int32_t>(appDynamic, CONTROL_POST_RAW_SENSITIVITY_BOOST)) {
+            NSCam::IMetadata::IEntry entry(CONTROL_POST_RAW_SENSITIVITY_BOOST);
+            entry.push_back(kDefaultPostRawSensitivityBoost);
+            appDynamic->update(CONTROL_POST_RAW_SENSITIVITY_BOOST, std::move(entry));
         }
-        if (!hasItems(appDynamic, CONTROL_VIDEO_STABILIZATION_MODE)) {
-            NSCam::IMetadata::setEntry(appDynamic, CONTROL_VIDEO_STABILIZATION_MODE,
-                                       kDefaultVideoStabilizationMode);
+        if (!hasItems<uint8_t>(appDynamic, CONTROL_VIDEO_STABILIZATION_MODE)) {
+            NSCam::IMetadata::IEntry entry(CONTROL_VIDEO_STABILIZATION_MODE);
+            entry.push_back(kDefaultVideoStabilizationMode);
+            appDynamic->update(CONTROL_VIDEO_STABILIZATION_MODE, std::move(entry));
         }
     }
     return true;

@@ -99,8 +99,8 @@ bool SyncHelper::syncResultCheck(SyncResultInputParams const& input,
         return false;
     }
 
-    bool const required = hasItems(input.HalControl, RYX_FRAMESYNC_REQUIRED);
-    bool const syncIds = hasItems(input.HalControl, RYX_FRAMESYNC_ID);
+    bool const required = hasItems<int>(input.HalControl, RYX_FRAMESYNC_REQUIRED);
+    bool const syncIds = hasItems<int>(input.HalControl, RYX_FRAMESYNC_ID);
     if (!required || !syncIds) {
         // Synchronised with nobody: the updaters for this camera alone, in this thread's record.
         thread_local SingleCameraScratch scratch;
@@ -156,11 +156,11 @@ bool SyncHelper::updateData(SyncDataUpdaterType const& processType, SyncData con
 }
 
 bool SyncHelper::notifyDrop(SyncResultInputParams const& input) {
-    IMetadata::IEntry const* syncIds = nullptr;
+    IMetadata::IEntry syncIds;
     if (input.HalControl != nullptr) {
-        syncIds = input.HalControl->findEntry(RYX_FRAMESYNC_ID);
+        syncIds = input.HalControl->entryFor(RYX_FRAMESYNC_ID);
     }
-    if (syncIds == nullptr || syncIds->isEmpty()) {
+    if (syncIds.isEmpty()) {
         RYX_LOGD("There is no RYX_FRAMESYNC_ID when P1 call dropframe");
         return false;
     }
@@ -182,8 +182,8 @@ bool SyncHelper::notifyDrop(SyncResultInputParams const& input) {
     // The master drops: the frame is dropped for every other camera of its sync group.
     std::vector<int> cameraDropList;
     std::ostringstream text;
-    for (size_t i = 0; i < syncIds->count(); ++i) {
-        int id = syncIds->itemAt<int>(i);
+    for (size_t i = 0; i < syncIds.count(); ++i) {
+        int id = syncIds.itemAt<int>(i);
         if (id == input.m_id) {
             continue;
         }
@@ -210,11 +210,11 @@ bool SyncHelper::isNeedFdControl(NSCam::IMetadata* metadata) {
     if (metadata == nullptr) {
         return true;
     }
-    IMetadata::IEntry const* entry = metadata->findEntry(RYX_FRAMESYNC_FD_CONTROL);
-    if (entry == nullptr || entry->isEmpty()) {
+    IMetadata::IEntry entry = metadata->entryFor(RYX_FRAMESYNC_FD_CONTROL);
+    if (entry.isEmpty()) {
         return true;
     }
-    return entry->itemAt<int>(0) > 0;
+    return entry.itemAt<int>(0) > 0;
 }
 
 int32_t SyncHelper::getSyncSwitchFlag(SyncResultInputParams const& input) {
@@ -227,13 +227,13 @@ int32_t SyncHelper::getSyncSwitchFlag(SyncResultInputParams const& input) {
     if (input.HalControl == nullptr) {
         return kSwitchFlagDefault;
     }
-    IMetadata::IEntry const* syncIds = input.HalControl->findEntry(RYX_FRAMESYNC_ID);
-    IMetadata::IEntry const* needSync = input.HalControl->findEntry(RYX_NEED_SYNC);
-    if (syncIds == nullptr || syncIds->isEmpty()) {
+    IMetadata::IEntry syncIds = input.HalControl->entryFor(RYX_FRAMESYNC_ID);
+    IMetadata::IEntry needSync = input.HalControl->entryFor(RYX_NEED_SYNC);
+    if (syncIds.isEmpty()) {
         return kSwitchFlagDefault;
     }
     // An absent tag reads as 0 here.
-    if (needSync == nullptr || needSync->itemAt<int>(0) != 1) {
+    if (needSync.itemAt<int>(0) != 1) {
         return kSwitchFlagDefault;
     }
 
@@ -295,10 +295,10 @@ bool SyncHelper::getSensorCropRegion(SyncResultInputParams const& input) {
         }
     } else {
         if (input.HalControl != nullptr) {
-            IMetadata::IEntry const* syncIds = input.HalControl->findEntry(RYX_FRAMESYNC_ID);
-            if (syncIds != nullptr && !syncIds->isEmpty()) {
+            IMetadata::IEntry syncIds = input.HalControl->entryFor(RYX_FRAMESYNC_ID);
+            if (!syncIds.isEmpty()) {
                 mFrameCropSnapshots[frameNo] = mLatestCrop;
-                mFrameCropUsersLeft[frameNo] = static_cast<int32_t>(syncIds->count());
+                mFrameCropUsersLeft[frameNo] = static_cast<int32_t>(syncIds.count());
             }
         }
         auto rect = mLatestCrop.find(sensorId);
