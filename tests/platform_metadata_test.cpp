@@ -100,6 +100,19 @@ TEST(IMetadataTest, SetEntryReplacesWithOneItem) {
     EXPECT_TRUE(IMetadata::getEntry<long>(&meta, kTag, v));
     EXPECT_EQ(v, 5);
     EXPECT_FALSE(IMetadata::setEntry<long>(nullptr, kTag, 5L));
+
+    // Refilled in place whatever it held: one item of the new type, carrying the tag.
+    IMetadata::IEntry mixed(kOther);
+    mixed.push_back<float>(1.5f);
+    mixed.push_back(MRect(1, 2, 3, 4));
+    meta.update(kTag, mixed);
+    EXPECT_TRUE(IMetadata::setEntry<MRect>(&meta, kTag, MRect(5, 6, 7, 8)));
+    IMetadata::IEntry const got = meta.entryFor(kTag);
+    ASSERT_EQ(got.count(), 1u);
+    EXPECT_EQ(got.tag(), kTag);
+    EXPECT_EQ(got.itemAt<MRect>(0), MRect(5, 6, 7, 8));
+    EXPECT_FLOAT_EQ(got.itemAt<float>(0), 0.0f);
+    EXPECT_EQ(meta.count(), 1u);
 }
 
 TEST(IMetadataTest, EntryForReturnsACopy) {

@@ -67,6 +67,8 @@ class IMetadata {
         void clear() { mItems.clear(); }
 
       private:
+        friend class IMetadata;  // setEntry() refills a stored entry in place
+
         // Maps the platform's integer spellings (int, long, unsigned char) onto the fixed widths.
         template <typename T>
         using Storage = std::conditional_t<
@@ -111,14 +113,20 @@ class IMetadata {
     }
 
     // Replaces `tag` with a one-item entry holding `value`. False when metadata is null.
+    // A tag already present is refilled in place: its item storage is kept, nothing allocated.
     template <typename T>
     static bool setEntry(IMetadata* metadata, Tag_t tag, T const& value) {
         if (metadata == nullptr) {
             return false;
         }
-        IEntry entry(tag);
+        auto it = metadata->mEntries.find(tag);
+        if (it == metadata->mEntries.end()) {
+            it = metadata->mEntries.emplace(tag, IEntry(tag)).first;
+        }
+        IEntry& entry = it->second;
+        entry.mTag = tag;
+        entry.mItems.clear();
         entry.push_back(value);
-        metadata->update(tag, std::move(entry));
         return true;
     }
 

@@ -36,11 +36,38 @@ class ArrivalRecord {
     };
 
     size_t size() const { return mSize; }
+    // The slot of `frame`, newest first; nullptr when the record does not hold it. A frame above
+    // every frame held is known to be absent without a scan: the usual first arrival of a frame.
+    Slot* find(int frame) {
+        if (mSize == 0) {
+            return nullptr;
+        }
+        if (!mMaxKnown) {
+            mMaxFrame = mSlots[mHead].frame;
+            for (size_t i = 1; i < mSize; ++i) {
+                mMaxFrame = std::max(mMaxFrame, at(i).frame);
+            }
+            mMaxKnown = true;
+        }
+        if (frame > mMaxFrame) {
+            return nullptr;
+        }
+        for (size_t i = mSize; i-- > 0;) {
+            Slot& slot = at(i);
+            if (slot.frame == frame) {
+                return &slot;
+            }
+        }
+        return nullptr;
+    }
     // Index 0 is the oldest frame; requires index < size().
     Slot& at(size_t index) { return mSlots[(mHead + index) % Capacity]; }
     // Requires size() > 0.
     int oldestFrame() const { return mSlots[mHead].frame; }
     void dropOldest() {
+        if (mSlots[mHead].frame == mMaxFrame) {
+            mMaxKnown = false;  // worked out again by the next find()
+        }
         mHead = (mHead + 1) % Capacity;
         --mSize;
     }
@@ -51,6 +78,12 @@ class ArrivalRecord {
             dropOldest();
         }
         Slot& slot = mSlots[(mHead + mSize) % Capacity];
+        if (mSize == 0) {
+            mMaxFrame = frame;
+            mMaxKnown = true;
+        } else {
+            mMaxFrame = std::max(mMaxFrame, frame);
+        }
         ++mSize;
         slot.frame = frame;
         slot.cameras.clear();
@@ -72,6 +105,9 @@ class ArrivalRecord {
     std::array<Slot, Capacity> mSlots;
     size_t mHead = 0;
     size_t mSize = 0;
+    // The highest frame held, while mMaxKnown (a drop of that frame makes it unknown).
+    int mMaxFrame = 0;
+    bool mMaxKnown = false;
 };
 
 }  // namespace camcoordinator

@@ -22,7 +22,9 @@ void clearLikeNew(Map& map) {
         fresh.emplace(typename Map::key_type{}, typename Map::mapped_type{});
         return fresh.bucket_count();
     }();
-    map.clear();
+    if (!map.empty()) {  // an emptied map (its nodes extracted) has nothing left to clear
+        map.clear();
+    }
     if (map.bucket_count() != kNewBuckets || map.max_load_factor() != 1.0f) {
         map = Map();
         map.max_load_factor(1.0f);

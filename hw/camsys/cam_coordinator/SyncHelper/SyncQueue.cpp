@@ -78,9 +78,13 @@ std::shared_ptr<SyncElement> SyncQueue::createSyncElement(int const& /*frameNo*/
                                                           SyncResultInputParams const& input,
                                                           SyncResultOutputParams* output) {
     std::shared_ptr<SyncElement> element = reuseOrMakeElement();
-    genSyncData(&element->mSyncData, input, output);
+    // What genSyncData writes, with the camera's map entries in spare nodes.
+    SyncData& data = element->mSyncData;
+    fillSyncLists(data, input);
+    addInput(data, input.m_id, &input);
+    addOutput(data, input.m_id, output);
     // An element already live under that number stays; the new one is handed back regardless.
-    mQueue.emplace(element->mSyncData.frameNo, element);
+    addElement(data.frameNo, element);
     if (mQueue.size() > kMaxLiveFrames) {
         RYX_LOGF("please check flow");
     }
@@ -230,12 +234,7 @@ bool SyncQueue::enque(std::string callerName, int const& frameNo,
             if (!callback->onEvent(ISyncQueueCB::SYNC_DATA_READY, type, &elem.mSyncData)) {
                 // The other cameras of the frame give up their results too.
                 std::vector<int> syncIds;
-                if (input.HalControl != nullptr) {
-                    IMetadata::IEntry const entry = input.HalControl->entryFor(RYX_FRAMESYNC_ID);
-                    for (size_t i = 0; i < entry.count(); ++i) {
-                        syncIds.push_back(entry.itemAt<int>(i));
-                    }
-                }
+                appendItems<int>(input.HalControl, RYX_FRAMESYNC_ID, syncIds);
                 registerDroppedFrame(mDropQueue, frame, syncIds, cam);
                 verdict = false;
             }
@@ -282,11 +281,8 @@ int SyncQueue::updateArrivedSyncMap(int frameNo, int cameraId) {
     if (mArrivedSyncMap.size() >= kMaxArrivedFrames) {
         pruneOldest();
     }
-    for (size_t i = mArrivedSyncMap.size(); i-- > 0;) {  // newest first
-        auto& slot = mArrivedSyncMap.at(i);
-        if (slot.frame == frameNo) {
-            return slot.addCamera(cameraId);
-        }
+    if (auto* slot = mArrivedSyncMap.find(frameNo)) {
+        return slot->addCamera(cameraId);
     }
     // A slot reused with its list: no allocation once the ring has gone round.
     return mArrivedSyncMap.append(frameNo, cameraId);
@@ -321,43 +317,41 @@ bool SyncQueue::checkSyncQueue(SyncResultInputParams const& input, std::vector<i
 // --- sync targets and sync data -------------------------------------------------------------
 
 std::vector<int> SyncQueue::getSyncTartgetList(SyncResultInputParams const& input) {
-    // The caller first, then the frame's sync ids as they stand, even when they name the caller
-    // again or repeat an id: every entry counts towards completion.
-    IMetadata::IEntry const entry = input.HalControl != nullptr
-                                        ? input.HalControl->entryFor(RYX_FRAMESYNC_ID)
-                                        : IMetadata::IEntry(RYX_FRAMESYNC_ID);
-    // Sized once: the caller and every item.
     std::vector<int> list;
-    list.reserve(1 + entry.count());
-    list.push_back(input.m_id);
-    for (size_t i = 0; i < entry.count(); ++i) {
-        list.push_back(entry.itemAt<int>(i));
-    }
+    fillSyncTargets(input, list);
     return list;
 }
 
 std::vector<int> SyncQueue::getMWMasterSlaveList(SyncResultInputParams const& input) {
     std::vector<int> list;
-    if (input.HalControl == nullptr) {
-        return list;
-    }
-    IMetadata::IEntry const entry = input.HalControl->entryFor(RYX_MW_MASTER_SLAVE_LIST);
-    list.reserve(entry.count());
-    for (size_t i = 0; i < entry.count(); ++i) {
-        list.push_back(entry.itemAt<int>(i));
-    }
+    appendItems<int>(input.HalControl, RYX_MW_MASTER_SLAVE_LIST, list);
     return list;
+}
+
+// The caller first, then the frame's sync ids as they stand, even when they name the caller
+// again or repeat an id: every entry counts towards completion. Read in place and written into
+// `list` in place, so that a reused record fills its lists without allocating.
+void SyncQueue::fillSyncTargets(SyncResultInputParams const& input, std::vector<int>& list) {
+    list.clear();
+    list.push_back(input.m_id);
+    appendItems<int>(input.HalControl, RYX_FRAMESYNC_ID, list);
+}
+
+void SyncQueue::fillSyncLists(SyncData& data, SyncResultInputParams const& input) {
+    data.frameNo = input.frameNo;
+    data.requestNo = input.requestNo;
+    fillSyncTargets(input, data.syncTargetList);
+    data.masterSlaveList.clear();
+    appendItems<int>(input.HalControl, RYX_MW_MASTER_SLAVE_LIST, data.masterSlaveList);
 }
 
 bool SyncQueue::genSyncData(SyncData* data, SyncResultInputParams const& input,
                             SyncResultOutputParams* output) {
-    data->frameNo = input.frameNo;
-    data->requestNo = input.requestNo;
-    data->syncTargetList = getSyncTartgetList(input);
-    data->masterSlaveList = getMWMasterSlaveList(input);
-    // Existing entries are kept; later cameras are added by updateSyncElement.
-    data->inputParams.emplace(input.m_id, &input);
-    data->outputParams.emplace(input.m_id, output);
+    fillSyncLists(*data, input);
+    // Existing entries are kept (try_emplace: without making a node only to throw it away);
+    // later cameras are added by updateSyncElement.
+    data->inputParams.try_emplace(input.m_id, &input);
+    data->outputParams.try_emplace(input.m_id, output);
     return true;
 }
 
@@ -589,15 +583,16 @@ template <typename Map>
 void emplaceReusing(Map& map, std::vector<typename Map::node_type>& spares,
                     typename Map::key_type key, typename Map::mapped_type value) {
     if (spares.empty()) {
-        map.emplace(key, value);
+        map.try_emplace(key, std::move(value));
         return;
     }
     typename Map::node_type node = std::move(spares.back());
     spares.pop_back();
     node.key() = key;
-    node.mapped() = value;
+    node.mapped() = std::move(value);
     auto result = map.insert(std::move(node));
     if (!result.inserted) {  // the key is there already: kept, as emplace keeps it
+        result.node.mapped() = typename Map::mapped_type{};  // a spare holds nothing
         spares.push_back(std::move(result.node));
     }
 }
@@ -635,6 +630,10 @@ void SyncQueue::addOutput(SyncData& data, int32_t cameraId, SyncResultOutputPara
     emplaceReusing(data.outputParams, mSpareOutputNodes, cameraId, output);
 }
 
+void SyncQueue::addElement(int frameNo, std::shared_ptr<SyncElement> const& element) {
+    emplaceReusing(mQueue, mSpareQueueNodes, frameNo, element);
+}
+
 bool SyncQueue::retireItem(int frameNo) {
     auto const it = mQueue.find(frameNo);
     if (it == mQueue.end()) {
@@ -644,7 +643,13 @@ bool SyncQueue::retireItem(int frameNo) {
     if (it->second != nullptr && mRetiredElements.size() < kMaxLiveFrames) {
         mRetiredElements.push_back(std::move(it->second));
     }
-    mQueue.erase(it);
+    if (mSpareQueueNodes.size() < kMaxLiveFrames) {
+        auto node = mQueue.extract(it);
+        node.mapped() = nullptr;  // the element's references are the retired list's and threads'
+        mSpareQueueNodes.push_back(std::move(node));
+    } else {
+        mQueue.erase(it);
+    }
     return true;
 }
 

@@ -45,6 +45,7 @@
 
 #include "ArrivalRecord.h"
 #include "ISyncQueueCB.h"
+#include "MetaRead.h"
 #include "SyncDataReuse.h"
 #include "SyncElement.h"
 #include "SyncHelperTypes.h"
@@ -161,11 +162,19 @@ class SyncQueue {
     ArrivalRecord<kMaxArrivedFrames> mArrivedSyncMap RYX_GUARDED_BY(mQueueLock);
     // Elements out of mQueue, kept so that a later frame reuses one instead of allocating.
     std::vector<std::shared_ptr<SyncElement>> mRetiredElements RYX_GUARDED_BY(mQueueLock);
-    // Map nodes of reused elements, taken by the next cameras' records.
+    // Map nodes of reused elements, taken by the cameras' records of later frames.
     std::vector<decltype(SyncData::inputParams)::node_type> mSpareInputNodes
         RYX_GUARDED_BY(mQueueLock);
     std::vector<decltype(SyncData::outputParams)::node_type> mSpareOutputNodes
         RYX_GUARDED_BY(mQueueLock);
+    // mQueue's nodes of retired frames (holding no element), taken by the next frames' entries.
+    std::vector<decltype(mQueue)::node_type> mSpareQueueNodes RYX_GUARDED_BY(mQueueLock);
+
+    // The sync targets of `input` into `list`, replacing what it held.
+    static void fillSyncTargets(SyncResultInputParams const& input, std::vector<int>& list);
+    // genSyncData without the map entries: frame and request numbers, the sync targets and the
+    // master-slave list, written into the record's lists in place.
+    static void fillSyncLists(SyncData& data, SyncResultInputParams const& input);
 
     // --- reuse of elements and their map nodes (SyncQueue.cpp, at its end) ---
     // A retired element whose last holder is the retired list, reset to the state of a new one,
@@ -177,6 +186,9 @@ class SyncQueue {
     void addInput(SyncData& data, int32_t cameraId, SyncResultInputParams const* input)
         RYX_REQUIRES(mQueueLock);
     void addOutput(SyncData& data, int32_t cameraId, SyncResultOutputParams* output)
+        RYX_REQUIRES(mQueueLock);
+    // mQueue.emplace(frameNo, element), in a spare node when there is one.
+    void addElement(int frameNo, std::shared_ptr<SyncElement> const& element)
         RYX_REQUIRES(mQueueLock);
 };
 
