@@ -148,6 +148,7 @@ struct RunResult {
     std::vector<CallOutcome> outcomes;  // one per trace row
     std::vector<BlockedThread> blocked;
     std::vector<LoggedAnomaly> logged;
+    size_t returned = 0;  // calls that returned
     double wallSeconds = 0;
     double cpuSeconds = 0;  // process CPU time of the run
     std::string fatal;      // set when the library aborted (only seen by the abort hook)

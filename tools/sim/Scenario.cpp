@@ -251,7 +251,7 @@ Scenario parseScenario(std::string const& text, std::string const& fileName) {
         s.fps = r.number(doc["fps"], "fps", 0.1, 1000);
     }
     if (doc.contains("frames")) {
-        s.frames = static_cast<int>(r.integer(doc["frames"], "frames", 1, 1000000));
+        s.frames = static_cast<int>(r.integer(doc["frames"], "frames", 1, kMaxFrames));
     }
     if (doc.contains("first_frame")) {
         s.firstFrame =

@@ -61,6 +61,10 @@ struct EventSpec {
     int line = 0;
 };
 
+// The most frames a scenario may have (any length runs in the same memory; this keeps frame and
+// request numbers well inside int).
+constexpr int kMaxFrames = 100000000;
+
 struct Scenario {
     std::string name = "scenario";
     std::string description;

@@ -472,6 +472,8 @@ void finishTimeline(Timeline& t) {
         t.frames.push_back(std::move(f));
     }
     tally.recent.clear();
+    std::stable_sort(t.frames.begin(), t.frames.end(),
+                     [](FrameRecord const& a, FrameRecord const& b) { return a.frame < b.frame; });
 
     // Sensors the source named (with their CPU figures), then the tallies of those with frames.
     std::map<int, SensorFigures> by;
