@@ -336,13 +336,14 @@ TEST_F(CommandLine, InputGapsAreNamedWithTheirRangeOrConsequence) {
         std::string args, err;
     };
     for (Case const& c : std::vector<Case>{
-             {"--frames 1e30", "--frames: value 1e30 is out of range [1, 1000000]"},
+             {"--frames 1e30", "--frames: value 1e30 is out of range [1, 100000000]"},
              {"--frames 99999999999999999999999",
-              "--frames: value 99999999999999999999999 is out of range [1, 1000000]"},
+              "--frames: value 99999999999999999999999 is out of range [1, 100000000]"},
+             {"--frames 100000001", "--frames: value 100000001 is out of range [1, 100000000]"},
              {"--frames 2.5", "--frames: expected an integer, got the fractional number 2.5"},
              {"--seed -1", "--seed: value -1 is out of range [0, 9223372036854775807]"},
              {"--scenario " + path("huge.json"),
-              path("huge.json") + ":2: field 'frames': value 1e+30 is out of range [1, 1000000]"},
+              path("huge.json") + ":2: field 'frames': value 1e+30 is out of range [1, 100000000]"},
              {"--trace " + path("huge.csv"),
               path("huge.csv") + ":2: field 'frame': value 99999999999999999999999 is out of range "
                                  "[-2147483648, 2147483647]"},
