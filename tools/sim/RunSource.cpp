@@ -221,8 +221,8 @@ Timeline RunTimeline::finish(RunResult const& run) {
     return std::move(mT);
 }
 
-Timeline timelineFromRun(Trace const& trace, RunResult const& run) {
-    RunTimeline b(trace.session, trace.sensors());
+Timeline timelineFromRun(Trace const& trace, RunResult const& run, size_t detailFrames) {
+    RunTimeline b(trace.session, trace.sensors(), detailFrames);
     for (auto const& a : run.logged) {
         b.logged(a);
     }

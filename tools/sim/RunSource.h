@@ -50,6 +50,7 @@ class RunTimeline : public CallSink {
 };
 
 // The timeline of a run whose outcomes were all kept (runTrace).
-Timeline timelineFromRun(Trace const& trace, RunResult const& run);
+Timeline timelineFromRun(Trace const& trace, RunResult const& run,
+                         size_t detailFrames = kDefaultDetailFrames);
 
 }  // namespace ryxsim
