@@ -23,6 +23,7 @@
 #include <map>
 #include <set>
 #include <sstream>
+#include <tuple>
 
 using namespace ryxsim;
 using namespace std::chrono_literals;
@@ -310,6 +311,19 @@ TEST_F(CommandLine, BlockedThreadsAreReportedAndTheRunEnds) {
     EXPECT_EQ(j["anomalies"]["blocked_threads"].size(), 2u);
     EXPECT_EQ(j["sensors"][0]["not_run"], 9);
     EXPECT_EQ(j["exit_status"], 3);
+
+    // Longer than the runner's window of calls: the calls never made are still read, counted
+    // and listed (every frame is an unpassed one), and the report is written in good time.
+    r = sim("--scenario " + kScenarios + "/blocked_duplicate_id.json --frames 40000 --deadline " +
+            "0.3 --json " + path("long.json"));
+    EXPECT_EQ(r.status, 3);
+    j = json("long.json");
+    for (auto const& s : j["sensors"]) {
+        EXPECT_EQ(std::make_tuple(s["offered"], s["blocked"], s["not_run"]),
+                  std::make_tuple(40000, 1, 39999));
+    }
+    EXPECT_EQ(j["unpassed"].size(), 40000u);
+    EXPECT_EQ(j["unpassed"][39999]["why"], "never called on wide and tele");
 }
 
 // Recorded, then replayed with crop replacement turned off by a property: the same frames, the

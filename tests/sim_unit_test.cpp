@@ -65,7 +65,8 @@ TEST(ScenarioFile, GoodFilesParse) {
                         s.control.toleranceUs.value, s.control.mode.value, s.cropEvery),
         std::make_tuple("default", "wide", "tele", 600, 30.0, std::optional<int64_t>(1000),
                         std::optional<int32_t>(1), 30));
-    for (char const* name : {"default.json", "two_sensor.json", "blocked_duplicate_id.json"}) {
+    for (char const* name : {"default.json", "two_sensor.json", "blocked_duplicate_id.json",
+                             "default_no_crops.json"}) {
         EXPECT_FALSE(readScenarioFile(kScenarios + "/" + name).sensors.empty()) << name;
     }
     // null means "tag absent", a missing field means "inherit".
