@@ -194,7 +194,8 @@ int main(int argc, char** argv) {
                         ->type_name("N");
     auto* framesOpt =
         app.add_option("--frames", framesText,
-                       "Run this many frames instead of the scenario's (1e6 is read as 1000000)")
+                       "Run this many frames instead of the scenario's, up to 100000000 (1e6 is "
+                       "read as 1000000)")
             ->type_name("N");
     seedOpt->excludes(traceOpt);
     framesOpt->excludes(traceOpt);
