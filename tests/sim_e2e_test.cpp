@@ -6,6 +6,7 @@
 #include "RunSource.h"
 #include "Runner.h"
 #include "Scenario.h"
+#include "TextSink.h"
 #include "TraceIo.h"
 #include "Watchdog.h"
 
@@ -22,6 +23,7 @@
 #include <map>
 #include <set>
 #include <sstream>
+#include <tuple>
 
 using namespace ryxsim;
 using namespace std::chrono_literals;
@@ -143,6 +145,39 @@ TEST_F(DefaultSession, FiguresAddUpAndAreWhatTheLibraryWrote) {
         EXPECT_EQ(f.inSync, inSync[f.sensor]) << f.label;
         EXPECT_EQ(f.outOfSync2, failed[f.sensor]) << f.label;
         EXPECT_EQ(f.masterFrames, master[f.sensor]) << f.label;
+    }
+}
+
+// Keeping the records of only the latest passed frame changes nothing the report says: the
+// figures, the percentiles and every frame that did not pass are the same; only the per-frame
+// lists shrink to the unpassed frames and the latest one.
+TEST_F(DefaultSession, ATinyDetailWindowReportsWhatTheFullOneDoes) {
+    Timeline tiny = timelineFromRun(sTrace, sRun, 1);
+    std::ostringstream full, small;
+    writeText(full, sReport);
+    writeText(small, tiny);
+    EXPECT_EQ(small.str(), full.str());
+    ASSERT_EQ(sReport.frames.size(), 600u);
+
+    auto withoutLists = [](nlohmann::json j) {
+        for (auto& s : j["sensors"]) {
+            s.erase("frames");
+        }
+        return j;
+    };
+    nlohmann::json jf = timelineJson(sReport), jt = timelineJson(tiny);
+    EXPECT_EQ(withoutLists(jt), withoutLists(jf));
+    EXPECT_EQ(jt["unpassed"].size(), 10u);
+    std::set<int> kept{599};
+    for (auto const& u : jf["unpassed"]) {
+        kept.insert(u["frame"].get<int>());
+    }
+    for (auto const& sensor : jt["sensors"]) {
+        std::set<int> listed;
+        for (auto const& cell : sensor["frames"]) {
+            listed.insert(cell["frame"].get<int>());
+        }
+        EXPECT_EQ(listed, kept) << sensor["label"];
     }
 }
 
@@ -276,6 +311,19 @@ TEST_F(CommandLine, BlockedThreadsAreReportedAndTheRunEnds) {
     EXPECT_EQ(j["anomalies"]["blocked_threads"].size(), 2u);
     EXPECT_EQ(j["sensors"][0]["not_run"], 9);
     EXPECT_EQ(j["exit_status"], 3);
+
+    // Longer than the runner's window of calls: the calls never made are still read, counted
+    // and listed (every frame is an unpassed one), and the report is written in good time.
+    r = sim("--scenario " + kScenarios + "/blocked_duplicate_id.json --frames 40000 --deadline " +
+            "0.3 --json " + path("long.json"));
+    EXPECT_EQ(r.status, 3);
+    j = json("long.json");
+    for (auto const& s : j["sensors"]) {
+        EXPECT_EQ(std::make_tuple(s["offered"], s["blocked"], s["not_run"]),
+                  std::make_tuple(40000, 1, 39999));
+    }
+    EXPECT_EQ(j["unpassed"].size(), 40000u);
+    EXPECT_EQ(j["unpassed"][39999]["why"], "never called on wide and tele");
 }
 
 // Recorded, then replayed with crop replacement turned off by a property: the same frames, the
@@ -336,13 +384,14 @@ TEST_F(CommandLine, InputGapsAreNamedWithTheirRangeOrConsequence) {
         std::string args, err;
     };
     for (Case const& c : std::vector<Case>{
-             {"--frames 1e30", "--frames: value 1e30 is out of range [1, 1000000]"},
+             {"--frames 1e30", "--frames: value 1e30 is out of range [1, 100000000]"},
              {"--frames 99999999999999999999999",
-              "--frames: value 99999999999999999999999 is out of range [1, 1000000]"},
+              "--frames: value 99999999999999999999999 is out of range [1, 100000000]"},
+             {"--frames 100000001", "--frames: value 100000001 is out of range [1, 100000000]"},
              {"--frames 2.5", "--frames: expected an integer, got the fractional number 2.5"},
              {"--seed -1", "--seed: value -1 is out of range [0, 9223372036854775807]"},
              {"--scenario " + path("huge.json"),
-              path("huge.json") + ":2: field 'frames': value 1e+30 is out of range [1, 1000000]"},
+              path("huge.json") + ":2: field 'frames': value 1e+30 is out of range [1, 100000000]"},
              {"--trace " + path("huge.csv"),
               path("huge.csv") + ":2: field 'frame': value 99999999999999999999999 is out of range "
                                  "[-2147483648, 2147483647]"},
@@ -390,6 +439,66 @@ TEST_F(CommandLine, InputGapsAreNamedWithTheirRangeOrConsequence) {
 
 // With stderr a file, the run says how far it got in whole lines, ending at 100 %; --quiet
 // silences them.
+// A run longer than the runner's window of calls, folded as it goes: with the detail window
+// forced to nothing, the same verdicts (calls in trace order), the same unpassed frames with the
+// same explanations, and the same counts as with every record kept. The SVG of the same run
+// draws columns of several frames and still marks every camera of every unpassed frame, the
+// flush and every master switch.
+TEST_F(CommandLine, ALongRunFoldedAsItGoesSaysWhatAFullDetailRunSays) {
+    std::string const run = "--frames 12000 --ordered --json ";
+    ASSERT_EQ(sim(run + path("full.json")).status, 0);
+    Result tiny = sim(run + path("tiny.json") + " --detail-frames 0 --svg " + path("t.svg"));
+    ASSERT_EQ(tiny.status, 0) << tiny.err;
+    nlohmann::json full = json("full.json"), small = json("tiny.json");
+    auto strip = [](nlohmann::json u) {
+        for (auto& f : u) {
+            for (auto& c : f["cameras"]) {
+                c.erase("arrive_us");
+                c.erase("release_us");
+            }
+        }
+        return u;
+    };
+    EXPECT_EQ(strip(small["unpassed"]), strip(full["unpassed"]));
+    EXPECT_EQ(small["unpassed"].size(), 10u);
+    EXPECT_EQ(small["events"], full["events"]);
+    EXPECT_EQ(small["frames"], 12000);
+    for (size_t s = 0; s < 3; ++s) {
+        for (char const* key : {"offered", "in_sync", "out_of_sync_2", "dropped",
+                                "dropped_by_cause", "master_frames", "crop_overrides"}) {
+            EXPECT_EQ(small["sensors"][s][key], full["sensors"][s][key]) << key;
+        }
+        EXPECT_EQ(full["sensors"][s]["frames"].size(), 12000u);
+        EXPECT_EQ(small["sensors"][s]["frames"].size(), small["unpassed"].size());
+        EXPECT_EQ(small["sensors"][s]["wait"]["calls"], full["sensors"][s]["wait"]["calls"]);
+    }
+
+    std::string svg = slurp("t.svg");
+    EXPECT_NE(svg.find(" frames per column (every frame that did not pass is marked)"),
+              std::string::npos);
+    EXPECT_LT(svg.size(), 200000u);
+    std::map<int, std::string> label;
+    for (auto const& s : small["sensors"]) {
+        label[s["id"].get<int>()] = s["label"];
+    }
+    for (auto const& f : small["unpassed"]) {
+        for (auto const& c : f["cameras"]) {
+            if (c["verdict"] == "in sync" || c["verdict"] == "unchecked") {
+                continue;
+            }
+            std::string mark = "<title>sensor " + label[c["sensor"].get<int>()] + " f" +
+                               std::to_string(f["frame"].get<int>()) + ": ";
+            EXPECT_NE(svg.find(mark), std::string::npos) << mark;
+        }
+    }
+    EXPECT_NE(svg.find(">flush f240</text>"), std::string::npos);
+    EXPECT_NE(svg.find(">master drop f450</text>"), std::string::npos);
+    for (auto const& m : small["events"]["requested_master"]) {
+        std::string text = ">master " + label[m["sensor"].get<int>()] + "</text>";
+        EXPECT_NE(svg.find(text), std::string::npos) << text;
+    }
+}
+
 TEST_F(CommandLine, ProgressLinesWhenStderrIsNotATerminal) {
     Result r = sim("--frames 300", " ");
     ASSERT_EQ(r.status, 0) << r.err;

@@ -65,7 +65,8 @@ TEST(ScenarioFile, GoodFilesParse) {
                         s.control.toleranceUs.value, s.control.mode.value, s.cropEvery),
         std::make_tuple("default", "wide", "tele", 600, 30.0, std::optional<int64_t>(1000),
                         std::optional<int32_t>(1), 30));
-    for (char const* name : {"default.json", "two_sensor.json", "blocked_duplicate_id.json"}) {
+    for (char const* name : {"default.json", "two_sensor.json", "blocked_duplicate_id.json",
+                             "default_no_crops.json"}) {
         EXPECT_FALSE(readScenarioFile(kScenarios + "/" + name).sensors.empty()) << name;
     }
     // null means "tag absent", a missing field means "inherit".
@@ -306,6 +307,60 @@ TEST_F(ReportFigures, EveryCallLandsInOneColumnOfEveryView) {
     WaitStats w = waitStats(ns);  // nearest rank
     EXPECT_EQ(std::make_tuple(w.count, w.p50Us, w.p99Us, w.maxUs),
               std::make_tuple(size_t(200), 100.0, 198.0, 200.0));
+}
+
+// --- bounded figures ----------------------------------------------------------------------------
+
+// Past the exact samples the percentiles come from the histogram, within 0.3 %; the count and the
+// maximum stay exact. Every frame lands in one column of the strip, however long the session.
+TEST(BoundedFigures, PercentilesStayCloseAndTheStripKeepsEveryFrame) {
+    size_t const n = Percentiles::kExactSamples * 3;
+    std::vector<int64_t> all;
+    Percentiles p;
+    uint64_t x = 12345;
+    for (size_t i = 0; i < n; ++i) {
+        x = x * 6364136223846793005ULL + 1442695040888963407ULL;
+        // A long tail: 20 us .. about 20 ms.
+        int64_t ns = 20000 + static_cast<int64_t>((x >> 33) % 1000) *
+                                 static_cast<int64_t>((x >> 20) % 1000 + 1) * 20;
+        all.push_back(ns);
+        p.add(ns);
+        if (i + 1 == Percentiles::kExactSamples) {
+            EXPECT_TRUE(p.exact());
+            WaitStats exact = p.stats();
+            EXPECT_EQ(exact.p50Us, waitStats(all).p50Us);
+        }
+    }
+    EXPECT_FALSE(p.exact());
+    WaitStats est = p.stats(), exact = waitStats(all);
+    EXPECT_EQ(est.count, n);
+    EXPECT_EQ(est.maxUs, exact.maxUs);
+    EXPECT_NEAR(est.p50Us, exact.p50Us, exact.p50Us * 0.003);
+    EXPECT_NEAR(est.p99Us, exact.p99Us, exact.p99Us * 0.003);
+
+    Timeline t;
+    t.detailFrames = 0;
+    int const frames = 100000;
+    for (int f = 0; f < frames; ++f) {
+        FrameRecord r;
+        r.frame = f;
+        r.cells.push_back({});
+        r.cells.back().verdict = f == 77777 ? Verdict::OutOfSync2 : Verdict::InSync;
+        foldFrame(t, r);
+    }
+    finishTimeline(t);
+    ASSERT_LE(t.strip.columns.size(), FrameStrip::kMaxColumns);
+    int passedFrames = 0, failedColumn = -1;
+    for (size_t i = 0; i < t.strip.columns.size(); ++i) {
+        auto const& c = t.strip.columns[i].bySensor.at(0);
+        passedFrames += c.passed;
+        failedColumn = c.failed ? static_cast<int>(i) : failedColumn;
+    }
+    EXPECT_EQ(passedFrames, frames - 1);
+    EXPECT_EQ(failedColumn, 77777 / t.strip.columnFrames);
+    ASSERT_EQ(t.frames.size(), 1u);
+    EXPECT_EQ(t.frames[0].frame, 77777);
+    EXPECT_EQ(t.frameCount, frames);
 }
 
 // --- progress for a log ------------------------------------------------------------------------

@@ -83,35 +83,34 @@ class OrderedWalk {
   public:
     OrderedWalk(Grouped& violations) : mViolations(violations) {}
 
-    void run(Trace const& trace) {
-        for (CallRow const& row : trace.rows) {
-            if (mWaitingOn.count(row.sensor) != 0) {
-                return;  // this camera still waits: in trace order nothing after it runs
-            }
-            switch (row.kind) {
-                case CallKind::Flush:
-                case CallKind::Drop:
-                    mEnded.insert(row.frame);
-                    endFrame(row.frame);
-                    break;
-                case CallKind::Leave:
-                    for (auto it = mLive.begin(); it != mLive.end();) {
-                        auto const& t = it->second.targets;
-                        int frame = it->first;
-                        ++it;
-                        if (std::find(t.begin(), t.end(), row.sensor) != t.end()) {
-                            endFrame(frame);
-                        }
+    void add(CallRow const& row) {
+        if (mStopped || mWaitingOn.count(row.sensor) != 0) {
+            mStopped = true;  // this camera still waits: in trace order nothing after it runs
+            return;
+        }
+        switch (row.kind) {
+            case CallKind::Flush:
+            case CallKind::Drop:
+                mEnded.insert(row.frame);
+                endFrame(row.frame);
+                break;
+            case CallKind::Leave:
+                for (auto it = mLive.begin(); it != mLive.end();) {
+                    auto const& t = it->second.targets;
+                    int frame = it->first;
+                    ++it;
+                    if (std::find(t.begin(), t.end(), row.sensor) != t.end()) {
+                        endFrame(frame);
                     }
-                    break;
-                case CallKind::Result:
-                    if (entersRendezvous(row) && mEnded.count(row.frame) == 0) {
-                        arrive(row);
-                    }
-                    break;
-                case CallKind::Crop:
-                    break;
-            }
+                }
+                break;
+            case CallKind::Result:
+                if (entersRendezvous(row) && mEnded.count(row.frame) == 0) {
+                    arrive(row);
+                }
+                break;
+            case CallKind::Crop:
+                break;
         }
     }
 
@@ -193,52 +192,81 @@ class OrderedWalk {
     std::deque<std::pair<int, std::set<int>>> mArrived;
     std::map<int, int> mWaitingOn;  // camera -> frame it waits in
     std::set<int> mEnded;           // dropped or flushed: not followed further
+    bool mStopped = false;
 };
 
 }  // namespace
 
-FlowReport checkCallFlow(Trace const& trace) {
-    Grouped violations, warnings;
-    OrderedWalk(violations).run(trace);
+struct CallFlowChecker::State {
+    Grouped walkViolations, targetViolations, warnings;
+    OrderedWalk walk{walkViolations};
+    std::map<int, std::vector<CallRow>> byFrame;  // frames not checked yet
 
     // Per frame, whichever camera arrives first sets the sync targets; any other camera of the
     // frame outside them aborts when it arrives before the frame completes.
-    std::map<int, std::vector<CallRow const*>> byFrame;
-    for (CallRow const& row : trace.rows) {
-        if (entersRendezvous(row)) {
-            byFrame[row.frame].push_back(&row);
-        }
-    }
-    for (auto const& [frame, rows] : byFrame) {
-        for (CallRow const* first : rows) {
-            auto targets = targetsOf(*first);
-            if (std::count(targets.begin(), targets.end(), first->sensor) > 1) {
-                warnings.add(frame, "camera " + std::to_string(first->sensor) +
-                                        " names itself in its sync ids (" +
-                                        idList(*first->syncIds) +
+    void checkTargets(int frame, std::vector<CallRow> const& rows) {
+        for (CallRow const& first : rows) {
+            auto targets = targetsOf(first);
+            if (std::count(targets.begin(), targets.end(), first.sensor) > 1) {
+                warnings.add(frame, "camera " + std::to_string(first.sensor) +
+                                        " names itself in its sync ids (" + idList(*first.syncIds) +
                                         "): when it arrives first the frame's sync targets (" +
                                         idList(targets) +
                                         ") count it twice, so the frame never completes by "
                                         "arrivals and its cameras block in syncResultCheck");
             }
-            for (CallRow const* other : rows) {
-                if (std::find(targets.begin(), targets.end(), other->sensor) != targets.end()) {
+            for (CallRow const& other : rows) {
+                if (std::find(targets.begin(), targets.end(), other.sensor) != targets.end()) {
                     continue;
                 }
-                bool traceOrder = first == rows.front();
-                violations.add(frame,
-                               "camera " + std::to_string(other->sensor) +
-                                   " is outside the sync targets camera " +
-                                   std::to_string(first->sensor) + " sets (" + idList(targets) +
-                                   "): the library aborts in the arrival orders where "
-                                   "camera " +
-                                   std::to_string(first->sensor) + " arrives first and camera " +
-                                   std::to_string(other->sensor) + " before the frame completes" +
-                                   (traceOrder ? " (the trace order is one)" : ""));
+                bool traceOrder = &first == &rows.front();
+                targetViolations.add(
+                    frame, "camera " + std::to_string(other.sensor) +
+                               " is outside the sync targets camera " +
+                               std::to_string(first.sensor) + " sets (" + idList(targets) +
+                               "): the library aborts in the arrival orders where "
+                               "camera " +
+                               std::to_string(first.sensor) + " arrives first and camera " +
+                               std::to_string(other.sensor) + " before the frame completes" +
+                               (traceOrder ? " (the trace order is one)" : ""));
             }
         }
     }
-    return {violations.lines(), warnings.lines()};
+
+    void checkBefore(int64_t frame) {
+        while (!byFrame.empty() && byFrame.begin()->first < frame) {
+            checkTargets(byFrame.begin()->first, byFrame.begin()->second);
+            byFrame.erase(byFrame.begin());
+        }
+    }
+};
+
+CallFlowChecker::CallFlowChecker() : mState(std::make_unique<State>()) {}
+CallFlowChecker::~CallFlowChecker() = default;
+
+void CallFlowChecker::add(CallRow const& row) {
+    mState->walk.add(row);
+    if (entersRendezvous(row)) {
+        mState->checkBefore(int64_t{row.frame} - kOpenFrames);
+        mState->byFrame[row.frame].push_back(row);
+    }
+}
+
+FlowReport CallFlowChecker::finish() {
+    mState->checkBefore(INT64_MAX);
+    FlowReport r{mState->walkViolations.lines(), mState->warnings.lines()};
+    for (auto& line : mState->targetViolations.lines()) {
+        r.violations.push_back(line);
+    }
+    return r;
+}
+
+FlowReport checkCallFlow(Trace const& trace) {
+    CallFlowChecker check;
+    for (CallRow const& row : trace.rows) {
+        check.add(row);
+    }
+    return check.finish();
 }
 
 }  // namespace ryxsim

@@ -12,6 +12,7 @@
 
 #include "Model.h"
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -20,6 +21,23 @@ namespace ryxsim {
 struct FlowReport {
     std::vector<std::string> violations;  // each makes the library abort
     std::vector<std::string> warnings;    // frames that block, never abort
+};
+
+// The check over rows given one at a time in trace order, in memory that does not grow with the
+// session: a frame's cameras are compared once the rows are kOpenFrames frame numbers past it
+// (a row later than that for its frame is compared with the frame's later rows only).
+class CallFlowChecker {
+  public:
+    static constexpr int kOpenFrames = 256;
+
+    CallFlowChecker();
+    ~CallFlowChecker();
+    void add(CallRow const& row);
+    FlowReport finish();
+
+  private:
+    struct State;
+    std::unique_ptr<State> mState;
 };
 
 FlowReport checkCallFlow(Trace const& trace);

@@ -57,39 +57,37 @@ std::string integerProblem(IntegerVerdict verdict, std::string_view text, int64_
 
 namespace {
 
-struct Seen {
-    size_t calls = 0;
-    CallRow const* first = nullptr;
-};
+std::string firstCall(ControlChecker::Seen const& s) {
+    return std::to_string(s.calls) + " call(s), the first sensor " + std::to_string(s.sensor) +
+           " f" + std::to_string(s.frame) +
+           (s.line > 0 ? " (line " + std::to_string(s.line) + ")" : "");
+}
 
-std::string firstCall(Seen const& s) {
-    return std::to_string(s.calls) + " call(s), the first sensor " +
-           std::to_string(s.first->sensor) + " f" + std::to_string(s.first->frame) +
-           (s.first->sourceLine > 0 ? " (line " + std::to_string(s.first->sourceLine) + ")" : "");
+void see(ControlChecker::Seen& s, CallRow const& row) {
+    if (s.calls++ == 0) {
+        s.sensor = row.sensor;
+        s.frame = row.frame;
+        s.line = row.sourceLine;
+    }
 }
 
 }  // namespace
 
-std::vector<std::string> controlWarnings(Trace const& trace) {
-    std::map<int64_t, Seen> tolerances;
-    std::map<int32_t, Seen> modes;
-    for (CallRow const& row : trace.rows) {
-        if (row.kind != CallKind::Result) {
-            continue;
-        }
-        if (row.toleranceUs && *row.toleranceUs < 0) {
-            Seen& s = tolerances[*row.toleranceUs];
-            s.first = s.first ? s.first : &row;
-            ++s.calls;
-        }
-        if (row.mode && *row.mode != 0 && *row.mode != 1) {
-            Seen& s = modes[*row.mode];
-            s.first = s.first ? s.first : &row;
-            ++s.calls;
-        }
+void ControlChecker::add(CallRow const& row) {
+    if (row.kind != CallKind::Result) {
+        return;
     }
+    if (row.toleranceUs && *row.toleranceUs < 0) {
+        see(mTolerances[*row.toleranceUs], row);
+    }
+    if (row.mode && *row.mode != 0 && *row.mode != 1) {
+        see(mModes[*row.mode], row);
+    }
+}
+
+std::vector<std::string> ControlChecker::warnings() const {
     std::vector<std::string> out;
-    for (auto const& [tol, s] : tolerances) {
+    for (auto const& [tol, s] : mTolerances) {
         // The library compares whole milliseconds, the tolerance divided by 1000 toward zero.
         std::string effect = tol <= -1000 ? "no difference is within it: every frame it judges is "
                                             "out of sync"
@@ -98,11 +96,19 @@ std::vector<std::string> controlWarnings(Trace const& trace) {
         out.push_back("tolerance_us " + std::to_string(tol) + " is negative on " + firstCall(s) +
                       "; " + effect);
     }
-    for (auto const& [mode, s] : modes) {
+    for (auto const& [mode, s] : mModes) {
         out.push_back("mode " + std::to_string(mode) + " is neither 0 nor 1 on " + firstCall(s) +
                       "; it acts as 0: a frame out of tolerance gets RESULT 1 and still passes");
     }
     return out;
+}
+
+std::vector<std::string> controlWarnings(Trace const& trace) {
+    ControlChecker check;
+    for (CallRow const& row : trace.rows) {
+        check.add(row);
+    }
+    return check.warnings();
 }
 
 std::string propertyWarning(std::string const& name, std::string const& value) {

@@ -6,6 +6,7 @@
 #include "Model.h"
 
 #include <cstdint>
+#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -25,6 +26,21 @@ std::string integerProblem(IntegerVerdict verdict, std::string_view text, int64_
 // Warnings (without prefix) on control values that the library takes but that decide every
 // frame they reach: a negative tolerance, a mode other than 0 and 1. One warning per value.
 std::vector<std::string> controlWarnings(Trace const& trace);
+
+// The same over rows given one at a time.
+class ControlChecker {
+  public:
+    struct Seen {
+        size_t calls = 0;
+        int sensor = 0, frame = 0, line = 0;  // of the first call
+    };
+    void add(CallRow const& row);
+    std::vector<std::string> warnings() const;
+
+  private:
+    std::map<int64_t, Seen> mTolerances;
+    std::map<int32_t, Seen> mModes;
+};
 
 // A warning (without prefix) for a property NAME=VALUE the library ignores: a name it never
 // reads, or a value that is not a whole number (the library then uses its default). Empty when

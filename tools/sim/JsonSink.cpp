@@ -64,8 +64,11 @@ void writeSession(std::ostream& out, Timeline const& t, int indent) {
     std::string const mark = "\"" + kFramesMark;
     std::string const pad(static_cast<size_t>(indent), ' ');
     size_t pos = 0;
+    size_t at = text.find(mark);  // the next mark: searched again only once passed
     while (true) {
-        size_t at = text.find(mark, pos);
+        if (at != std::string::npos && at < pos) {
+            at = text.find(mark, pos);
+        }
         size_t nl = text.find('\n', pos);
         size_t stop = std::min(at, nl == std::string::npos ? text.size() : nl + 1);
         out.write(text.data() + pos, static_cast<std::streamsize>(stop - pos));

@@ -67,6 +67,14 @@ std::vector<int> Trace::sensors() const {
     return {ids.begin(), ids.end()};
 }
 
+bool TraceRows::next(CallRow& row) {
+    if (mNext >= mTrace.rows.size()) {
+        return false;
+    }
+    row = mTrace.rows[mNext++];
+    return true;
+}
+
 bool CallOutcome::sameResultAs(CallOutcome const& o) const {
     return returned == o.returned && verdict == o.verdict && syncResult == o.syncResult &&
            halMaster == o.halMaster && appMaster == o.appMaster && masterCam == o.masterCam &&

@@ -78,6 +78,32 @@ struct Trace {
     std::vector<int> sensors() const;
 };
 
+// The calls of a session one at a time, in trace order: a scenario expanded as it goes
+// (ScenarioRows in Scenario.h) or a trace held in memory (TraceRows). A long session is never
+// held whole.
+class RowSource {
+  public:
+    virtual ~RowSource() = default;
+    virtual SessionInfo const& session() const = 0;
+    // Ids of every sensor that makes a call, ascending, plus cameras without calls.
+    virtual std::vector<int> sensors() const = 0;
+    // The next call; false once the calls are over.
+    virtual bool next(CallRow& row) = 0;
+};
+
+// The rows of a trace; the trace must outlive the source.
+class TraceRows : public RowSource {
+  public:
+    explicit TraceRows(Trace const& trace) : mTrace(trace) {}
+    SessionInfo const& session() const override { return mTrace.session; }
+    std::vector<int> sensors() const override { return mTrace.sensors(); }
+    bool next(CallRow& row) override;
+
+  private:
+    Trace const& mTrace;
+    size_t mNext = 0;
+};
+
 // What one call got back. Metadata is read after the call's thread has finished.
 struct CallOutcome {
     bool started = false;
@@ -114,12 +140,15 @@ struct BlockedThread {
     int sensor = 0;
     size_t row = 0;  // index into Trace::rows
     double seconds = 0;
+    CallKind kind = CallKind::Result;  // the call it is blocked in
+    int frame = -1, request = -1;
 };
 
 struct RunResult {
     std::vector<CallOutcome> outcomes;  // one per trace row
     std::vector<BlockedThread> blocked;
     std::vector<LoggedAnomaly> logged;
+    size_t returned = 0;  // calls that returned
     double wallSeconds = 0;
     double cpuSeconds = 0;  // process CPU time of the run
     std::string fatal;      // set when the library aborted (only seen by the abort hook)

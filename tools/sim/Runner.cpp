@@ -17,6 +17,7 @@
 #include <mutex>
 #include <ostream>
 #include <thread>
+#include <utility>
 
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -114,9 +115,10 @@ class Collector : public ULogger {
         std::fflush(stderr);
     }
 
-    std::vector<LoggedAnomaly> anomalies() {
+    // The anomalies collected since the last call.
+    std::vector<LoggedAnomaly> take() {
         std::lock_guard<std::mutex> lock(mMutex);
-        return mAnomalies;
+        return std::exchange(mAnomalies, {});
     }
 
   private:
@@ -222,18 +224,31 @@ struct SensorState {
     bool finished = false;
     bool inLibrary = false;
     bool awaitingTurn = false;  // ordered runs: waiting for the calls before it in the trace
+    bool starving = false;      // waiting for the runner to read more rows
+    size_t cursor = 0;          // the first row this thread has not finished with
     size_t row = 0;
     Clock::time_point since;
+};
+
+// A row in the runner's window and what its call got back.
+struct Slot {
+    CallRow row;
+    CallOutcome out;
 };
 
 // Everything the sensor threads touch. Leaked on purpose when threads stay blocked.
 struct Session {
     std::shared_ptr<ISyncHelper> helper;
     std::shared_ptr<SyncHelper> concrete;  // for getSensorCropRegion
-    std::vector<CallOutcome> outcomes;
     std::mutex mutex;
-    std::condition_variable changed;
+    std::condition_variable changed;  // rows added, or (ordered runs) a turn passed
+    std::condition_variable wake;     // for the runner: rows can be retired or added
     std::map<int, SensorState> sensors;
+    // Rows base .. base + window.size() - 1. A slot stays put (a deque keeps its elements in
+    // place) until every sensor thread is past it.
+    std::deque<Slot> window;
+    size_t base = 0;
+    bool sourceDone = false;
     size_t callsDone = 0;
     size_t nextTurn = 0;  // ordered runs: the row allowed into the library next
 };
@@ -241,6 +256,8 @@ struct Session {
 size_t const kNoTurn = SIZE_MAX;
 // Records of its latest calls a sensor thread keeps alive.
 size_t const kKeptRecords = 64;
+// Calls between two wake-ups of the runner.
+size_t const kWakeEvery = 1024;
 // Ordered runs: the row whose call this thread is making.
 thread_local size_t tTurn = kNoTurn;
 
@@ -252,14 +269,46 @@ void passTurn(Session& s, size_t idx) {
     }
 }
 
-void sensorThread(Session& s, Trace const& trace, int sensor, std::vector<size_t> const& rows,
-                  bool realtime, bool ordered, Clock::time_point start, int64_t firstSofNs) {
+// The next slot of `sensor`, or nullptr once the rows are over. Caller holds s.mutex.
+Slot* nextSlot(Session& s, std::unique_lock<std::mutex>& lock, int sensor) {
+    SensorState& st = s.sensors[sensor];
+    while (true) {
+        size_t end = s.base + s.window.size();
+        while (st.cursor < end && s.window[st.cursor - s.base].row.sensor != sensor) {
+            ++st.cursor;
+        }
+        if (st.cursor < end) {
+            return &s.window[st.cursor - s.base];
+        }
+        if (s.sourceDone) {
+            return nullptr;
+        }
+        st.starving = true;
+        s.wake.notify_one();
+        s.changed.wait(lock);
+        st.starving = false;
+    }
+}
+
+void sensorThread(Session& s, int sensor, bool realtime, bool ordered, Clock::time_point start,
+                  int64_t firstSofNs) {
     // A returned call's frame has left the library (the last of its cameras removes it); the
     // records of the latest calls are kept all the same, for a waiter woken spuriously that
     // returns while its frame is still completing.
     std::deque<std::unique_ptr<CallRecord>> recent;
-    for (size_t idx : rows) {
-        CallRow const& row = trace.rows[idx];
+    while (true) {
+        Slot* slot = nullptr;
+        size_t idx = 0;
+        {
+            std::unique_lock<std::mutex> lock(s.mutex);
+            slot = nextSlot(s, lock, sensor);
+            if (slot == nullptr) {
+                s.sensors[sensor].finished = true;
+                break;
+            }
+            idx = s.sensors[sensor].cursor;
+        }
+        CallRow const& row = slot->row;
         recent.push_back(std::make_unique<CallRecord>());
         if (recent.size() > kKeptRecords) {
             recent.pop_front();
@@ -282,7 +331,7 @@ void sensorThread(Session& s, Trace const& trace, int sensor, std::vector<size_t
             st.inLibrary = true;
             st.row = idx;
             st.since = Clock::now();
-            s.outcomes[idx].started = true;
+            slot->out.started = true;
         }
         auto t0 = Clock::now();
         int64_t c0 = threadCpuNs();
@@ -314,9 +363,10 @@ void sensorThread(Session& s, Trace const& trace, int sensor, std::vector<size_t
         }
         int64_t c1 = threadCpuNs();
         auto t1 = Clock::now();
+        bool wakeRunner = false;
         {
             std::lock_guard<std::mutex> lock(s.mutex);
-            CallOutcome& out = s.outcomes[idx];
+            CallOutcome& out = slot->out;
             if (row.kind == CallKind::Result) {
                 readBack(rec, out);
             }
@@ -325,45 +375,47 @@ void sensorThread(Session& s, Trace const& trace, int sensor, std::vector<size_t
             out.startNs = std::chrono::duration_cast<std::chrono::nanoseconds>(t0 - start).count();
             out.wallNs = std::chrono::duration_cast<std::chrono::nanoseconds>(t1 - t0).count();
             out.cpuNs = c1 - c0;
-            s.sensors[sensor].inLibrary = false;
+            SensorState& st = s.sensors[sensor];
+            st.inLibrary = false;
+            st.cursor = idx + 1;
             ++s.callsDone;
+            wakeRunner = s.callsDone % kWakeEvery == 0;
             passTurn(s, idx);
             tTurn = kNoTurn;
         }
-        s.changed.notify_all();
+        if (ordered) {
+            s.changed.notify_all();
+        }
+        if (wakeRunner) {
+            s.wake.notify_one();
+        }
     }
-    {
-        std::lock_guard<std::mutex> lock(s.mutex);
-        s.sensors[sensor].finished = true;
+    s.wake.notify_one();
+}
+
+// Reads up to `count` rows of the source.
+std::vector<Slot> readRows(RowSource& rows, size_t count, bool& ended) {
+    std::vector<Slot> out;
+    Slot slot;
+    while (out.size() < count && !(ended = !rows.next(slot.row))) {
+        out.push_back(slot);
     }
-    s.changed.notify_all();
+    return out;
 }
 
 }  // namespace
 
-RunResult runTrace(Trace const& trace, RunOptions const& options) {
+RunResult runCalls(RowSource& rows, CallSink& sink, RunOptions const& options) {
     RunResult result;
     auto session = std::make_unique<Session>();
     Session& s = *session;
 
     std::unordered_map<unsigned int, NSCam::CameraInfo> info;
-    for (auto const& c : trace.session.cameras) {
+    for (auto const& c : rows.session().cameras) {
         NSCam::CameraInfo ci;
         ci.activeArrayRegion = c.activeArray;
         ci.focalLength = c.focalLength;
         info[static_cast<unsigned int>(c.id)] = ci;
-    }
-    s.outcomes.resize(trace.rows.size());
-    std::map<int, std::vector<size_t>> perSensor;
-    int64_t firstSof = INT64_MAX;
-    for (size_t i = 0; i < trace.rows.size(); ++i) {
-        perSensor[trace.rows[i].sensor].push_back(i);
-        if (trace.rows[i].sofNs > 0) {
-            firstSof = std::min(firstSof, trace.rows[i].sofNs);
-        }
-    }
-    for (auto const& [id, rows] : perSensor) {
-        s.sensors[id];
     }
 
     uint32_t const detailsLevel = ULogger::sDetailsLevel;
@@ -383,25 +435,51 @@ RunResult runTrace(Trace const& trace, RunOptions const& options) {
     auto collector = std::make_unique<Collector>(options.logcat, detailsLevel, onWait);
     ULogger* previousLogger = ULogger::install(collector.get());
 
-    s.helper =
-        ISyncHelper::createInstance(trace.session.sessionKey, trace.session.allowCropReplace, info);
+    s.helper = ISyncHelper::createInstance(rows.session().sessionKey,
+                                           rows.session().allowCropReplace, info);
     s.concrete = std::dynamic_pointer_cast<SyncHelper>(s.helper);
+
+    // Hands the calls of `slots` (rows first .. first + size - 1) to the sink, after what the
+    // library logged so far.
+    auto deliver = [&](size_t first, std::vector<Slot> const& slots) {
+        for (auto const& a : collector->take()) {
+            sink.logged(a);
+        }
+        for (size_t i = 0; i < slots.size(); ++i) {
+            sink.call(first + i, slots[i].row, slots[i].out);
+        }
+    };
 
     // Crop sets at the head of the trace, before any frame call, are the session's initial
     // crops: made here, before the sensor threads start, so that every sensor's first frames
     // see them.
     size_t head = 0;
-    while (head < trace.rows.size() && trace.rows[head].kind == CallKind::Crop) {
-        CallRow const& row = trace.rows[head];
-        std::unordered_map<int, MRect> crops(row.crops.begin(), row.crops.end());
-        CallOutcome& out = s.outcomes[head];
-        out.started = out.returned = true;
-        out.verdict = s.helper->setSensorCropRegion(row.request, crops);
-        ++head;
+    Slot slot;
+    bool ended = !rows.next(slot.row);
+    while (!ended && slot.row.kind == CallKind::Crop) {
+        std::unordered_map<int, MRect> crops(slot.row.crops.begin(), slot.row.crops.end());
+        slot.out.started = slot.out.returned = true;
+        slot.out.verdict = s.helper->setSensorCropRegion(slot.row.request, crops);
+        deliver(head++, {slot});
+        slot = Slot{};
+        ended = !rows.next(slot.row);
     }
-    for (auto& [id, rows] : perSensor) {
-        rows.erase(std::remove_if(rows.begin(), rows.end(), [&](size_t i) { return i < head; }),
-                   rows.end());
+    if (!ended) {
+        s.window.push_back(slot);
+        for (auto& more : readRows(rows, kRunWindowCalls - 1, ended)) {
+            s.window.push_back(std::move(more));
+        }
+    }
+    s.sourceDone = ended;
+    s.base = head;
+    int64_t firstSof = INT64_MAX;
+    for (auto const& w : s.window) {
+        if (w.row.sofNs > 0) {
+            firstSof = std::min(firstSof, w.row.sofNs);
+        }
+    }
+    for (int id : rows.sensors()) {
+        s.sensors[id].cursor = head;
     }
 
     s.callsDone = head;
@@ -409,24 +487,60 @@ RunResult runTrace(Trace const& trace, RunOptions const& options) {
     double cpu0 = processCpuSeconds();
     auto start = Clock::now();
     std::vector<std::thread> threads;
-    for (auto const& [id, rows] : perSensor) {
-        threads.emplace_back(sensorThread, std::ref(s), std::cref(trace), id, std::cref(rows),
-                             options.realtime, options.ordered, start, firstSof);
+    for (auto const& [id, st] : s.sensors) {
+        threads.emplace_back(sensorThread, std::ref(s), id, options.realtime, options.ordered,
+                             start, firstSof);
     }
 
     auto const deadline = std::chrono::duration<double>(options.deadlineSeconds);
+    auto const progressEvery = std::chrono::milliseconds(100);
     {
         std::unique_lock<std::mutex> lock(s.mutex);
         size_t lastDone = s.callsDone;
         auto lastChange = Clock::now();
+        auto lastProgress = lastChange - progressEvery;
         while (true) {
+            // Rows every thread is past go to the sink; the window is topped up.
+            size_t low = s.base + s.window.size();
+            for (auto const& [id, st] : s.sensors) {
+                low = st.finished ? low : std::min(low, st.cursor);
+            }
+            std::vector<Slot> done;
+            size_t first = s.base;
+            while (s.base < low) {
+                done.push_back(std::move(s.window.front()));
+                s.window.pop_front();
+                ++s.base;
+            }
+            size_t room = kRunWindowCalls - s.window.size();
+            bool readMore = !s.sourceDone && room >= kRunWindowCalls / 4;
+            if (!done.empty() || readMore) {
+                lock.unlock();
+                deliver(first, done);
+                bool sourceEnded = false;
+                std::vector<Slot> more;
+                if (readMore) {
+                    more = readRows(rows, room, sourceEnded);
+                }
+                lock.lock();
+                for (auto& m : more) {
+                    s.window.push_back(std::move(m));
+                }
+                s.sourceDone = s.sourceDone || sourceEnded;
+                if (readMore) {
+                    s.changed.notify_all();
+                }
+            }
+
             bool allFinished = true;
             bool allStuck = true;
+            bool full = s.window.size() >= kRunWindowCalls;
             for (auto const& [id, st] : s.sensors) {
                 allFinished = allFinished && st.finished;
-                allStuck = allStuck && (st.finished || st.inLibrary || st.awaitingTurn);
+                allStuck = allStuck && (st.finished || st.inLibrary || st.awaitingTurn ||
+                                        (st.starving && full));
             }
-            if (allFinished) {
+            if (allFinished && s.window.empty()) {
                 break;
             }
             auto now = Clock::now();
@@ -434,36 +548,56 @@ RunResult runTrace(Trace const& trace, RunOptions const& options) {
                 lastDone = s.callsDone;
                 lastChange = now;
             }
-            if (allStuck && now - lastChange >= deadline) {
+            if (allStuck && !allFinished && now - lastChange >= deadline) {
                 for (auto const& [id, st] : s.sensors) {
                     if (st.inLibrary) {
+                        Slot const& w = s.window[st.row - s.base];
                         result.blocked.push_back(
-                            {id, st.row, std::chrono::duration<double>(now - st.since).count()});
+                            {id, st.row, std::chrono::duration<double>(now - st.since).count(),
+                             w.row.kind, w.row.frame, w.row.request});
                     }
                 }
                 break;
             }
-            if (options.progress) {
-                RunProgress p{s.callsDone, trace.rows.size(),
+            if (options.progress && now - lastProgress >= progressEvery) {
+                lastProgress = now;
+                RunProgress p{s.callsDone, std::max(options.expectedCalls, s.callsDone),
                               std::chrono::duration<double>(now - start).count()};
                 lock.unlock();
                 options.progress(p);
                 lock.lock();
             }
-            s.changed.wait_for(lock, std::chrono::milliseconds(100));
+            if (allFinished || (!s.sourceDone && s.window.size() < kRunWindowCalls / 2)) {
+                continue;  // rows to retire or to read right away
+            }
+            s.wake.wait_for(lock, progressEvery);
         }
     }
     result.wallSeconds = std::chrono::duration<double>(Clock::now() - start).count();
     result.cpuSeconds = processCpuSeconds() - cpu0;
 
     if (!result.blocked.empty()) {
-        // The blocked threads still use the helper, the records and the collector: leave them.
+        // The blocked threads still use the helper, the window, the records and the collector:
+        // leave them. The calls after them were never made.
+        std::vector<Slot> rest;
+        size_t first = 0;
+        {
+            std::lock_guard<std::mutex> lock(s.mutex);
+            rest.assign(s.window.begin(), s.window.end());
+            first = s.base;
+            result.returned = s.callsDone;
+        }
         for (auto& t : threads) {
             t.detach();
         }
-        std::lock_guard<std::mutex> lock(s.mutex);
-        result.outcomes = s.outcomes;
-        result.logged = collector->anomalies();
+        deliver(first, rest);
+        first += rest.size();
+        bool sourceEnded = s.sourceDone;
+        while (!sourceEnded) {
+            rest = readRows(rows, kRunWindowCalls, sourceEnded);
+            deliver(first, rest);
+            first += rest.size();
+        }
         collector.release();
         session.release();
         return result;
@@ -471,13 +605,33 @@ RunResult runTrace(Trace const& trace, RunOptions const& options) {
     for (auto& t : threads) {
         t.join();
     }
-    result.outcomes = std::move(s.outcomes);
+    result.returned = s.callsDone;
     s.concrete.reset();
     s.helper.reset();
     ULogger::install(previousLogger);
     ULogger::sDetailsLevel = detailsLevel;
-    result.logged = collector->anomalies();
+    deliver(s.base, {});
     return result;
+}
+
+RunResult runTrace(Trace const& trace, RunOptions const& options) {
+    // Keeps every outcome and anomaly.
+    struct Keep : CallSink {
+        explicit Keep(size_t rows) { outcomes.resize(rows); }
+        void logged(LoggedAnomaly const& a) override { anomalies.push_back(a); }
+        void call(size_t index, CallRow const&, CallOutcome const& out) override {
+            outcomes.at(index) = out;
+        }
+        std::vector<CallOutcome> outcomes;
+        std::vector<LoggedAnomaly> anomalies;
+    } keep(trace.rows.size());
+    TraceRows rows(trace);
+    RunOptions o = options;
+    o.expectedCalls = o.expectedCalls ? o.expectedCalls : trace.rows.size();
+    RunResult run = runCalls(rows, keep, o);
+    run.outcomes = std::move(keep.outcomes);
+    run.logged = std::move(keep.anomalies);
+    return run;
 }
 
 }  // namespace ryxsim

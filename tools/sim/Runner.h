@@ -34,11 +34,34 @@ struct RunOptions {
     bool ordered = false;
     // Called on the calling thread about ten times a second while the sensors run.
     std::function<void(RunProgress const&)> progress;
+    // The calls the source will give, for progress (0: not known, progress counts calls only).
+    size_t expectedCalls = 0;
 };
 
-// Runs the trace against a fresh helper made with the trace's session (key, crop replacement,
-// camera info) and returns one outcome per row. The library's frame-inversion, time-inversion
-// and missing-timestamp warnings are collected when the unified logger is on
+// Receives what a run produced, on the thread that called runCalls, in trace order.
+class CallSink {
+  public:
+    virtual ~CallSink() = default;
+    // A frame-inversion, time-inversion or missing-timestamp warning of the library. Every one
+    // logged by a call comes before that call.
+    virtual void logged(LoggedAnomaly const& a) = 0;
+    // A call and what it got back, each row once, in trace order (`index` counts the rows from
+    // 0). After a run that ended blocked, the rest of the rows come not started.
+    virtual void call(size_t index, CallRow const& row, CallOutcome const& out) = 0;
+};
+
+// The most calls the runner holds at once: a sensor thread runs at most this many rows ahead
+// of the slowest one (the source is read as the calls are made, and every call is handed to
+// the sink once each sensor thread is past it).
+constexpr size_t kRunWindowCalls = size_t{1} << 15;
+
+// Runs the calls of `rows` against a fresh helper made with its session (key, crop replacement,
+// camera info), reading the source as it goes and handing every call with its outcome to `sink`
+// (RunResult::outcomes and ::logged stay empty). Memory does not grow with the number of calls.
+RunResult runCalls(RowSource& rows, CallSink& sink, RunOptions const& options = {});
+
+// runCalls over a whole trace, returning one outcome per row. The library's frame-inversion,
+// time-inversion and missing-timestamp warnings are collected when the unified logger is on
 // (ULogger::sMode & 0xA) at warning level; see LogSetup.h.
 //
 // When threads are left blocked, they are detached and the helper and the call records are

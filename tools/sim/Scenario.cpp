@@ -251,7 +251,7 @@ Scenario parseScenario(std::string const& text, std::string const& fileName) {
         s.fps = r.number(doc["fps"], "fps", 0.1, 1000);
     }
     if (doc.contains("frames")) {
-        s.frames = static_cast<int>(r.integer(doc["frames"], "frames", 1, 1000000));
+        s.frames = static_cast<int>(r.integer(doc["frames"], "frames", 1, kMaxFrames));
     }
     if (doc.contains("first_frame")) {
         s.firstFrame =
@@ -675,70 +675,107 @@ NSCam::MRect zoomed(NSCam::MRect const& a, double zoom) {
 
 }  // namespace
 
-Trace generateTrace(Scenario const& s, uint64_t seed, GenerationPlan* planOut) {
-    Expander ex(s);
-    Rng rng(seed);
-    int const first = s.firstFrame;
-    int const end = s.firstFrame + s.frames;
-    int64_t const periodNs = static_cast<int64_t>(std::llround(1e9 / s.fps));
-    int64_t const baseNs = 1000000000;
+// Crop sets ahead of the frames they serve, flushes and sensors leaving: issued before the
+// results of a frame.
+struct ScenarioRows::State {
+    State(Scenario const& scenario, uint64_t seed)
+        : s(scenario), ex(s), rng(seed), first(s.firstFrame), end(s.firstFrame + s.frames) {}
 
-    // Frames named by an event or a dropping range are left alone by the random picks.
-    std::set<int> busy;
-    for (auto const& e : s.events) {
-        if (e.kind != CallKind::Crop) {
-            busy.insert(e.frame);
-        }
+    Scenario const s;
+    Expander const ex;
+    Rng rng;
+    int const first, end;
+    int64_t periodNs = 0;
+    int cropSteps = 0;
+    SessionInfo session;
+    GenerationPlan plan;
+    std::set<int> busy;  // frames named by an event, or picked
+    std::set<std::pair<int, int>> slaveDrops, dropEvents;
+    std::map<std::pair<int, int>, int64_t> shiftNs;
+    std::map<int, std::vector<CallRow>> eventsBefore;
+    int frame = 0;  // the next frame to expand
+    std::deque<CallRow> pending;
+
+    // A sensor of the frame drops it by its control: the random picks leave such frames alone.
+    bool dropsAt(int f) const {
+        return std::any_of(s.sensors.begin(), s.sensors.end(), [&](SensorSpec const& ss) {
+            return ex.present(ss.camera.id, f) && ex.resolve(ss.camera.id, f).drop;
+        });
     }
-    std::vector<std::pair<int, int>> cands;  // (frame, sensor) that deliver a synced result
-    std::map<int, std::vector<int>> resultSensors;
-    for (int f = first; f < end; ++f) {
+
+    // The sensors that deliver a synced result for the frame.
+    std::vector<int> resultSensors(int f) const {
+        std::vector<int> out;
         for (auto const& ss : s.sensors) {
             int id = ss.camera.id;
             if (!ex.present(id, f)) {
                 continue;
             }
             Resolved r = ex.resolve(id, f);
-            if (r.drop) {
-                busy.insert(f);
-                continue;
-            }
             auto m = ex.members(r, f);
-            if (std::find(m.begin(), m.end(), id) != m.end() && m.size() > 1) {
-                resultSensors[f].push_back(id);
+            if (!r.drop && std::find(m.begin(), m.end(), id) != m.end() && m.size() > 1) {
+                out.push_back(id);
             }
         }
+        return out;
     }
-    GenerationPlan plan;
-    std::set<std::pair<int, int>> slaveDrops;
-    std::map<std::pair<int, int>, int64_t> shiftNs;
+
+    CallRow cropRow(int sensor, int f, std::map<int, NSCam::MRect> crops) const {
+        CallRow row;
+        row.kind = CallKind::Crop;
+        row.sensor = sensor;
+        row.frame = f;
+        row.request = s.firstRequest + (f - first);
+        row.crops = std::move(crops);
+        return row;
+    }
+
+    // The periodic crop set of frame first + k * cropEvery.
+    CallRow periodicCrop(int k) const {
+        int pos = cropSteps > 0 ? k % (2 * cropSteps) : 0;
+        double zoom = s.zoomFrom + (pos <= cropSteps ? pos : 2 * cropSteps - pos) * s.zoomStep;
+        std::map<int, NSCam::MRect> crops;
+        for (auto const& ss : s.sensors) {
+            crops[ss.camera.id] = zoomed(ss.camera.activeArray, zoom);
+        }
+        return cropRow(s.cropSensor, first + k * s.cropEvery, crops);
+    }
+
+    void pick();
+    void expand(int f);
+};
+
+void ScenarioRows::State::pick() {
+    for (auto const& e : s.events) {
+        if (e.kind != CallKind::Crop) {
+            busy.insert(e.frame);
+        }
+    }
     auto pickFrame = [&](auto accept) -> int {
-        for (int attempt = 0; attempt < 64 * s.frames; ++attempt) {
+        for (int64_t attempt = 0; attempt < 64 * int64_t{s.frames}; ++attempt) {
             int f = static_cast<int>(rng.uniform(first, end - 1));
-            if (busy.count(f) == 0 && accept(f)) {
+            if (busy.count(f) == 0 && !dropsAt(f) && accept(f)) {
                 return f;
             }
         }
         return INT32_MIN;
     };
-    for (int i = 0; i < s.slaveDrops; ++i) {
-        int f = pickFrame([&](int f) {
-            auto const& rs = resultSensors[f];
-            return std::any_of(rs.begin(), rs.end(), [&](int id) {
-                auto r = ex.resolve(id, f);
-                return !r.master || *r.master != id;
-            });
-        });
-        if (f == INT32_MIN) {
-            break;
-        }
+    auto slavesOf = [&](int f) {
         std::vector<int> slaves;
-        for (int id : resultSensors[f]) {
+        for (int id : resultSensors(f)) {
             auto r = ex.resolve(id, f);
             if (!r.master || *r.master != id) {
                 slaves.push_back(id);
             }
         }
+        return slaves;
+    };
+    for (int i = 0; i < s.slaveDrops; ++i) {
+        int f = pickFrame([&](int f) { return !slavesOf(f).empty(); });
+        if (f == INT32_MIN) {
+            break;
+        }
+        std::vector<int> slaves = slavesOf(f);
         int id =
             slaves[static_cast<size_t>(rng.uniform(0, static_cast<int64_t>(slaves.size()) - 1))];
         slaveDrops.insert({f, id});
@@ -746,11 +783,11 @@ Trace generateTrace(Scenario const& s, uint64_t seed, GenerationPlan* planOut) {
         busy.insert(f);
     }
     for (int i = 0; i < s.outOfTolerance; ++i) {
-        int f = pickFrame([&](int f) { return resultSensors[f].size() > 1; });
+        int f = pickFrame([&](int f) { return resultSensors(f).size() > 1; });
         if (f == INT32_MIN) {
             break;
         }
-        auto const& rs = resultSensors[f];
+        auto rs = resultSensors(f);
         int id = rs[static_cast<size_t>(rng.uniform(0, static_cast<int64_t>(rs.size()) - 1))];
         int64_t mag = rng.uniform(s.shiftMinUs, s.shiftMaxUs) * 1000;
         shiftNs[{f, id}] = rng.uniform(0, 1) ? mag : -mag;
@@ -759,94 +796,135 @@ Trace generateTrace(Scenario const& s, uint64_t seed, GenerationPlan* planOut) {
     }
     std::sort(plan.slaveDrops.begin(), plan.slaveDrops.end());
     std::sort(plan.outOfTolerance.begin(), plan.outOfTolerance.end());
+}
 
-    // Calls issued before a frame's results: crop sets (ahead of the frames they serve), flushes,
-    // and sensors leaving.
-    std::map<int, std::vector<CallRow>> before;
-    auto cropRow = [&](int sensor, int frame, std::map<int, NSCam::MRect> crops) {
-        CallRow row;
-        row.kind = CallKind::Crop;
-        row.sensor = sensor;
-        row.frame = frame;
-        row.request = s.firstRequest + (frame - first);
-        row.crops = std::move(crops);
-        before[std::max(first, frame - s.cropLead)].push_back(row);
-    };
+void ScenarioRows::State::expand(int f) {
+    std::vector<CallRow> pre;
     if (s.cropEvery > 0) {
-        int steps = s.zoomStep > 0
-                        ? static_cast<int>(std::floor((s.zoomMax - s.zoomFrom) / s.zoomStep + 1e-9))
-                        : 0;
-        for (int k = 0; first + k * s.cropEvery < end; ++k) {
-            int pos = steps > 0 ? k % (2 * steps) : 0;
-            double zoom = s.zoomFrom + (pos <= steps ? pos : 2 * steps - pos) * s.zoomStep;
-            std::map<int, NSCam::MRect> crops;
-            for (auto const& ss : s.sensors) {
-                crops[ss.camera.id] = zoomed(ss.camera.activeArray, zoom);
-            }
-            cropRow(s.cropSensor, first + k * s.cropEvery, crops);
+        // Each set is issued cropLead frames ahead of the frame it serves, the early ones at the
+        // first frame.
+        int lastK = f == first ? s.cropLead / s.cropEvery : (f - first + s.cropLead) / s.cropEvery;
+        int firstK = f == first ? 0 : lastK;
+        if (f > first && (f - first + s.cropLead) % s.cropEvery != 0) {
+            firstK = lastK + 1;
+        }
+        for (int k = firstK; k <= lastK && first + int64_t{k} * s.cropEvery < end; ++k) {
+            pre.push_back(periodicCrop(k));
         }
     }
-    std::set<std::pair<int, int>> dropEvents;
+    auto ev = eventsBefore.find(f);
+    if (ev != eventsBefore.end()) {
+        pre.insert(pre.end(), ev->second.begin(), ev->second.end());
+    }
+    for (auto const& row : pre) {
+        if (row.kind == CallKind::Leave || ex.present(row.sensor, f)) {
+            pending.push_back(row);
+        }
+    }
+    int64_t const baseNs = 1000000000;
+    std::vector<CallRow> frameRows;
+    for (auto const& ss : s.sensors) {
+        int id = ss.camera.id;
+        Resolved r = ex.resolve(id, f);
+        int64_t jitter = rng.uniform(-ss.jitterUs * 1000, ss.jitterUs * 1000);
+        if (!ex.present(id, f)) {
+            continue;
+        }
+        CallRow row = ex.row(id, f, r);
+        if (slaveDrops.count({f, id}) || dropEvents.count({f, id})) {
+            row.kind = CallKind::Drop;
+            row.getCrop = false;
+        }
+        auto sh = shiftNs.find({f, id});
+        row.sofNs = baseNs + int64_t{f - first} * periodNs +
+                    (ss.sofOffsetUs + r.sofOffsetUs) * 1000 + jitter +
+                    (sh == shiftNs.end() ? 0 : sh->second);
+        row.expNs = row.sofNs - ss.exposureUs * 1000 + r.expOffsetUs * 1000;
+        frameRows.push_back(row);
+    }
+    std::stable_sort(frameRows.begin(), frameRows.end(),
+                     [](CallRow const& a, CallRow const& b) { return a.sofNs < b.sofNs; });
+    pending.insert(pending.end(), frameRows.begin(), frameRows.end());
+}
+
+ScenarioRows::ScenarioRows(Scenario const& scenario, uint64_t seed)
+    : mState(std::make_unique<State>(scenario, seed)) {
+    State& st = *mState;
+    Scenario const& s = st.s;
+    st.periodNs = static_cast<int64_t>(std::llround(1e9 / s.fps));
+    st.cropSteps = s.zoomStep > 0
+                       ? static_cast<int>(std::floor((s.zoomMax - s.zoomFrom) / s.zoomStep + 1e-9))
+                       : 0;
+    st.pick();
+    // Crop events go after the periodic sets issued at the same frame, as they always have.
     for (auto const& e : s.events) {
         if (e.kind == CallKind::Crop) {
-            cropRow(e.sensor, e.frame, e.crops);
+            st.eventsBefore[std::max(st.first, e.frame - s.cropLead)].push_back(
+                st.cropRow(e.sensor, e.frame, e.crops));
         } else if (e.kind == CallKind::Drop) {
-            dropEvents.insert({e.frame, e.sensor});
+            st.dropEvents.insert({e.frame, e.sensor});
         } else {
             CallRow row;
             row.kind = e.kind;
             row.sensor = e.sensor;
             row.frame = e.frame;
-            row.request = s.firstRequest + (e.frame - first);
-            before[e.frame].push_back(row);
+            row.request = s.firstRequest + (e.frame - st.first);
+            st.eventsBefore[e.frame].push_back(row);
         }
     }
-
-    Trace t;
-    t.session.name = s.name;
-    t.session.sessionKey = s.sessionKey;
-    t.session.allowCropReplace = s.allowCropReplace;
-    t.session.fps = s.fps;
+    st.session.name = s.name;
+    st.session.sessionKey = s.sessionKey;
+    st.session.allowCropReplace = s.allowCropReplace;
+    st.session.fps = s.fps;
     for (auto const& ss : s.sensors) {
-        t.session.cameras.push_back(ss.camera);
+        st.session.cameras.push_back(ss.camera);
     }
-    std::sort(t.session.cameras.begin(), t.session.cameras.end(),
+    std::sort(st.session.cameras.begin(), st.session.cameras.end(),
               [](CameraSpec const& a, CameraSpec const& b) { return a.id < b.id; });
+    st.frame = st.first;
+}
 
-    for (int f = first; f < end; ++f) {
-        auto pre = before.find(f);
-        if (pre != before.end()) {
-            for (auto const& row : pre->second) {
-                if (row.kind == CallKind::Leave || ex.present(row.sensor, f)) {
-                    t.rows.push_back(row);
-                }
-            }
-        }
-        std::vector<CallRow> frameRows;
-        for (auto const& ss : s.sensors) {
-            int id = ss.camera.id;
-            Resolved r = ex.resolve(id, f);
-            int64_t jitter = rng.uniform(-ss.jitterUs * 1000, ss.jitterUs * 1000);
-            if (!ex.present(id, f)) {
-                continue;
-            }
-            CallRow row = ex.row(id, f, r);
-            if (slaveDrops.count({f, id}) || dropEvents.count({f, id})) {
-                row.kind = CallKind::Drop;
-                row.getCrop = false;
-            }
-            auto sh = shiftNs.find({f, id});
-            row.sofNs = baseNs + (f - first) * periodNs + (ss.sofOffsetUs + r.sofOffsetUs) * 1000 +
-                        jitter + (sh == shiftNs.end() ? 0 : sh->second);
-            row.expNs = row.sofNs - ss.exposureUs * 1000 + r.expOffsetUs * 1000;
-            frameRows.push_back(row);
-        }
-        std::stable_sort(frameRows.begin(), frameRows.end(),
-                         [](CallRow const& a, CallRow const& b) { return a.sofNs < b.sofNs; });
-        t.rows.insert(t.rows.end(), frameRows.begin(), frameRows.end());
+ScenarioRows::~ScenarioRows() = default;
+
+SessionInfo const& ScenarioRows::session() const {
+    return mState->session;
+}
+
+std::vector<int> ScenarioRows::sensors() const {
+    std::vector<int> ids;
+    for (auto const& c : mState->session.cameras) {
+        ids.push_back(c.id);
+    }
+    return ids;
+}
+
+GenerationPlan const& ScenarioRows::plan() const {
+    return mState->plan;
+}
+
+bool ScenarioRows::next(CallRow& row) {
+    State& st = *mState;
+    while (st.pending.empty() && st.frame < st.end) {
+        st.expand(st.frame++);
+    }
+    if (st.pending.empty()) {
+        return false;
+    }
+    row = std::move(st.pending.front());
+    st.pending.pop_front();
+    return true;
+}
+
+Trace generateTrace(Scenario const& s, uint64_t seed, GenerationPlan* planOut) {
+    ScenarioRows rows(s, seed);
+    Trace t;
+    t.session = rows.session();
+    CallRow row;
+    while (rows.next(row)) {
+        t.rows.push_back(row);
     }
     if (planOut != nullptr) {
-        *planOut = plan;
+        *planOut = rows.plan();
     }
     return t;
 }

@@ -6,6 +6,8 @@
 #include "ParseError.h"
 
 #include <cstdint>
+#include <deque>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -59,6 +61,10 @@ struct EventSpec {
     int line = 0;
 };
 
+// The most frames a scenario may have (any length runs in the same memory; this keeps frame and
+// request numbers well inside int).
+constexpr int kMaxFrames = 100000000;
+
 struct Scenario {
     std::string name = "scenario";
     std::string description;
@@ -102,7 +108,24 @@ Scenario readScenarioFile(std::string const& path);
 // The built-in scenario (the text of tools/scenarios/default.json).
 std::string const& defaultScenarioText();
 
-// Expands a scenario into the calls of its session. Deterministic for a given seed.
+// Expands a scenario into the calls of its session as they are asked for, one frame at a time:
+// the random picks are made up front, the rows of a frame only when its turn comes, so a session
+// of any length takes the same memory. Deterministic for a given seed.
+class ScenarioRows : public RowSource {
+  public:
+    ScenarioRows(Scenario const& scenario, uint64_t seed);
+    ~ScenarioRows() override;
+    SessionInfo const& session() const override;
+    std::vector<int> sensors() const override;
+    bool next(CallRow& row) override;
+    GenerationPlan const& plan() const;
+
+  private:
+    struct State;
+    std::unique_ptr<State> mState;
+};
+
+// The whole expansion at once (ScenarioRows gathered), for short sessions and tests.
 Trace generateTrace(Scenario const& scenario, uint64_t seed, GenerationPlan* plan = nullptr);
 
 }  // namespace ryxsim

@@ -107,6 +107,41 @@ std::string num(double v) {
     return s;
 }
 
+// Frames per pixel column beyond which the timeline is drawn by columns of several frames.
+constexpr int kFrameColumns = 4000;
+
+// A column's look: the worst that happened to the sensor's frames in it.
+char const* columnColour(FrameColumn::Counts const& c) {
+    return c.failed    ? "#e53935"
+           : c.stuck   ? "#212121"
+           : c.dropped ? "#546e7a"
+           : c.flagged ? "#ffb300"
+           : c.passed  ? "#43a047"
+                       : "#eceff1";
+}
+
+std::string columnText(FrameColumn::Counts const& c) {
+    std::string s;
+    auto add = [&](int n, char const* what) {
+        if (n > 0) {
+            s += (s.empty() ? "" : ", ") + std::to_string(n) + " " + what;
+        }
+    };
+    add(c.passed, "passed");
+    add(c.flagged, "out of sync, delivered");
+    add(c.failed, "out of sync, failed");
+    add(c.dropped, "dropped");
+    add(c.stuck, "blocked or never called");
+    return s.empty() ? "no frames" : s;
+}
+
+// One rectangle per run of columns with the same look for one sensor's lane.
+void writeColumns(std::ostream& out, Timeline const& r, SensorFigures const& s, double y, double h,
+                  double px);
+// Along the top of the lane: columns where the sensor was the master for most of its frames.
+void writeMasterColumns(std::ostream& out, Timeline const& r, SensorFigures const& s, double y,
+                        double h, double px);
+
 struct Marker {
     int frame;
     std::string text;
@@ -114,13 +149,37 @@ struct Marker {
     bool dashed;
 };
 
+// A mark under every frame of the sensor that did not pass, titled with its frame and verdict.
+template <typename XOf>
+void writeUnpassedMarks(std::ostream& out, Timeline const& r, SensorFigures const& s,
+                        XOf const& xOf, double px, double bottom) {
+    for (FrameRecord const* f : unpassedFrames(r)) {
+        CameraCell const* c = f->cell(s.sensor);
+        if (c == nullptr || passed(c->verdict)) {
+            continue;
+        }
+        SensorCell lc{f->frame, c};
+        out << "<path d=\"M" << num(xOf(f->frame) + px / 2) << " " << num(bottom)
+            << " l-4 -5 l8 0 z\" fill=\"" << styleOf(lc).colour << "\"><title>sensor "
+            << esc(s.label) << " f" << f->frame << ": " << esc(styleOf(lc).label)
+            << "</title></path>\n";
+    }
+}
+
 }  // namespace
 
 void writeSvg(std::ostream& out, Timeline const& r) {
-    int const first = r.firstFrame;
+    // One column per frame while the frames fit and every record is kept; beyond, the columns
+    // of the timeline's strip, several frames each.
     int const count = std::max(1, r.lastFrame - r.firstFrame + 1);
-    double const px = std::max(1.5, 1600.0 / count);
-    double const left = 150, plotW = px * count, right = 30;
+    bool const perFrame =
+        count <= kFrameColumns && r.frames.size() == static_cast<size_t>(r.frameCount);
+    int const first = perFrame || r.strip.columns.empty() ? r.firstFrame : r.strip.firstFrame;
+    int const perColumn = perFrame ? 1 : r.strip.columnFrames;
+    int const columns =
+        perFrame ? count : std::max<int>(1, static_cast<int>(r.strip.columns.size()));
+    double const px = perFrame ? std::max(1.5, 1600.0 / count) : std::max(1.0, 1600.0 / columns);
+    double const left = 150, plotW = px * columns, right = 30;
     double const width = left + plotW + right;
     double const laneH = 34, cellH = 22, stripH = 5;
 
@@ -161,7 +220,9 @@ void writeSvg(std::ostream& out, Timeline const& r) {
     }
     std::sort(markers.begin(), markers.end(),
               [](Marker const& a, Marker const& b) { return a.frame < b.frame; });
-    auto xOf = [&](int frame) { return left + (frame - first) * px; };
+    auto xOf = [&](int frame) {
+        return left + static_cast<double>(std::max(0, frame - first) / perColumn) * px;
+    };
     std::vector<double> rowEnd;
     std::vector<int> markerRow;
     for (auto const& m : markers) {
@@ -202,6 +263,10 @@ void writeSvg(std::ostream& out, Timeline const& r) {
     if (r.seed) {
         sub += (sub.empty() ? "" : ", ") + std::string("seed ") + std::to_string(*r.seed);
     }
+    if (!perFrame) {
+        sub += (sub.empty() ? "" : ", ") + std::to_string(perColumn) +
+               " frames per column (every frame that did not pass is marked)";
+    }
     if (!r.blocked.empty()) {
         sub += (sub.empty() ? "" : ", ") + std::to_string(r.blocked.size()) +
                " thread(s) still blocked at the end";
@@ -229,6 +294,12 @@ void writeSvg(std::ostream& out, Timeline const& r) {
             << "\"/>\n";
         out << "<text x=\"" << num(left - 8) << "\" y=\"" << num(y + stripH + cellH / 2 + 4)
             << "\" text-anchor=\"end\" font-size=\"12\">sensor " << esc(s.label) << "</text>\n";
+        if (!perFrame) {
+            writeColumns(out, r, s, y + stripH + 2, cellH, px);
+            writeMasterColumns(out, r, s, y + 1, stripH, px);
+            writeUnpassedMarks(out, r, s, xOf, px, y + laneH - 1);
+            continue;
+        }
         // Runs of frames with the same look.
         std::vector<SensorCell> const cells = r.cellsOf(s.sensor);
         size_t i = 0;
@@ -303,21 +374,25 @@ void writeSvg(std::ostream& out, Timeline const& r) {
                            second,      2 * second,  5 * second,  10 * second,
                            30 * second, 60 * second, 300 * second};
     std::sort(steps.begin(), steps.end());
+    double const pxPerFrame = px / perColumn;
     int step = 1;
     for (int s : steps) {
         step = s;
-        if (s * px >= 60) {
+        if (s * pxPerFrame >= 60) {
             break;
         }
     }
-    for (int f = first - ((first % step) + step) % step; f <= r.lastFrame; f += step) {
+    while (step * pxPerFrame < 60 && step < INT32_MAX / 10) {
+        step *= 10;
+    }
+    for (int64_t f = first - ((first % step) + step) % step; f <= r.lastFrame; f += step) {
         if (f < first) {
             continue;
         }
-        double x = xOf(f);
+        double x = xOf(static_cast<int>(f));
         out << "<line x1=\"" << num(x) << "\" y1=\"" << num(axisTop) << "\" x2=\"" << num(x)
             << "\" y2=\"" << num(axisTop + 5) << "\" stroke=\"#90a4ae\"/>\n";
-        std::snprintf(buf, sizeof buf, "f%d", f);
+        std::snprintf(buf, sizeof buf, "f%lld", static_cast<long long>(f));
         out << "<text x=\"" << num(x) << "\" y=\"" << num(axisTop + 16)
             << "\" text-anchor=\"middle\" fill=\"#455a64\">" << buf << "</text>\n";
         if (r.fps > 0) {
@@ -327,11 +402,13 @@ void writeSvg(std::ostream& out, Timeline const& r) {
                 << "</text>\n";
         }
     }
-    // Crop sets: diamonds on the axis at the first frame each set serves.
+    // Crop sets: diamonds on the axis at the first frame each set serves (one a column).
+    double lastDiamond = -1;
     for (auto const& [f, q] : r.cropSets) {
-        if (f < first || f > r.lastFrame) {
+        if (f < first || f > r.lastFrame || xOf(f) == lastDiamond) {
             continue;
         }
+        lastDiamond = xOf(f);
         double x = xOf(f) + px / 2;
         out << "<path d=\"M" << num(x) << " " << num(axisTop - 4) << " l4 4 l-4 4 l-4 -4 z\" "
             << "fill=\"#00897b\"><title>crop set of request " << q << " for f" << f
@@ -384,5 +461,57 @@ void writeSvg(std::ostream& out, Timeline const& r) {
     }
     out << "</svg>\n";
 }
+
+namespace {
+
+template <typename Pick>
+void writeColumnRuns(std::ostream& out, Timeline const& r, int sensor, double y, double h,
+                     double px, Pick const& pick) {
+    auto const& cols = r.strip.columns;
+    size_t i = 0;
+    while (i < cols.size()) {
+        auto look = pick(i);
+        size_t j = i + 1;
+        while (j < cols.size() && pick(j) == look) {
+            ++j;
+        }
+        if (look.first != nullptr) {
+            int from = r.strip.firstFrame + static_cast<int>(i) * r.strip.columnFrames;
+            int to = r.strip.firstFrame + static_cast<int>(j) * r.strip.columnFrames - 1;
+            out << "<rect x=\"" << num(150 + px * static_cast<double>(i)) << "\" y=\"" << num(y)
+                << "\" width=\"" << num(px * static_cast<double>(j - i)) << "\" height=\"" << num(h)
+                << "\" fill=\"" << look.first << "\"><title>sensor " << esc(r.label(sensor)) << " f"
+                << from << "..f" << to << ": " << esc(look.second) << "</title></rect>\n";
+        }
+        i = j;
+    }
+}
+
+FrameColumn::Counts countsOf(FrameColumn const& c, int sensor) {
+    auto it = c.bySensor.find(sensor);
+    return it == c.bySensor.end() ? FrameColumn::Counts{} : it->second;
+}
+
+void writeColumns(std::ostream& out, Timeline const& r, SensorFigures const& s, double y, double h,
+                  double px) {
+    writeColumnRuns(out, r, s.sensor, y, h, px, [&](size_t i) {
+        FrameColumn::Counts c = countsOf(r.strip.columns[i], s.sensor);
+        // A run of passed columns is one rectangle; any other column keeps its own counts.
+        std::string text = c.failed || c.stuck || c.dropped || c.flagged ? columnText(c) : "passed";
+        return std::make_pair(columnColour(c), text);
+    });
+}
+
+void writeMasterColumns(std::ostream& out, Timeline const& r, SensorFigures const& s, double y,
+                        double h, double px) {
+    writeColumnRuns(out, r, s.sensor, y, h, px, [&](size_t i) {
+        FrameColumn::Counts c = countsOf(r.strip.columns[i], s.sensor);
+        int frames = c.passed + c.flagged + c.failed + c.dropped + c.stuck;
+        bool master = frames > 0 && 2 * c.master > frames;
+        return std::make_pair(master ? "#0d47a1" : nullptr, std::string("master"));
+    });
+}
+
+}  // namespace
 
 }  // namespace ryxsim

@@ -94,20 +94,11 @@ std::optional<int64_t> FrameRecord::sofOffsetNs(int sensor) const {
 }
 
 WaitStats waitStats(std::vector<int64_t> ns) {
-    WaitStats w;
-    w.count = ns.size();
-    if (ns.empty()) {
-        return w;
+    Percentiles p;
+    for (int64_t v : ns) {
+        p.add(v);
     }
-    std::sort(ns.begin(), ns.end());
-    auto rank = [&](double q) {
-        size_t k = static_cast<size_t>(std::ceil(q * static_cast<double>(ns.size())));
-        return ns[std::min(ns.size() - 1, k == 0 ? 0 : k - 1)] / 1000.0;
-    };
-    w.p50Us = rank(0.50);
-    w.p99Us = rank(0.99);
-    w.maxUs = ns.back() / 1000.0;
-    return w;
+    return p.stats();
 }
 
 std::string Timeline::label(int sensor) const {
@@ -329,7 +320,162 @@ std::vector<FrameRecord const*> unpassedFrames(Timeline const& t) {
     return v;
 }
 
+void FrameStrip::add(FrameRecord const& f) {
+    if (columns.empty()) {
+        firstFrame = f.frame;
+    }
+    auto index = [&] {
+        return static_cast<size_t>(std::max(0, f.frame - firstFrame) / columnFrames);
+    };
+    while (index() >= kMaxColumns) {
+        // Twice the frames per column: pairs of columns merged.
+        std::vector<FrameColumn> merged((columns.size() + 1) / 2);
+        for (size_t i = 0; i < columns.size(); ++i) {
+            for (auto const& [id, c] : columns[i].bySensor) {
+                FrameColumn::Counts& m = merged[i / 2].bySensor[id];
+                m.passed += c.passed;
+                m.flagged += c.flagged;
+                m.failed += c.failed;
+                m.dropped += c.dropped;
+                m.stuck += c.stuck;
+                m.master += c.master;
+            }
+        }
+        columns = std::move(merged);
+        columnFrames *= 2;
+    }
+    if (columns.size() <= index()) {
+        columns.resize(index() + 1);
+    }
+    FrameColumn& col = columns[index()];
+    for (auto const& c : f.cells) {
+        FrameColumn::Counts& n = col.bySensor[c.sensor];
+        switch (c.verdict) {
+            case Verdict::InSync:
+            case Verdict::Unchecked:
+                ++n.passed;
+                break;
+            case Verdict::OutOfSync1:
+            case Verdict::OutOfSync:
+                ++n.flagged;
+                break;
+            case Verdict::OutOfSync2:
+                ++n.failed;
+                break;
+            case Verdict::Dropped:
+                ++n.dropped;
+                break;
+            case Verdict::Blocked:
+            case Verdict::NotRun:
+                ++n.stuck;
+                break;
+        }
+        n.master += c.master;
+    }
+}
+
+void foldFrame(Timeline& t, FrameRecord f) {
+    TimelineTally& tally = t.tally;
+    int last = -1;
+    int64_t firstAt = INT64_MAX, lastAt = INT64_MIN;
+    size_t arrivals = 0;
+    for (auto const& c : f.cells) {
+        TimelineTally::Sensor& ts = tally.sensors[c.sensor];
+        SensorFigures& s = ts.figures;
+        s.sensor = c.sensor;
+        s.offered++;
+        switch (c.verdict) {
+            case Verdict::InSync:
+                s.inSync++;
+                break;
+            case Verdict::Unchecked:
+                s.unchecked++;
+                break;
+            case Verdict::OutOfSync1:
+                s.outOfSync1++;
+                break;
+            case Verdict::OutOfSync2:
+                s.outOfSync2++;
+                break;
+            case Verdict::OutOfSync:
+                s.outOfSync++;
+                break;
+            case Verdict::Dropped:
+                s.dropped++;
+                break;
+            case Verdict::Blocked:
+                s.blocked++;
+                break;
+            case Verdict::NotRun:
+                s.notRun++;
+                break;
+        }
+        s.dropOwn += c.cause == DropCause::Own;
+        s.dropMaster += c.cause == DropCause::MasterDrop;
+        s.dropFlush += c.cause == DropCause::Flush;
+        s.dropRefused += c.cause == DropCause::Refused;
+        s.dropLeave += c.cause == DropCause::Leave;
+        s.masterFrames += c.master;
+        s.cropOverrides += c.cropOverride.has_value();
+        if (c.cause != DropCause::Own && c.cause != DropCause::Leave && c.arriveNs && c.releaseNs) {
+            ts.wait.add(*c.releaseNs - *c.arriveNs);
+            tally.wait.add(*c.releaseNs - *c.arriveNs);
+        }
+        if (c.arriveNs && c.cause != DropCause::Leave) {
+            ++arrivals;
+            firstAt = std::min(firstAt, *c.arriveNs);
+            if (*c.arriveNs >= lastAt) {
+                lastAt = *c.arriveNs;
+                last = c.sensor;
+            }
+        }
+    }
+    bool blocked = std::any_of(f.cells.begin(), f.cells.end(),
+                               [](CameraCell const& c) { return c.verdict == Verdict::Blocked; });
+    if (blocked || !f.neverCame.empty()) {
+        tally.neverCompleted.push_back(f.frame);
+    }
+    if (arrivals >= 2 && last >= 0) {
+        TimelineTally::Sensor& ts = tally.sensors[last];
+        ts.figures.lastToArrive++;
+        ts.lateness.add(lastAt - firstAt);
+    }
+    tally.firstFrame = tally.any ? std::min(tally.firstFrame, f.frame) : f.frame;
+    tally.lastFrame = tally.any ? std::max(tally.lastFrame, f.frame) : f.frame;
+    tally.any = true;
+    tally.frames++;
+    t.strip.add(f);
+
+    bool clean =
+        f.neverCame.empty() && std::all_of(f.cells.begin(), f.cells.end(),
+                                           [](CameraCell const& c) { return passed(c.verdict); });
+    f.why = clean ? std::string() : explain(t, f);
+    tally.recent.push_back(std::move(f));
+    while (tally.recent.size() > t.detailFrames) {
+        if (!tally.recent.front().why.empty()) {
+            t.frames.push_back(std::move(tally.recent.front()));
+        }
+        tally.recent.pop_front();
+    }
+}
+
 void finishTimeline(Timeline& t) {
+    TimelineTally& tally = t.tally;
+    if (!tally.any) {
+        std::vector<FrameRecord> direct = std::move(t.frames);
+        t.frames.clear();
+        for (auto& f : direct) {
+            foldFrame(t, std::move(f));
+        }
+    }
+    for (auto& f : tally.recent) {
+        t.frames.push_back(std::move(f));
+    }
+    tally.recent.clear();
+    std::stable_sort(t.frames.begin(), t.frames.end(),
+                     [](FrameRecord const& a, FrameRecord const& b) { return a.frame < b.frame; });
+
+    // Sensors the source named (with their CPU figures), then the tallies of those with frames.
     std::map<int, SensorFigures> by;
     for (auto const& s : t.sensors) {
         by[s.sensor] = s;
@@ -337,94 +483,27 @@ void finishTimeline(Timeline& t) {
     for (auto const& [id, l] : t.labels) {
         by[id].sensor = id;
     }
-    std::map<int, std::vector<int64_t>> waits, late;
-    std::vector<int64_t> allWaits;
-    std::set<int> never(t.neverCompleted.begin(), t.neverCompleted.end());
-    for (auto& f : t.frames) {
-        int last = -1;
-        int64_t firstAt = INT64_MAX, lastAt = INT64_MIN;
-        size_t arrivals = 0;
-        for (auto const& c : f.cells) {
-            SensorFigures& s = by[c.sensor];
-            s.sensor = c.sensor;
-            s.offered++;
-            switch (c.verdict) {
-                case Verdict::InSync:
-                    s.inSync++;
-                    break;
-                case Verdict::Unchecked:
-                    s.unchecked++;
-                    break;
-                case Verdict::OutOfSync1:
-                    s.outOfSync1++;
-                    break;
-                case Verdict::OutOfSync2:
-                    s.outOfSync2++;
-                    break;
-                case Verdict::OutOfSync:
-                    s.outOfSync++;
-                    break;
-                case Verdict::Dropped:
-                    s.dropped++;
-                    break;
-                case Verdict::Blocked:
-                    s.blocked++;
-                    never.insert(f.frame);
-                    break;
-                case Verdict::NotRun:
-                    s.notRun++;
-                    break;
-            }
-            s.dropOwn += c.cause == DropCause::Own;
-            s.dropMaster += c.cause == DropCause::MasterDrop;
-            s.dropFlush += c.cause == DropCause::Flush;
-            s.dropRefused += c.cause == DropCause::Refused;
-            s.dropLeave += c.cause == DropCause::Leave;
-            s.masterFrames += c.master;
-            s.cropOverrides += c.cropOverride.has_value();
-            if (c.cause != DropCause::Own && c.cause != DropCause::Leave && c.arriveNs &&
-                c.releaseNs) {
-                waits[c.sensor].push_back(*c.releaseNs - *c.arriveNs);
-                allWaits.push_back(*c.releaseNs - *c.arriveNs);
-            }
-            if (c.arriveNs && c.cause != DropCause::Leave) {
-                ++arrivals;
-                firstAt = std::min(firstAt, *c.arriveNs);
-                if (*c.arriveNs >= lastAt) {
-                    lastAt = *c.arriveNs;
-                    last = c.sensor;
-                }
-            }
-        }
-        if (!f.neverCame.empty()) {
-            never.insert(f.frame);
-        }
-        if (arrivals >= 2 && last >= 0) {
-            by[last].lastToArrive++;
-            late[last].push_back(lastAt - firstAt);
-        }
+    for (auto const& [id, ts] : tally.sensors) {
+        double cpu = by[id].cpuUsPerCall;
+        by[id] = ts.figures;
+        by[id].cpuUsPerCall = cpu;
+        by[id].wait = ts.wait.stats();
+        by[id].lateness = ts.lateness.stats();
     }
     t.sensors.clear();
     for (auto& [id, s] : by) {
+        s.sensor = id;
         s.label = t.label(id);
-        s.wait = waitStats(waits[id]);
-        s.lateness = waitStats(late[id]);
         t.sensors.push_back(s);
     }
-    t.wait = waitStats(allWaits);
+    t.wait = tally.wait.stats();
+    std::set<int> never(t.neverCompleted.begin(), t.neverCompleted.end());
+    never.insert(tally.neverCompleted.begin(), tally.neverCompleted.end());
     t.neverCompleted.assign(never.begin(), never.end());
 
-    std::set<int> numbers;
-    for (auto& f : t.frames) {
-        numbers.insert(f.frame);
-        bool clean = f.neverCame.empty() &&
-                     std::all_of(f.cells.begin(), f.cells.end(),
-                                 [](CameraCell const& c) { return passed(c.verdict); });
-        f.why = clean ? std::string() : explain(t, f);
-    }
-    t.frameCount = static_cast<int>(numbers.size());
-    t.firstFrame = numbers.empty() ? 0 : *numbers.begin();
-    t.lastFrame = numbers.empty() ? 0 : *numbers.rbegin();
+    t.frameCount = tally.frames;
+    t.firstFrame = tally.any ? tally.firstFrame : 0;
+    t.lastFrame = tally.any ? tally.lastFrame : 0;
     if (t.streamSeconds == 0 && t.fps > 0) {
         t.streamSeconds = t.frameCount / t.fps;
     }

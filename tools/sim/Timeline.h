@@ -2,14 +2,18 @@
 // The session timeline: what happened to every frame of one session, camera by camera, with the
 // session's events, anomalies and figures. Sources fill it (RunSource.h: a scenario run or a
 // trace replay; LogcatSource.h: a device log); sinks draw it (TextSink.h, JsonSink.h, SvgSink.h,
-// PerfettoSink.h). The per-frame records live in one place, Timeline::frames; everything else is
-// either an event list or figures derived from the frames by finishTimeline().
+// PerfettoSink.h). Frames are folded in as they complete (foldFrame): their figures go into
+// running statistics, and their records are kept in Timeline::frames only when they did not pass
+// (or passed flagged) or are among the latest `detailFrames` frames. Memory grows with what is
+// worth keeping, not with the length of the session.
 
 #include "Model.h"
+#include "Percentiles.h"
 
 #include <NSCam/MRect.h>
 
 #include <cstdint>
+#include <deque>
 #include <map>
 #include <optional>
 #include <string>
@@ -75,10 +79,6 @@ struct SensorCell {
     CameraCell const* c;
 };
 
-struct WaitStats {
-    size_t count = 0;
-    double p50Us = 0, p99Us = 0, maxUs = 0;
-};
 WaitStats waitStats(std::vector<int64_t> ns);
 
 struct SensorFigures {
@@ -93,6 +93,43 @@ struct SensorFigures {
     int lastToArrive = 0;  // frames this camera made the others wait for
     WaitStats lateness;  // how long after the frame's first arrival this camera arrived, when last
 };
+
+// The frames of a stretch of the session drawn as one column of a long timeline: per camera,
+// how many of its frames came out which way.
+struct FrameColumn {
+    struct Counts {
+        int passed = 0, flagged = 0, failed = 0, dropped = 0, stuck = 0, master = 0;
+    };
+    std::map<int, Counts> bySensor;
+};
+
+// Folding state of a timeline (see foldFrame); sinks read the figures, not this.
+struct TimelineTally {
+    struct Sensor {
+        SensorFigures figures;  // counts only
+        Percentiles wait, lateness;
+    };
+    std::map<int, Sensor> sensors;
+    Percentiles wait;
+    std::deque<FrameRecord> recent;  // the latest folded frames, passed or not
+    std::vector<int> neverCompleted;
+    bool any = false;
+    int frames = 0, firstFrame = 0, lastFrame = 0;
+};
+
+// Columns of a long timeline: at most kMaxColumns, each holding columnFrames consecutive frame
+// numbers (doubled, pairs of columns merged, whenever the session outgrows them).
+struct FrameStrip {
+    static constexpr size_t kMaxColumns = 2048;
+    int firstFrame = 0;    // of column 0
+    int columnFrames = 1;  // column i holds firstFrame + i * columnFrames onwards
+    std::vector<FrameColumn> columns;
+
+    void add(FrameRecord const& f);
+};
+
+// Passed frames kept with their whole record by default: the latest this many.
+constexpr size_t kDefaultDetailFrames = 20000;
 
 struct Timeline {
     std::string name;
@@ -116,7 +153,13 @@ struct Timeline {
     double libCpuUsPerFrame = 0;
     double libCpuUsPerCall = 0;
 
-    std::vector<FrameRecord> frames;  // ascending frame number: the only per-frame store
+    // Ascending frame number: every frame that did not pass or passed flagged, and the latest
+    // `detailFrames` frames. A source either fills it and calls finishTimeline, or folds frames
+    // in with foldFrame.
+    std::vector<FrameRecord> frames;
+    size_t detailFrames = kDefaultDetailFrames;
+    FrameStrip strip;     // every frame, in columns
+    TimelineTally tally;  // running figures while frames are folded in
 
     std::vector<SensorFigures> sensors;  // derived by finishTimeline
     WaitStats wait;                      // all syncResultCheck calls
@@ -153,8 +196,13 @@ struct Timeline {
     std::vector<SensorCell> cellsOf(int sensor) const;
 };
 
-// Derives the figures, the lateness and the per-frame explanations from the frames. Sources call
-// it once they are done.
+// Folds one complete frame (every camera that will call has its cell) into the figures and the
+// strip, explains it when it did not pass, and keeps its record while it is worth keeping.
+// Frames are folded in ascending frame number, each number once.
+void foldFrame(Timeline& t, FrameRecord f);
+
+// Derives the figures from the folded frames (first folding the records a source put in
+// Timeline::frames itself, when it folded none). Sources call it once they are done.
 void finishTimeline(Timeline& t);
 
 // Every frame record that did not pass, or passed flagged, with its explanation.

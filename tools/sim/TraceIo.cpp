@@ -389,8 +389,7 @@ std::string shortFloat(double v) {
 
 }  // namespace
 
-void writeTrace(std::ostream& out, Trace const& trace) {
-    auto const& s = trace.session;
+void writeTraceHeader(std::ostream& out, SessionInfo const& s) {
     out << "# synchelper-sim trace: one pipeline call per row, each sensor's calls in row order\n";
     out << "#@ session name=" << (s.name.empty() ? "trace" : s.name) << " key=" << s.sessionKey
         << " crop_replace=" << (s.allowCropReplace ? 1 : 0) << " fps=" << shortFloat(s.fps) << "\n";
@@ -405,23 +404,43 @@ void writeTrace(std::ostream& out, Trace const& trace) {
         out << (i ? "," : "") << kColumns[i];
     }
     out << "\n";
-    for (auto const& r : trace.rows) {
-        bool perFrame = r.kind == CallKind::Result || r.kind == CallKind::Drop;
-        std::string crops;
-        for (auto const& [id, rc] : r.crops) {
-            crops += (crops.empty() ? "" : ";") + std::to_string(id) + "=" + rect(rc);
-        }
-        bool hasFrame = r.kind != CallKind::Crop && r.kind != CallKind::Leave ? true : r.frame >= 0;
-        out << r.sensor << ',' << kindName(r.kind) << ','
-            << (hasFrame ? std::to_string(r.frame) : "") << ','
-            << (r.request != r.frame || r.kind == CallKind::Crop ? std::to_string(r.request)
-                                                                 : std::string())
-            << ',' << (perFrame && r.sofNs ? std::to_string(r.sofNs) : "") << ','
-            << (perFrame && r.expNs ? std::to_string(r.expNs) : "") << ',' << opt(r.master) << ','
-            << list(r.syncIds) << ',' << (r.required ? "1" : "") << ',' << opt(r.enable) << ','
-            << opt(r.toleranceUs) << ',' << opt(r.mode) << ',' << list(r.msList) << ','
-            << opt(r.intent) << ',' << (r.getCrop ? "1" : "") << ',' << crops << "\n";
+}
+
+void writeTraceRow(std::ostream& out, CallRow const& r) {
+    bool perFrame = r.kind == CallKind::Result || r.kind == CallKind::Drop;
+    std::string crops;
+    for (auto const& [id, rc] : r.crops) {
+        crops += (crops.empty() ? "" : ";") + std::to_string(id) + "=" + rect(rc);
     }
+    bool hasFrame = r.kind != CallKind::Crop && r.kind != CallKind::Leave ? true : r.frame >= 0;
+    out << r.sensor << ',' << kindName(r.kind) << ',' << (hasFrame ? std::to_string(r.frame) : "")
+        << ','
+        << (r.request != r.frame || r.kind == CallKind::Crop ? std::to_string(r.request)
+                                                             : std::string())
+        << ',' << (perFrame && r.sofNs ? std::to_string(r.sofNs) : "") << ','
+        << (perFrame && r.expNs ? std::to_string(r.expNs) : "") << ',' << opt(r.master) << ','
+        << list(r.syncIds) << ',' << (r.required ? "1" : "") << ',' << opt(r.enable) << ','
+        << opt(r.toleranceUs) << ',' << opt(r.mode) << ',' << list(r.msList) << ',' << opt(r.intent)
+        << ',' << (r.getCrop ? "1" : "") << ',' << crops << "\n";
+}
+
+void writeTrace(std::ostream& out, Trace const& trace) {
+    writeTraceHeader(out, trace.session);
+    for (auto const& r : trace.rows) {
+        writeTraceRow(out, r);
+    }
+}
+
+bool RecordedRows::next(CallRow& row) {
+    if (!mHeaderWritten) {
+        writeTraceHeader(mOut, mSource.session());
+        mHeaderWritten = true;
+    }
+    if (!mSource.next(row)) {
+        return false;
+    }
+    writeTraceRow(mOut, row);
+    return true;
 }
 
 std::string traceToString(Trace const& trace) {

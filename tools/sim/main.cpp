@@ -100,9 +100,6 @@ Exit status
      message is printed first
 )";
 
-// The most frames a run may have.
-constexpr int64_t kMaxFrames = 1000000;
-
 // "-" is standard output.
 bool writeFile(std::string const& path, std::string const& what,
                std::function<void(std::ostream&)> const& body) {
@@ -173,6 +170,7 @@ int main(int argc, char** argv) {
     bool realtime = false, ordered = false, allowFatal = false, noProgress = false,
          printScenario = false;
     double deadline = 2.0;
+    size_t detailFrames = ryxsim::kDefaultDetailFrames;
 
     auto* scenarioOpt = app.add_option("--scenario", scenarioFile, "Run this scenario file (JSON)")
                             ->check(CLI::ExistingFile.description(""))
@@ -196,7 +194,8 @@ int main(int argc, char** argv) {
                         ->type_name("N");
     auto* framesOpt =
         app.add_option("--frames", framesText,
-                       "Run this many frames instead of the scenario's (1e6 is read as 1000000)")
+                       "Run this many frames instead of the scenario's, up to 100000000 (1e6 is "
+                       "read as 1000000)")
             ->type_name("N");
     seedOpt->excludes(traceOpt);
     framesOpt->excludes(traceOpt);
@@ -239,6 +238,8 @@ int main(int argc, char** argv) {
                  "No progress (on a terminal a line redrawn in place, otherwise a line on stderr "
                  "at every tenth of the calls or every 10 s)");
     app.add_flag("--print-scenario", printScenario, "Print the built-in scenario (JSON) and exit");
+    // Hidden: how many of the latest passed frames keep their whole record (tests force it small).
+    app.add_option("--detail-frames", detailFrames)->group("");
 
     try {
         app.parse(argc, argv);
@@ -260,7 +261,7 @@ int main(int argc, char** argv) {
     std::optional<int64_t> seed, frames;
     for (auto [name, text, lo, hi, out] :
          {std::tuple{"--seed", &seedText, int64_t{0}, int64_t{INT64_MAX}, &seed},
-          std::tuple{"--frames", &framesText, int64_t{1}, kMaxFrames, &frames}}) {
+          std::tuple{"--frames", &framesText, int64_t{1}, int64_t{ryxsim::kMaxFrames}, &frames}}) {
         if (text->empty()) {
             continue;
         }
@@ -300,7 +301,8 @@ int main(int argc, char** argv) {
         return writeSinks(sessions, sinks);
     }
 
-    ryxsim::Trace trace;
+    ryxsim::Trace trace;  // a replayed trace, read whole
+    std::optional<ryxsim::Scenario> scenario;
     std::string source;
     std::optional<uint64_t> usedSeed;
     std::string description;
@@ -319,17 +321,36 @@ int main(int argc, char** argv) {
                 sc.frames = static_cast<int>(*frames);
             }
             usedSeed = seed ? static_cast<uint64_t>(*seed) : sc.seed;
-            trace = ryxsim::generateTrace(sc, *usedSeed);
+            scenario = sc;
         }
     } catch (ryxsim::ParseError const& e) {
         std::fprintf(stderr, "synchelper-sim: error: %s\n", e.what());
         return 2;
     }
+    // The calls are read as they are needed, twice: once to check them, once to run them.
+    auto makeRows = [&]() -> std::unique_ptr<ryxsim::RowSource> {
+        if (scenario) {
+            return std::make_unique<ryxsim::ScenarioRows>(*scenario, *usedSeed);
+        }
+        return std::make_unique<ryxsim::TraceRows>(trace);
+    };
 
-    for (auto const& w : ryxsim::controlWarnings(trace)) {
+    size_t calls = 0;
+    ryxsim::ControlChecker controls;
+    ryxsim::CallFlowChecker flowCheck;
+    {
+        auto rows = makeRows();
+        ryxsim::CallRow row;
+        while (rows->next(row)) {
+            controls.add(row);
+            flowCheck.add(row);
+            ++calls;
+        }
+    }
+    for (auto const& w : controls.warnings()) {
         std::fprintf(stderr, "synchelper-sim: warning: %s\n", w.c_str());
     }
-    ryxsim::FlowReport flow = ryxsim::checkCallFlow(trace);
+    ryxsim::FlowReport flow = flowCheck.finish();
     for (auto const& w : flow.warnings) {
         std::fprintf(stderr, "synchelper-sim: warning: call flow: %s\n", w.c_str());
     }
@@ -345,15 +366,32 @@ int main(int argc, char** argv) {
         return 2;
     }
 
-    if (!recordFile.empty() &&
-        !writeFile(recordFile, "trace", [&](std::ostream& o) { ryxsim::writeTrace(o, trace); })) {
-        return 1;
+    // --record: the trace is written as the calls are made.
+    auto runRows = makeRows();
+    std::ofstream recordFileOut;
+    std::unique_ptr<ryxsim::RecordedRows> recorded;
+    std::ostream* recordOut = nullptr;
+    if (!recordFile.empty()) {
+        if (recordFile == "-") {
+            recordOut = &std::cout;
+        } else {
+            recordFileOut.open(recordFile, std::ios::binary | std::ios::trunc);
+            recordOut = &recordFileOut;
+        }
+        if (!*recordOut) {
+            std::fprintf(stderr, "synchelper-sim: error: cannot write the trace to '%s'\n",
+                         recordFile.c_str());
+            return 1;
+        }
+        recorded = std::make_unique<ryxsim::RecordedRows>(*runRows, *recordOut);
     }
+    ryxsim::RowSource& rows = recorded ? *recorded : *runRows;
 
     ryxsim::RunOptions options;
     options.realtime = realtime;
     options.ordered = ordered;
     options.deadlineSeconds = deadline;
+    options.expectedCalls = calls;
     bool tty = isatty(STDERR_FILENO) != 0;
     bool progressShown = false;
     ryxsim::ProgressLines progressLines;
@@ -383,27 +421,34 @@ int main(int argc, char** argv) {
         }
         options.logcat = &logcatOut;
     }
-    ryxsim::RunResult run = ryxsim::runTrace(trace, options);
+    ryxsim::RunTimeline timeline(rows.session(), rows.sensors(), detailFrames);
+    ryxsim::RunResult run = ryxsim::runCalls(rows, timeline, options);
     logcatOut.flush();
     if (progressShown) {
         std::fprintf(stderr, "\r\033[K");
         std::fflush(stderr);
     }
     if (!noProgress && !tty) {
-        size_t done = static_cast<size_t>(
-            std::count_if(run.outcomes.begin(), run.outcomes.end(),
-                          [](ryxsim::CallOutcome const& o) { return o.returned; }));
-        std::fputs(progressLines.finish({done, trace.rows.size(), run.wallSeconds}).c_str(),
-                   stderr);
+        std::fputs(progressLines.finish({run.returned, calls, run.wallSeconds}).c_str(), stderr);
+    }
+    bool recordFailed = false;
+    if (recordOut != nullptr) {
+        recordOut->flush();
+        if (!*recordOut) {
+            std::fprintf(stderr, "synchelper-sim: error: cannot write the trace to '%s'\n",
+                         recordFile.c_str());
+            recordFailed = true;
+        }
     }
 
-    sessions.push_back(ryxsim::timelineFromRun(trace, run));
+    sessions.push_back(timeline.finish(run));
     ryxsim::Timeline& report = sessions.back();
     report.source = source;
     report.description = description;
     report.seed = usedSeed;
     report.realtime = realtime;
     int status = writeSinks(sessions, sinks);
+    status = status == 0 && recordFailed ? 1 : status;
     if (!report.blocked.empty()) {
         std::fprintf(stderr,
                      "synchelper-sim: %zu sensor thread(s) still blocked in the library; "
