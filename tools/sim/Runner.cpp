@@ -44,6 +44,9 @@ double processCpuSeconds() {
     return static_cast<double>(ts.tv_sec) + ts.tv_nsec / 1e9;
 }
 
+// A stall in which the process used at least this share of one core is still work going on.
+constexpr double kBusyShareOfStall = 0.25;
+
 // Receives the library's unified-logger lines during a run and keeps the ones the report lists.
 // On a fatal statement (the flush before the abort) it says on stderr what stopped the process.
 class Collector : public ULogger {
@@ -498,6 +501,7 @@ RunResult runCalls(RowSource& rows, CallSink& sink, RunOptions const& options) {
         std::unique_lock<std::mutex> lock(s.mutex);
         size_t lastDone = s.callsDone;
         auto lastChange = Clock::now();
+        double cpuAtChange = processCpuSeconds();
         auto lastProgress = lastChange - progressEvery;
         while (true) {
             // Rows every thread is past go to the sink; the window is topped up.
@@ -547,6 +551,16 @@ RunResult runCalls(RowSource& rows, CallSink& sink, RunOptions const& options) {
             if (s.callsDone != lastDone) {
                 lastDone = s.callsDone;
                 lastChange = now;
+                cpuAtChange = processCpuSeconds();
+            }
+            // Threads parked in the library's waits use no CPU. A stall during which the
+            // process still worked (a long rehash of the library's crop tables under its lock,
+            // say) is slow progress, not a block: the deadline starts again.
+            if (allStuck && !allFinished && now - lastChange >= deadline &&
+                processCpuSeconds() - cpuAtChange >=
+                    kBusyShareOfStall * std::chrono::duration<double>(now - lastChange).count()) {
+                lastChange = now;
+                cpuAtChange = processCpuSeconds();
             }
             if (allStuck && !allFinished && now - lastChange >= deadline) {
                 for (auto const& [id, st] : s.sensors) {

@@ -20,7 +20,9 @@ struct RunOptions {
     // Pace each frame call at its start-of-frame time (relative to the first one).
     bool realtime = false;
     // A run in which every unfinished sensor thread has been inside the library for this long
-    // without any call returning is over: those threads are blocked for good.
+    // without any call returning, while the process used less than a quarter of one core, is
+    // over: those threads are blocked for good. A stall that keeps the process busy (the
+    // library working through large tables on a loaded machine) is waited out.
     double deadlineSeconds = 2.0;
     // When set, every line the library gives the unified logger is written here as a device's
     // `logcat -v threadtime` shows it (the level of the lines follows the logger words).
