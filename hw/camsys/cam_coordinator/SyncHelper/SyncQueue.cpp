@@ -329,8 +329,8 @@ std::vector<int> SyncQueue::getMWMasterSlaveList(SyncResultInputParams const& in
 }
 
 // The caller first, then the frame's sync ids as they stand, even when they name the caller
-// again or repeat an id: every entry counts towards completion. Read in place and written into
-// `list` in place, so that a reused record fills its lists without allocating.
+// again or repeat an id: every entry counts towards completion. Written into `list` in place, so
+// that a reused record keeps its lists' capacity from frame to frame.
 void SyncQueue::fillSyncTargets(SyncResultInputParams const& input, std::vector<int>& list) {
     list.clear();
     list.push_back(input.m_id);
