@@ -143,6 +143,13 @@ def main():
         print('      %-47s%8.0f' % (label, per('lib3', needle)))
     print('  required-work baseline, 3 sensors                  %8.0f' % required)
     print('  single camera, syncResultCheck                     %8.0f' % single)
+    record = per('single', 'SyncQueue::genSyncData(')
+    updaters = per('single', 'SyncHelper::updateData(')
+    print('    path tags and the thread\'s record              %8.0f' % (single - record - updaters))
+    print('    the frame\'s record (lists, own entries)        %8.0f' % record)
+    print('    updaters                                        %8.0f' % updaters)
+    for label, needle in UPDATERS:
+        print('      %-47s%8.0f' % (label, per('single', needle)))
     print('  single camera, required metadata edits             %8.0f' % single_req)
     print('a 3-sensor frame side by side (per frame)          library  baseline')
     for label, mine, theirs in side_by_side(phases, frames, per):
