@@ -94,8 +94,9 @@ int measure(char const* name, int threads, int frames,
     return failed;
 }
 
-// The required-work baseline of a 3-camera frame. Each camera reads the tags that select the
-// sync path before it meets the others and reads the verdict back after; the last to arrive
+// The required-work baseline of a 3-camera frame. Each camera reads the three tags that select
+// the sync path (required, the sync ids, enable) before it meets the others and reads the verdict
+// back after; the last to arrive reads the frame's two lists (sync ids and master/slave order),
 // judges the timestamps and writes the verdict, the master and the physical values into every
 // camera's results, as the frame requires whatever the implementation.
 class RequiredFrame {
@@ -107,6 +108,7 @@ class RequiredFrame {
         int required = 0;
         int enable = 1;
         IMetadata::getEntry<int>(cam.in.HalControl, RYX_FRAMESYNC_REQUIRED, required);
+        bool const grouped = hasItems<int>(cam.in.HalControl, RYX_FRAMESYNC_ID);
         IMetadata::getEntry<int>(cam.in.HalControl, RYX_FRAMESYNC_ENABLE, enable);
         {
             std::unique_lock<std::mutex> lock(mMutex);
@@ -122,20 +124,21 @@ class RequiredFrame {
         }
         long result = 1;
         IMetadata::getEntry<long>(cam.out.HalDynamic, RYX_FRAMESYNC_RESULT, result);
-        return required == 1 && result != 2;
+        return required == 1 && grouped && result != 2;
     }
 
   private:
-    void writeFrame() {
+    __attribute__((noinline)) void writeFrame() {
         CamSlot& first = *mCams[0];
         IMetadata::IEntry const targets = first.in.HalControl->entryFor(RYX_FRAMESYNC_ID);
+        IMetadata::IEntry const order = first.in.HalControl->entryFor(RYX_MW_MASTER_SLAVE_LIST);
         long tolerance = 0;
         int mode = 0;
         int master = -1;
         IMetadata::getEntry<long>(first.in.HalControl, RYX_FRAMESYNC_TOLERANCE, tolerance);
         IMetadata::getEntry<int>(first.in.HalControl, RYX_FRAMESYNC_MODE, mode);
         IMetadata::getEntry<int>(first.in.HalControl, RYX_DUALZOOM_REAL_MASTER, master);
-        bool inSync = targets.count() == kSensors - 1;
+        bool inSync = targets.count() == kSensors - 1 && order.count() <= size_t(kSensors);
         for (auto const& cam : mCams) {
             int64_t const d = (first.in.sofTimeStamp - cam->in.sofTimeStamp) / kMs;
             inSync = inSync && (d < 0 ? -d : d) <= tolerance / 1000;

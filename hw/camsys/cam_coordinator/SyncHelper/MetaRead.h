@@ -35,6 +35,9 @@ void appendItems(NSCam::IMetadata const* metadata, NSCam::IMetadata::Tag_t tag,
     }
     NSCam::IMetadata::IEntry const entry = metadata->entryFor(tag);
     size_t const count = entry.count();
+    if (count == 0) {
+        return;
+    }
     list.reserve(list.size() + count);
     for (size_t i = 0; i < count; ++i) {
         list.push_back(entry.itemAt<T>(i));

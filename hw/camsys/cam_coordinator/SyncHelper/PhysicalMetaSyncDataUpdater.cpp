@@ -31,6 +31,35 @@ PhysicalMetaSyncDataUpdater::PhysicalMetaSyncDataUpdater(
                  region.top, region.width, region.height);
         mActiveArrayRegions[sensorId] = region;
     }
+    for (auto const& [sensorId, region] : mActiveArrayRegions) {
+        SensorStatics statics;
+        statics.sensorId = sensorId;
+        statics.hasRegion = true;
+        statics.region = region;
+        mStatics.push_back(statics);
+    }
+    for (auto const& [sensorId, focal] : mFocalLengths) {
+        SensorStatics* known = nullptr;
+        for (SensorStatics& statics : mStatics) {
+            known = statics.sensorId == sensorId ? &statics : known;
+        }
+        if (known == nullptr) {
+            known = &mStatics.emplace_back();
+            known->sensorId = sensorId;
+        }
+        known->hasFocalLength = true;
+        known->focalLength = focal;
+    }
+}
+
+PhysicalMetaSyncDataUpdater::SensorStatics const* PhysicalMetaSyncDataUpdater::staticsOf(
+    int32_t sensorId) const {
+    for (SensorStatics const& statics : mStatics) {
+        if (statics.sensorId == sensorId) {
+            return &statics;
+        }
+    }
+    return nullptr;
 }
 
 PhysicalMetaSyncDataUpdater::~PhysicalMetaSyncDataUpdater() = default;
@@ -40,16 +69,15 @@ bool PhysicalMetaSyncDataUpdater::update(SyncData const* data) {
         NSCam::IMetadata* appDynamic = output->AppDynamic;
 
         // The sensor's own static values always win over whatever the pipeline put there.
-        auto const region = mActiveArrayRegions.find(sensorId);
-        if (region != mActiveArrayRegions.end()) {
+        SensorStatics const* statics = staticsOf(sensorId);
+        if (statics != nullptr && statics->hasRegion) {
             NSCam::IMetadata::IEntry entry(PHYSICAL_ACTIVE_ARRAY_REGION);
-            entry.push_back(region->second);
+            entry.push_back(statics->region);
             appDynamic->update(PHYSICAL_ACTIVE_ARRAY_REGION, std::move(entry));
         }
-        auto const focal = mFocalLengths.find(sensorId);
-        if (focal != mFocalLengths.end()) {
+        if (statics != nullptr && statics->hasFocalLength) {
             NSCam::IMetadata::IEntry entry(LENS_FOCAL_LENGTH);
-            entry.push_back(focal->second);
+            entry.push_back(statics->focalLength);
             appDynamic->update(LENS_FOCAL_LENGTH, std::move(entry));
         }
 

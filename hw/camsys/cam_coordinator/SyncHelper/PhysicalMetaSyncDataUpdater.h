@@ -12,6 +12,7 @@
 
 #include <cstdint>
 #include <map>
+#include <vector>
 
 namespace NSCam {
 namespace camsys {
@@ -26,8 +27,21 @@ class PhysicalMetaSyncDataUpdater : public virtual ISyncDataUpdater {
     bool update(SyncData const* data) override;
 
   private:
+    // One sensor's values as update() looks them up: both maps' entries for that id together.
+    struct SensorStatics {
+        int32_t sensorId = 0;
+        bool hasRegion = false;  // mActiveArrayRegions has the id
+        NSCam::MRect region;
+        bool hasFocalLength = false;  // mFocalLengths has the id
+        float focalLength = 0;
+    };
+    SensorStatics const* staticsOf(int32_t sensorId) const;
+
     std::map<int32_t, NSCam::MRect> mActiveArrayRegions;
     std::map<int32_t, float> mFocalLengths;
+    // Built once from the two maps (which never change afterwards): a session has a handful of
+    // sensors, so a short scan per camera replaces two tree lookups.
+    std::vector<SensorStatics> mStatics;
 };
 
 }  // namespace camcoordinator

@@ -99,9 +99,9 @@ bool SyncHelper::syncResultCheck(SyncResultInputParams const& input,
         return false;
     }
 
-    bool const required = hasItems<int>(input.HalControl, RYX_FRAMESYNC_REQUIRED);
-    bool const syncIds = hasItems<int>(input.HalControl, RYX_FRAMESYNC_ID);
-    if (!required || !syncIds) {
+    // The sync ids are only looked at when the frame asks for sync at all.
+    if (!hasItems<int>(input.HalControl, RYX_FRAMESYNC_REQUIRED) ||
+        !hasItems<int>(input.HalControl, RYX_FRAMESYNC_ID)) {
         // Synchronised with nobody: the updaters for this camera alone, in this thread's record.
         thread_local SingleCameraScratch scratch;
         SyncData& data = scratch.begin(input, output);
