@@ -31,24 +31,10 @@ PhysicalMetaSyncDataUpdater::PhysicalMetaSyncDataUpdater(
                  region.top, region.width, region.height);
         mActiveArrayRegions[sensorId] = region;
     }
+    // Both maps were filled from the same sensors just above: the same ids, in the same order.
+    auto focal = mFocalLengths.begin();
     for (auto const& [sensorId, region] : mActiveArrayRegions) {
-        SensorStatics statics;
-        statics.sensorId = sensorId;
-        statics.hasRegion = true;
-        statics.region = region;
-        mStatics.push_back(statics);
-    }
-    for (auto const& [sensorId, focal] : mFocalLengths) {
-        SensorStatics* known = nullptr;
-        for (SensorStatics& statics : mStatics) {
-            known = statics.sensorId == sensorId ? &statics : known;
-        }
-        if (known == nullptr) {
-            known = &mStatics.emplace_back();
-            known->sensorId = sensorId;
-        }
-        known->hasFocalLength = true;
-        known->focalLength = focal;
+        mStatics.push_back({sensorId, region, (focal++)->second});
     }
 }
 
@@ -70,15 +56,13 @@ bool PhysicalMetaSyncDataUpdater::update(SyncData const* data) {
 
         // The sensor's own static values always win over whatever the pipeline put there.
         SensorStatics const* statics = staticsOf(sensorId);
-        if (statics != nullptr && statics->hasRegion) {
-            NSCam::IMetadata::IEntry entry(PHYSICAL_ACTIVE_ARRAY_REGION);
-            entry.push_back(statics->region);
-            appDynamic->update(PHYSICAL_ACTIVE_ARRAY_REGION, std::move(entry));
-        }
-        if (statics != nullptr && statics->hasFocalLength) {
-            NSCam::IMetadata::IEntry entry(LENS_FOCAL_LENGTH);
-            entry.push_back(statics->focalLength);
-            appDynamic->update(LENS_FOCAL_LENGTH, std::move(entry));
+        if (statics != nullptr) {
+            NSCam::IMetadata::IEntry region(PHYSICAL_ACTIVE_ARRAY_REGION);
+            region.push_back(statics->region);
+            appDynamic->update(PHYSICAL_ACTIVE_ARRAY_REGION, std::move(region));
+            NSCam::IMetadata::IEntry focal(LENS_FOCAL_LENGTH);
+            focal.push_back(statics->focalLength);
+            appDynamic->update(LENS_FOCAL_LENGTH, std::move(focal));
         }
 
         // The two controls are only defaults: a value the pipeline set is kept.

@@ -29,11 +29,9 @@ class PhysicalMetaSyncDataUpdater : public virtual ISyncDataUpdater {
   private:
     // One sensor's values as update() looks them up: both maps' entries for that id together.
     struct SensorStatics {
-        int32_t sensorId = 0;
-        bool hasRegion = false;  // mActiveArrayRegions has the id
+        int32_t sensorId;
         NSCam::MRect region;
-        bool hasFocalLength = false;  // mFocalLengths has the id
-        float focalLength = 0;
+        float focalLength;
     };
     SensorStatics const* staticsOf(int32_t sensorId) const;
 
