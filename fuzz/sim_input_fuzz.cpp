@@ -5,13 +5,13 @@
 // The first byte picks the reader: 'L' the log reader, 'T' the trace reader, 'S' the scenario
 // reader; the rest is the file's text.
 
-#include "JsonSink.h"
-#include "LogcatSource.h"
-#include "ParseError.h"
-#include "PerfettoSink.h"
-#include "Scenario.h"
-#include "TextSink.h"
-#include "TraceIo.h"
+#include "model/ParseError.h"
+#include "sinks/JsonSink.h"
+#include "sinks/PerfettoSink.h"
+#include "sinks/TextSink.h"
+#include "sources/logcat/LogcatSource.h"
+#include "sources/scenario/Scenario.h"
+#include "sources/trace/TraceIo.h"
 
 #include <cstdint>
 #include <cstdlib>

@@ -1,12 +1,12 @@
 // A simulated run's own log, read back, gives the run's per-frame verdicts and causes: every
 // frame at debug level, every frame that did not pass at the default level.
 
-#include "LogSetup.h"
-#include "LogcatSource.h"
-#include "RunSource.h"
-#include "Runner.h"
-#include "Scenario.h"
 #include "Watchdog.h"
+#include "cli/LogSetup.h"
+#include "sources/logcat/LogcatSource.h"
+#include "sources/run/RunSource.h"
+#include "sources/run/Runner.h"
+#include "sources/scenario/Scenario.h"
 
 #include <NSCam/ULogger.h>
 #include <gtest/gtest.h>

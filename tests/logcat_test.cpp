@@ -1,9 +1,9 @@
 // synchelper-sim's log reader: line formats and noise, and what hand-made device captures
 // explain (per-frame verdicts and causes, sessions, default level, fatal aborts, non-logs).
 
-#include "LogLine.h"
-#include "LogcatSource.h"
-#include "TextSink.h"
+#include "sinks/TextSink.h"
+#include "sources/logcat/LogLine.h"
+#include "sources/logcat/LogcatSource.h"
 
 #include <gtest/gtest.h>
 

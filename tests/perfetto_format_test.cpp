@@ -2,9 +2,9 @@
 // captures keeps the format's rules: required fields per phase, microsecond timestamps, slices
 // on one thread properly nested, names for every process and thread used.
 
-#include "LogcatSource.h"
-#include "PerfettoSink.h"
 #include "sim_run_support.h"
+#include "sinks/PerfettoSink.h"
+#include "sources/logcat/LogcatSource.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>

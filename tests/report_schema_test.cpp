@@ -2,9 +2,9 @@
 // run and imported captures (one session and several).
 
 #include "JsonSchemaCheck.h"
-#include "JsonSink.h"
-#include "LogcatSource.h"
 #include "sim_run_support.h"
+#include "sinks/JsonSink.h"
+#include "sources/logcat/LogcatSource.h"
 
 #include <gtest/gtest.h>
 

@@ -1,14 +1,14 @@
 // synchelper-sim against the real library: the built-in session's figures against what the
 // library wrote, record then replay, and the command line (bad input, blocked threads, properties).
 
-#include "JsonSink.h"
-#include "LogSetup.h"
-#include "RunSource.h"
-#include "Runner.h"
-#include "Scenario.h"
-#include "TextSink.h"
-#include "TraceIo.h"
 #include "Watchdog.h"
+#include "cli/LogSetup.h"
+#include "sinks/JsonSink.h"
+#include "sinks/TextSink.h"
+#include "sources/run/RunSource.h"
+#include "sources/run/Runner.h"
+#include "sources/scenario/Scenario.h"
+#include "sources/trace/TraceIo.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>

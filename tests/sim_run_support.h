@@ -2,11 +2,11 @@
 // The built-in scenario run through the library under a watchdog, as a timeline: the real
 // output that the format checks of the simulator's sinks look at.
 
-#include "LogSetup.h"
-#include "RunSource.h"
-#include "Runner.h"
-#include "Scenario.h"
 #include "Watchdog.h"
+#include "cli/LogSetup.h"
+#include "sources/run/RunSource.h"
+#include "sources/run/Runner.h"
+#include "sources/scenario/Scenario.h"
 
 namespace ryxtest {
 

@@ -1,13 +1,13 @@
 // synchelper-sim without the library: scenario and trace files (good and bad), the expansion of
 // a scenario into calls, the report's classification, and the timeline.
 
-#include "FlowCheck.h"
-#include "JsonSink.h"
-#include "ProgressLines.h"
-#include "RunSource.h"
-#include "Scenario.h"
-#include "SvgSink.h"
-#include "TraceIo.h"
+#include "cli/ProgressLines.h"
+#include "sinks/JsonSink.h"
+#include "sinks/SvgSink.h"
+#include "sources/run/FlowCheck.h"
+#include "sources/run/RunSource.h"
+#include "sources/scenario/Scenario.h"
+#include "sources/trace/TraceIo.h"
 
 #include <gtest/gtest.h>
 

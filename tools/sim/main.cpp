@@ -1,18 +1,18 @@
 // synchelper-sim: the multi-camera session simulator and trace replay of libryxcam_synchelper.
 
-#include "FlowCheck.h"
-#include "InputChecks.h"
-#include "JsonSink.h"
-#include "LogSetup.h"
-#include "LogcatSource.h"
-#include "PerfettoSink.h"
-#include "ProgressLines.h"
-#include "RunSource.h"
-#include "Runner.h"
-#include "Scenario.h"
-#include "SvgSink.h"
-#include "TextSink.h"
-#include "TraceIo.h"
+#include "cli/InputChecks.h"
+#include "cli/LogSetup.h"
+#include "cli/ProgressLines.h"
+#include "sinks/JsonSink.h"
+#include "sinks/PerfettoSink.h"
+#include "sinks/SvgSink.h"
+#include "sinks/TextSink.h"
+#include "sources/logcat/LogcatSource.h"
+#include "sources/run/FlowCheck.h"
+#include "sources/run/RunSource.h"
+#include "sources/run/Runner.h"
+#include "sources/scenario/Scenario.h"
+#include "sources/trace/TraceIo.h"
 
 #include <NSCam/Properties.h>
 #include <CLI/CLI.hpp>

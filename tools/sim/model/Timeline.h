@@ -1,0 +1,211 @@
+#pragma once
+// The session timeline: what happened to every frame of one session, camera by camera, with the
+// session's events, anomalies and figures. Sources fill it (RunSource.h: a scenario run or a
+// trace replay; LogcatSource.h: a device log); sinks draw it (TextSink.h, JsonSink.h, SvgSink.h,
+// PerfettoSink.h). Frames are folded in as they complete (foldFrame): their figures go into
+// running statistics, and their records are kept in Timeline::frames only when they did not pass
+// (or passed flagged) or are among the latest `detailFrames` frames. Memory grows with what is
+// worth keeping, not with the length of the session.
+
+#include "model/Calls.h"
+#include "model/Percentiles.h"
+
+#include <NSCam/MRect.h>
+
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace ryxsim {
+
+// How one camera's frame came out.
+enum class Verdict {
+    InSync,      // verdict true, RYX_FRAMESYNC_RESULT 0
+    Unchecked,   // verdict true, no RYX_FRAMESYNC_RESULT written (sync off, single camera, ...)
+    OutOfSync1,  // verdict true, RYX_FRAMESYNC_RESULT 1: delivered, flagged
+    OutOfSync2,  // verdict false, RYX_FRAMESYNC_RESULT 2: failed by the tolerance check
+    OutOfSync,   // out of sync, but whether 1 or 2 is unknown (a log does not carry the mode)
+    Dropped,     // verdict false for another reason, or the sensor dropped the frame itself
+    Blocked,     // the call never returned
+    NotRun,      // the call was never made (its thread was blocked before), or never came
+};
+char const* verdictName(Verdict v);
+bool passed(Verdict v);  // delivered and not flagged
+
+enum class DropCause { None, Own, MasterDrop, Flush, Refused, Leave };
+char const* dropCauseName(DropCause c);
+
+// Why a frame was refused by the updaters (DropCause::Refused).
+enum class Refusal { None, FrameInversion, TimeInversion, MissingTimestamp, Unknown };
+char const* refusalName(Refusal r);
+
+// One camera's part in one frame. Times are on the session's clock (Timeline::clock).
+struct CameraCell {
+    int sensor = 0;
+    Verdict verdict = Verdict::NotRun;
+    DropCause cause = DropCause::None;
+    bool master = false;                       // bMasterCam was set
+    bool completed = false;                    // this camera's call completed the frame
+    std::optional<int64_t> arriveNs;           // the call entered the library
+    std::optional<int64_t> releaseNs;          // the call returned
+    std::optional<int64_t> sofNs;              // the start of frame the pipeline gave
+    std::optional<NSCam::MRect> cropOverride;  // RYX_SENSOR_CROP_OVERRIDE written
+    size_t row = 0;                            // trace row, for runs
+};
+
+struct FrameRecord {
+    int frame = 0;
+    int request = -1;
+    std::vector<CameraCell> cells;   // in arrival order
+    std::optional<int> firstTarget;  // the camera the others' start of frame is compared with
+    std::optional<int64_t> toleranceUs;
+    std::optional<int> mode;
+    Refusal refusal = Refusal::None;
+    std::vector<int> neverCame;  // cameras still awaited when the session ended
+    std::string why;             // one line, set by finishTimeline for frames that did not pass
+
+    CameraCell* cell(int sensor);
+    CameraCell const* cell(int sensor) const;
+    // Start of frame of `sensor` minus that of the first target, when both are known.
+    std::optional<int64_t> sofOffsetNs(int sensor) const;
+};
+
+// One camera's cell with its frame number, for walking one camera's lane.
+struct SensorCell {
+    int frame;
+    CameraCell const* c;
+};
+
+WaitStats waitStats(std::vector<int64_t> ns);
+
+struct SensorFigures {
+    int sensor = 0;
+    std::string label;
+    int offered = 0, inSync = 0, unchecked = 0, outOfSync1 = 0, outOfSync2 = 0, outOfSync = 0,
+        dropped = 0, blocked = 0, notRun = 0, masterFrames = 0;
+    int cropOverrides = 0;
+    int dropOwn = 0, dropMaster = 0, dropFlush = 0, dropRefused = 0, dropLeave = 0;
+    WaitStats wait;  // time inside syncResultCheck
+    double cpuUsPerCall = 0;
+    int lastToArrive = 0;  // frames this camera made the others wait for
+    WaitStats lateness;  // how long after the frame's first arrival this camera arrived, when last
+};
+
+// The frames of a stretch of the session drawn as one column of a long timeline: per camera,
+// how many of its frames came out which way.
+struct FrameColumn {
+    struct Counts {
+        int passed = 0, flagged = 0, failed = 0, dropped = 0, stuck = 0, master = 0;
+    };
+    std::map<int, Counts> bySensor;
+};
+
+// Folding state of a timeline (see foldFrame); sinks read the figures, not this.
+struct TimelineTally {
+    struct Sensor {
+        SensorFigures figures;  // counts only
+        Percentiles wait, lateness;
+    };
+    std::map<int, Sensor> sensors;
+    Percentiles wait;
+    std::deque<FrameRecord> recent;  // the latest folded frames, passed or not
+    std::vector<int> neverCompleted;
+    bool any = false;
+    int frames = 0, firstFrame = 0, lastFrame = 0;
+};
+
+// Columns of a long timeline: at most kMaxColumns, each holding columnFrames consecutive frame
+// numbers (doubled, pairs of columns merged, whenever the session outgrows them).
+struct FrameStrip {
+    static constexpr size_t kMaxColumns = 2048;
+    int firstFrame = 0;    // of column 0
+    int columnFrames = 1;  // column i holds firstFrame + i * columnFrames onwards
+    std::vector<FrameColumn> columns;
+
+    void add(FrameRecord const& f);
+};
+
+// Passed frames kept with their whole record by default: the latest this many.
+constexpr size_t kDefaultDetailFrames = 20000;
+
+struct Timeline {
+    std::string name;
+    std::string description;  // the scenario's or the capture's own words
+    std::string source;       // "scenario FILE", "built-in scenario", "trace FILE", "logcat FILE"
+    std::optional<uint64_t> seed;
+    std::string clock = "steady clock, 1 ns";  // what the times are measured with
+    bool imported = false;                     // read from a log: no call figures, no CPU
+    int pid = -1;                              // process of an imported session
+    std::map<int, std::string> threadOf;       // sensor -> thread name or id
+    std::map<int, std::string> labels;         // sensor -> "0 wide"
+    double fps = 30;
+    int frameCount = 0;  // distinct frame numbers with a result or drop
+    int firstFrame = 0, lastFrame = 0;
+    size_t calls = 0;
+    std::map<std::string, int> callsByKind;
+    bool realtime = false;
+    double wallSeconds = 0;
+    double streamSeconds = 0;
+    double cpuSeconds = 0;
+    double libCpuUsPerFrame = 0;
+    double libCpuUsPerCall = 0;
+
+    // Ascending frame number: every frame that did not pass or passed flagged, and the latest
+    // `detailFrames` frames. A source either fills it and calls finishTimeline, or folds frames
+    // in with foldFrame.
+    std::vector<FrameRecord> frames;
+    size_t detailFrames = kDefaultDetailFrames;
+    FrameStrip strip;     // every frame, in columns
+    TimelineTally tally;  // running figures while frames are folded in
+
+    std::vector<SensorFigures> sensors;  // derived by finishTimeline
+    WaitStats wait;                      // all syncResultCheck calls
+
+    // Events.
+    struct Event {
+        int frame = -1;
+        int sensor = -1;
+        std::optional<int64_t> atNs;
+    };
+    std::vector<Event> flushes;                      // sensor -1 when not known
+    std::vector<Event> masterDrops;                  // the dropping master
+    std::vector<Event> leaves;                       // the leaving sensor
+    std::vector<std::pair<int, int>> cropSets;       // (frame, request)
+    std::vector<std::pair<int, int>> masterChanges;  // (first frame, master)
+    // Anomalies.
+    std::vector<LoggedAnomaly> frameInversions, timeInversions, missingTimestamps;
+    std::vector<int> neverCompleted;  // frames with a call that never returned or never came
+    struct Blocked {
+        int sensor;
+        std::string label, call;
+        int frame, request;
+        double seconds;
+    };
+    std::vector<Blocked> blocked;
+    std::string fatal;               // the broken rule, in plain words
+    std::string fatalText;           // the library's own fatal message
+    std::vector<std::string> notes;  // what the source could not see
+    int exitStatus = 0;
+
+    std::string label(int sensor) const;
+    FrameRecord& frame(int number);  // found or inserted in order
+    FrameRecord* findFrame(int number);
+    std::vector<SensorCell> cellsOf(int sensor) const;
+};
+
+// Folds one complete frame (every camera that will call has its cell) into the figures and the
+// strip, explains it when it did not pass, and keeps its record while it is worth keeping.
+// Frames are folded in ascending frame number, each number once.
+void foldFrame(Timeline& t, FrameRecord f);
+
+// Derives the figures from the folded frames (first folding the records a source put in
+// Timeline::frames itself, when it folded none). Sources call it once they are done.
+void finishTimeline(Timeline& t);
+
+// Every frame record that did not pass, or passed flagged, with its explanation.
+std::vector<FrameRecord const*> unpassedFrames(Timeline const& t);
+
+}  // namespace ryxsim

@@ -1,0 +1,235 @@
+#include "sinks/JsonSink.h"
+
+#include <ostream>
+
+namespace ryxsim {
+
+namespace {
+
+nlohmann::json optionalJson(std::optional<int64_t> v, double scale = 1) {
+    if (!v) {
+        return nlohmann::json(nullptr);
+    }
+    return scale == 1 ? nlohmann::json(*v) : nlohmann::json(*v / scale);
+}
+
+// Every frame that did not pass or passed flagged: its cause and each camera's part in it.
+nlohmann::json unpassedJson(Timeline const& r) {
+    using nlohmann::json;
+    json a = json::array();
+    for (FrameRecord const* f : unpassedFrames(r)) {
+        json cams = json::array();
+        for (auto const& c : f->cells) {
+            json cam{{"sensor", c.sensor},
+                     {"verdict", verdictName(c.verdict)},
+                     {"cause", dropCauseName(c.cause)},
+                     {"master", c.master},
+                     {"completed", c.completed},
+                     {"arrive_us", optionalJson(c.arriveNs, 1000.0)},
+                     {"release_us", optionalJson(c.releaseNs, 1000.0)},
+                     {"sof_offset_us", optionalJson(f->sofOffsetNs(c.sensor), 1000.0)}};
+            cams.push_back(cam);
+        }
+        a.push_back({{"frame", f->frame},
+                     {"request", f->request},
+                     {"why", f->why},
+                     {"refusal", refusalName(f->refusal)},
+                     {"first_target", f->firstTarget ? json(*f->firstTarget) : json(nullptr)},
+                     {"tolerance_us", optionalJson(f->toleranceUs)},
+                     {"mode", f->mode ? json(*f->mode) : json(nullptr)},
+                     {"never_came", f->neverCame},
+                     {"cameras", cams}});
+    }
+    return a;
+}
+
+// Where writeReportJson streams a camera's frame list into the dumped report.
+std::string const kFramesMark = "@frames of sensor ";
+
+nlohmann::json cellJson(int frame, CameraCell const& c) {
+    nlohmann::json cell{{"frame", frame}, {"verdict", verdictName(c.verdict)}};
+    if (c.cause != DropCause::None) {
+        cell["cause"] = dropCauseName(c.cause);
+    }
+    if (c.master) {
+        cell["master"] = true;
+    }
+    return cell;
+}
+
+void writeSession(std::ostream& out, Timeline const& t, int indent) {
+    // Log text is not always UTF-8: bad bytes become U+FFFD.
+    std::string text =
+        timelineJson(t, false).dump(2, ' ', false, nlohmann::json::error_handler_t::replace);
+    std::string const mark = "\"" + kFramesMark;
+    std::string const pad(static_cast<size_t>(indent), ' ');
+    size_t pos = 0;
+    size_t at = text.find(mark);  // the next mark: searched again only once passed
+    while (true) {
+        if (at != std::string::npos && at < pos) {
+            at = text.find(mark, pos);
+        }
+        size_t nl = text.find('\n', pos);
+        size_t stop = std::min(at, nl == std::string::npos ? text.size() : nl + 1);
+        out.write(text.data() + pos, static_cast<std::streamsize>(stop - pos));
+        if (stop == text.size()) {
+            break;
+        }
+        if (stop == at) {
+            size_t end = text.find('"', at + 1);
+            int sensor = std::stoi(text.substr(at + mark.size(), end - at - mark.size()));
+            out << '[';
+            bool first = true;
+            for (auto const& [frame, c] : t.cellsOf(sensor)) {
+                out << (first ? "" : ", ") << cellJson(frame, *c).dump();
+                first = false;
+            }
+            out << ']';
+            pos = end + 1;
+        } else {
+            out << pad;
+            pos = stop;
+        }
+    }
+}
+
+}  // namespace
+
+void writeReportJson(std::ostream& out, std::vector<Timeline> const& sessions) {
+    if (sessions.size() == 1) {
+        writeSession(out, sessions.front(), 0);
+    } else {
+        out << "[\n  ";
+        for (size_t i = 0; i < sessions.size(); ++i) {
+            out << (i ? ",\n  " : "");
+            writeSession(out, sessions[i], 2);
+        }
+        out << "\n]";
+    }
+    out << "\n";
+}
+
+nlohmann::json timelineJson(Timeline const& r, bool frameLists) {
+    using nlohmann::json;
+    auto wait = [](WaitStats const& w) {
+        return json{
+            {"calls", w.count}, {"p50_us", w.p50Us}, {"p99_us", w.p99Us}, {"max_us", w.maxUs}};
+    };
+    auto anomalies = [](std::vector<LoggedAnomaly> const& v) {
+        json a = json::array();
+        for (auto const& x : v) {
+            a.push_back({{"frame", x.frame}, {"master", x.master}, {"log", x.text}});
+        }
+        return a;
+    };
+    json j;
+    j["tool"] = "synchelper-sim";
+    j["name"] = r.name;
+    j["source"] = r.source;
+    j["seed"] = r.seed ? json(*r.seed) : json(nullptr);
+    j["fps"] = r.fps;
+    j["description"] = r.description;
+    j["imported"] = r.imported;
+    j["clock"] = r.clock;
+    j["notes"] = r.notes;
+    j["fatal"] = r.fatal.empty() ? json(nullptr) : json{{"rule", r.fatal}, {"log", r.fatalText}};
+    j["frames"] = r.frameCount;
+    j["first_frame"] = r.firstFrame;
+    j["last_frame"] = r.lastFrame;
+    j["calls"] = r.calls;
+    j["calls_by_kind"] = r.callsByKind;
+    j["realtime"] = r.realtime;
+    j["wall_s"] = r.wallSeconds;
+    j["stream_s"] = r.streamSeconds;
+    j["process_cpu_s"] = r.cpuSeconds;
+    json sensors = json::array();
+    for (auto const& f : r.sensors) {
+        json frames = json::array();
+        if (!frameLists) {
+            frames = kFramesMark + std::to_string(f.sensor);
+        } else {
+            for (auto const& [frame, c] : r.cellsOf(f.sensor)) {
+                frames.push_back(cellJson(frame, *c));
+            }
+        }
+        sensors.push_back({{"id", f.sensor},
+                           {"label", f.label},
+                           {"offered", f.offered},
+                           {"in_sync", f.inSync},
+                           {"unchecked", f.unchecked},
+                           {"out_of_sync_1", f.outOfSync1},
+                           {"out_of_sync_2", f.outOfSync2},
+                           {"out_of_sync_unknown_mode", f.outOfSync},
+                           {"dropped", f.dropped},
+                           {"blocked", f.blocked},
+                           {"not_run", f.notRun},
+                           {"master_frames", f.masterFrames},
+                           {"crop_overrides", f.cropOverrides},
+                           {"dropped_by_cause",
+                            {{"own_drop", f.dropOwn},
+                             {"master_drop", f.dropMaster},
+                             {"flush", f.dropFlush},
+                             {"refused", f.dropRefused},
+                             {"sensor_left", f.dropLeave}}},
+                           {"wait", wait(f.wait)},
+                           {"cpu_us_per_call", f.cpuUsPerCall},
+                           {"last_to_arrive", f.lastToArrive},
+                           {"lateness", wait(f.lateness)},
+                           {"frames", frames}});
+    }
+    j["sensors"] = sensors;
+    j["timing"] = {{"wait", wait(r.wait)},
+                   {"library_cpu_us_per_frame", r.libCpuUsPerFrame},
+                   {"library_cpu_us_per_call", r.libCpuUsPerCall}};
+    json blocked = json::array();
+    for (auto const& b : r.blocked) {
+        blocked.push_back({{"sensor", b.sensor},
+                           {"call", b.call},
+                           {"frame", b.frame},
+                           {"request", b.request},
+                           {"seconds", b.seconds}});
+    }
+    j["anomalies"] = {{"frame_inversions", anomalies(r.frameInversions)},
+                      {"time_inversions", anomalies(r.timeInversions)},
+                      {"missing_timestamps", anomalies(r.missingTimestamps)},
+                      {"never_completed", r.neverCompleted},
+                      {"blocked_threads", blocked}};
+    json events;
+    events["flushes"] = json::array();
+    for (auto const& e : r.flushes) {
+        events["flushes"].push_back(e.frame);
+    }
+    events["master_drops"] = json::array();
+    for (auto const& e : r.masterDrops) {
+        events["master_drops"].push_back({{"frame", e.frame}, {"sensor", e.sensor}});
+    }
+    events["leaves"] = json::array();
+    for (auto const& e : r.leaves) {
+        events["leaves"].push_back({{"frame", e.frame}, {"sensor", e.sensor}});
+    }
+    events["crop_sets"] = json::array();
+    for (auto const& [f, q] : r.cropSets) {
+        events["crop_sets"].push_back({{"frame", f}, {"request", q}});
+    }
+    events["requested_master"] = json::array();
+    for (auto const& [f, m] : r.masterChanges) {
+        events["requested_master"].push_back({{"from_frame", f}, {"sensor", m}});
+    }
+    j["events"] = events;
+    j["unpassed"] = unpassedJson(r);
+    j["exit_status"] = r.exitStatus;
+    return j;
+}
+
+nlohmann::json reportJson(std::vector<Timeline> const& sessions) {
+    if (sessions.size() == 1) {
+        return timelineJson(sessions.front());
+    }
+    nlohmann::json j = nlohmann::json::array();
+    for (auto const& t : sessions) {
+        j.push_back(timelineJson(t));
+    }
+    return j;
+}
+
+}  // namespace ryxsim

@@ -1,0 +1,517 @@
+#include "sinks/SvgSink.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace ryxsim {
+
+namespace {
+
+struct Style {
+    char const* key;
+    char const* colour;
+    char const* label;
+};
+
+Style const kStyles[] = {
+    {"in", "#43a047", "in sync"},
+    {"unchecked", "#a5d6a7", "delivered, not checked"},
+    {"out1", "#ffb300", "out of sync, delivered (RESULT 1)"},
+    {"out2", "#e53935", "out of sync, failed (RESULT 2)"},
+    {"own", "#546e7a", "dropped by the sensor"},
+    {"masterdrop", "#8e24aa", "dropped: master drop"},
+    {"flush", "#1e88e5", "dropped: flush"},
+    {"refused", "#6d4c41", "dropped: refused (inversion, drop queue)"},
+    {"left", "#78909c", "dropped: the sensor left"},
+    {"out", "#fb8c00", "out of sync, 1 or 2 (mode not logged)"},
+    {"blocked", "#212121", "blocked, never returned"},
+    {"notrun", "#eceff1", "never called"},
+};
+
+Style const& styleOf(SensorCell const& lc) {
+    CameraCell const& c = *lc.c;
+    auto find = [](char const* key) -> Style const& {
+        for (auto const& s : kStyles) {
+            if (std::string(s.key) == key) {
+                return s;
+            }
+        }
+        return kStyles[0];
+    };
+    switch (c.verdict) {
+        case Verdict::InSync:
+            return find("in");
+        case Verdict::Unchecked:
+            return find("unchecked");
+        case Verdict::OutOfSync1:
+            return find("out1");
+        case Verdict::OutOfSync2:
+            return find("out2");
+        case Verdict::OutOfSync:
+            return find("out");
+        case Verdict::Blocked:
+            return find("blocked");
+        case Verdict::NotRun:
+            return find("notrun");
+        case Verdict::Dropped:
+            break;
+    }
+    switch (c.cause) {
+        case DropCause::Own:
+            return find("own");
+        case DropCause::MasterDrop:
+            return find("masterdrop");
+        case DropCause::Flush:
+            return find("flush");
+        case DropCause::Leave:
+            return find("left");
+        default:
+            return find("refused");
+    }
+}
+
+std::string esc(std::string const& s) {
+    std::string o;
+    for (char c : s) {
+        switch (c) {
+            case '&':
+                o += "&amp;";
+                break;
+            case '<':
+                o += "&lt;";
+                break;
+            case '>':
+                o += "&gt;";
+                break;
+            case '"':
+                o += "&quot;";
+                break;
+            default:
+                o += c;
+        }
+    }
+    return o;
+}
+
+std::string num(double v) {
+    char buf[32];
+    std::snprintf(buf, sizeof buf, "%.1f", v);
+    std::string s = buf;
+    if (s.size() > 2 && s.compare(s.size() - 2, 2, ".0") == 0) {
+        s.resize(s.size() - 2);
+    }
+    return s;
+}
+
+// Frames per pixel column beyond which the timeline is drawn by columns of several frames.
+constexpr int kFrameColumns = 4000;
+
+// A column's look: the worst that happened to the sensor's frames in it.
+char const* columnColour(FrameColumn::Counts const& c) {
+    return c.failed    ? "#e53935"
+           : c.stuck   ? "#212121"
+           : c.dropped ? "#546e7a"
+           : c.flagged ? "#ffb300"
+           : c.passed  ? "#43a047"
+                       : "#eceff1";
+}
+
+std::string columnText(FrameColumn::Counts const& c) {
+    std::string s;
+    auto add = [&](int n, char const* what) {
+        if (n > 0) {
+            s += (s.empty() ? "" : ", ") + std::to_string(n) + " " + what;
+        }
+    };
+    add(c.passed, "passed");
+    add(c.flagged, "out of sync, delivered");
+    add(c.failed, "out of sync, failed");
+    add(c.dropped, "dropped");
+    add(c.stuck, "blocked or never called");
+    return s.empty() ? "no frames" : s;
+}
+
+// One rectangle per run of columns with the same look for one sensor's lane.
+void writeColumns(std::ostream& out, Timeline const& r, SensorFigures const& s, double y, double h,
+                  double px);
+// Along the top of the lane: columns where the sensor was the master for most of its frames.
+void writeMasterColumns(std::ostream& out, Timeline const& r, SensorFigures const& s, double y,
+                        double h, double px);
+
+struct Marker {
+    int frame;
+    std::string text;
+    char const* colour;
+    bool dashed;
+};
+
+// A mark under every frame of the sensor that did not pass, titled with its frame and verdict.
+template <typename XOf>
+void writeUnpassedMarks(std::ostream& out, Timeline const& r, SensorFigures const& s,
+                        XOf const& xOf, double px, double bottom) {
+    for (FrameRecord const* f : unpassedFrames(r)) {
+        CameraCell const* c = f->cell(s.sensor);
+        if (c == nullptr || passed(c->verdict)) {
+            continue;
+        }
+        SensorCell lc{f->frame, c};
+        out << "<path d=\"M" << num(xOf(f->frame) + px / 2) << " " << num(bottom)
+            << " l-4 -5 l8 0 z\" fill=\"" << styleOf(lc).colour << "\"><title>sensor "
+            << esc(s.label) << " f" << f->frame << ": " << esc(styleOf(lc).label)
+            << "</title></path>\n";
+    }
+}
+
+}  // namespace
+
+void writeSvg(std::ostream& out, Timeline const& r) {
+    // One column per frame while the frames fit and every record is kept; beyond, the columns
+    // of the timeline's strip, several frames each.
+    int const count = std::max(1, r.lastFrame - r.firstFrame + 1);
+    bool const perFrame =
+        count <= kFrameColumns && r.frames.size() == static_cast<size_t>(r.frameCount);
+    int const first = perFrame || r.strip.columns.empty() ? r.firstFrame : r.strip.firstFrame;
+    int const perColumn = perFrame ? 1 : r.strip.columnFrames;
+    int const columns =
+        perFrame ? count : std::max<int>(1, static_cast<int>(r.strip.columns.size()));
+    double const px = perFrame ? std::max(1.5, 1600.0 / count) : std::max(1.0, 1600.0 / columns);
+    double const left = 150, plotW = px * columns, right = 30;
+    double const width = left + plotW + right;
+    double const laneH = 34, cellH = 22, stripH = 5;
+
+    // Annotations above the lanes, staggered into rows so that their texts do not overlap.
+    std::vector<Marker> markers;
+    for (auto const& [f, m] : r.masterChanges) {
+        std::string who = std::to_string(m);
+        for (auto const& s : r.sensors) {
+            if (s.sensor == m) {
+                who = s.label;
+            }
+        }
+        markers.push_back({f, "master " + who, "#0d47a1", false});
+    }
+    for (auto const& e : r.flushes) {
+        markers.push_back({e.frame, "flush f" + std::to_string(e.frame), "#1e88e5", true});
+    }
+    for (auto const& e : r.masterDrops) {
+        markers.push_back({e.frame, "master drop f" + std::to_string(e.frame), "#8e24aa", true});
+    }
+    for (auto const& e : r.leaves) {
+        markers.push_back({e.frame < first ? first : e.frame,
+                           "sensor " + std::to_string(e.sensor) + " leaves", "#37474f", true});
+    }
+    for (auto const& a : r.timeInversions) {
+        markers.push_back(
+            {a.frame, "time inversion f" + std::to_string(a.frame), "#c62828", false});
+    }
+    for (auto const& a : r.frameInversions) {
+        markers.push_back(
+            {a.frame, "frame inversion f" + std::to_string(a.frame), "#c62828", false});
+    }
+    for (auto const& a : r.missingTimestamps) {
+        markers.push_back({a.frame, "no timestamp f" + std::to_string(a.frame), "#c62828", false});
+    }
+    for (int f : r.neverCompleted) {
+        markers.push_back({f, "never completed f" + std::to_string(f), "#212121", false});
+    }
+    std::sort(markers.begin(), markers.end(),
+              [](Marker const& a, Marker const& b) { return a.frame < b.frame; });
+    auto xOf = [&](int frame) {
+        return left + static_cast<double>(std::max(0, frame - first) / perColumn) * px;
+    };
+    std::vector<double> rowEnd;
+    std::vector<int> markerRow;
+    for (auto const& m : markers) {
+        double x = xOf(m.frame) + px / 2;
+        double w = 6.2 * static_cast<double>(m.text.size()) + 8;
+        size_t row = 0;
+        while (row < rowEnd.size() && rowEnd[row] > x - 2) {
+            ++row;
+        }
+        if (row == rowEnd.size()) {
+            rowEnd.push_back(0);
+        }
+        rowEnd[row] = x + w;
+        markerRow.push_back(static_cast<int>(row));
+    }
+    double const titleH = 46;
+    double const annotH = 16.0 * static_cast<double>(rowEnd.size()) + (rowEnd.empty() ? 0 : 6);
+    double const lanesTop = titleH + annotH;
+    double const lanesH = laneH * static_cast<double>(r.sensors.size());
+    double const axisTop = lanesTop + lanesH + 4;
+    double const legendTop = axisTop + 44;
+    int const legendCols = 3;
+    size_t const legendItems = std::size(kStyles) + 5;
+    double const legendH = 20.0 * std::ceil(static_cast<double>(legendItems) / legendCols) + 24;
+    double const height = legendTop + legendH;
+
+    out << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
+    out << "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" << num(width) << "\" height=\""
+        << num(height) << "\" viewBox=\"0 0 " << num(width) << " " << num(height)
+        << "\" font-family=\"DejaVu Sans, Arial, sans-serif\" font-size=\"11\">\n";
+    out << "<rect width=\"100%\" height=\"100%\" fill=\"#ffffff\"/>\n";
+    char buf[512];
+    std::snprintf(buf, sizeof buf, "%s: %zu sensors, %d frames (f%d..f%d) at %g fps",
+                  r.name.c_str(), r.sensors.size(), r.frameCount, r.firstFrame, r.lastFrame, r.fps);
+    out << "<text x=\"12\" y=\"20\" font-size=\"15\" font-weight=\"bold\">synchelper-sim - "
+        << esc(buf) << "</text>\n";
+    std::string sub = r.source;
+    if (r.seed) {
+        sub += (sub.empty() ? "" : ", ") + std::string("seed ") + std::to_string(*r.seed);
+    }
+    if (!perFrame) {
+        sub += (sub.empty() ? "" : ", ") + std::to_string(perColumn) +
+               " frames per column (every frame that did not pass is marked)";
+    }
+    if (!r.blocked.empty()) {
+        sub += (sub.empty() ? "" : ", ") + std::to_string(r.blocked.size()) +
+               " thread(s) still blocked at the end";
+    }
+    out << "<text x=\"12\" y=\"37\" fill=\"#555\">" << esc(sub) << "</text>\n";
+
+    // Markers: a line through every lane and the text in its row above.
+    for (size_t i = 0; i < markers.size(); ++i) {
+        auto const& m = markers[i];
+        double x = xOf(m.frame) + px / 2;
+        double ty = titleH + 12 + 16.0 * markerRow[i];
+        out << "<line x1=\"" << num(x) << "\" y1=\"" << num(ty + 3) << "\" x2=\"" << num(x)
+            << "\" y2=\"" << num(lanesTop + lanesH) << "\" stroke=\"" << m.colour
+            << "\" stroke-width=\"1.2\"" << (m.dashed ? " stroke-dasharray=\"4 3\"" : "") << "/>\n";
+        out << "<text x=\"" << num(x + 3) << "\" y=\"" << num(ty) << "\" fill=\"" << m.colour
+            << "\">" << esc(m.text) << "</text>\n";
+    }
+
+    // Lanes.
+    for (size_t li = 0; li < r.sensors.size(); ++li) {
+        auto const& s = r.sensors[li];
+        double y = lanesTop + laneH * static_cast<double>(li);
+        out << "<rect x=\"" << num(left) << "\" y=\"" << num(y) << "\" width=\"" << num(plotW)
+            << "\" height=\"" << num(laneH) << "\" fill=\"" << (li % 2 ? "#fafafa" : "#f3f5f7")
+            << "\"/>\n";
+        out << "<text x=\"" << num(left - 8) << "\" y=\"" << num(y + stripH + cellH / 2 + 4)
+            << "\" text-anchor=\"end\" font-size=\"12\">sensor " << esc(s.label) << "</text>\n";
+        if (!perFrame) {
+            writeColumns(out, r, s, y + stripH + 2, cellH, px);
+            writeMasterColumns(out, r, s, y + 1, stripH, px);
+            writeUnpassedMarks(out, r, s, xOf, px, y + laneH - 1);
+            continue;
+        }
+        // Runs of frames with the same look.
+        std::vector<SensorCell> const cells = r.cellsOf(s.sensor);
+        size_t i = 0;
+        while (i < cells.size()) {
+            Style const& st = styleOf(cells[i]);
+            size_t j = i + 1;
+            while (j < cells.size() && &styleOf(cells[j]) == &st &&
+                   cells[j].frame == cells[j - 1].frame + 1) {
+                ++j;
+            }
+            double x = xOf(cells[i].frame);
+            double w = px * (cells[j - 1].frame - cells[i].frame + 1);
+            out << "<rect x=\"" << num(x) << "\" y=\"" << num(y + stripH + 2) << "\" width=\""
+                << num(w) << "\" height=\"" << num(cellH) << "\" fill=\"" << st.colour << "\""
+                << (std::string(st.key) == "notrun" ? " stroke=\"#cfd8dc\" stroke-width=\"0.5\""
+                                                    : "")
+                << "><title>sensor " << esc(s.label) << " f" << cells[i].frame;
+            if (j - i > 1) {
+                out << "..f" << cells[j - 1].frame;
+            }
+            out << ": " << esc(st.label) << "</title></rect>\n";
+            i = j;
+        }
+        // Master frames: a strip along the top of the lane.
+        i = 0;
+        while (i < cells.size()) {
+            if (!cells[i].c->master) {
+                ++i;
+                continue;
+            }
+            size_t j = i + 1;
+            while (j < cells.size() && cells[j].c->master &&
+                   cells[j].frame == cells[j - 1].frame + 1) {
+                ++j;
+            }
+            out << "<rect x=\"" << num(xOf(cells[i].frame)) << "\" y=\"" << num(y + 1)
+                << "\" width=\"" << num(px * (cells[j - 1].frame - cells[i].frame + 1))
+                << "\" height=\"" << num(stripH) << "\" fill=\"#0d47a1\"><title>sensor "
+                << esc(s.label) << " master f" << cells[i].frame << "..f" << cells[j - 1].frame
+                << "</title></rect>\n";
+            i = j;
+        }
+        // Own drops and blocked calls get a mark, so that single frames stay visible.
+        for (auto const& lc : cells) {
+            CameraCell const& c = *lc.c;
+            double cx = xOf(lc.frame) + px / 2;
+            double cy = y + stripH + 2 + cellH / 2;
+            if (c.cause == DropCause::Own) {
+                out << "<path d=\"M" << num(cx - 4) << " " << num(cy - 4) << " l8 8 m0 -8 l-8 8\" "
+                    << "stroke=\"#263238\" stroke-width=\"1.6\"><title>sensor " << esc(s.label)
+                    << " drops f" << lc.frame << "</title></path>\n";
+            } else if (c.verdict == Verdict::Blocked) {
+                if (px >= 60) {
+                    out << "<text x=\"" << num(cx) << "\" y=\"" << num(cy + 4)
+                        << "\" text-anchor=\"middle\" fill=\"#ffffff\" font-weight=\"bold\">"
+                        << "blocked</text>\n";
+                }
+            } else if (c.verdict == Verdict::OutOfSync2 || c.verdict == Verdict::OutOfSync1 ||
+                       c.verdict == Verdict::OutOfSync || c.cause == DropCause::Refused) {
+                out << "<path d=\"M" << num(cx) << " " << num(y + laneH - 1) << " l-4 -5 l8 0 z\" "
+                    << "fill=\"" << styleOf(lc).colour << "\"/>\n";
+            }
+        }
+    }
+
+    // Axis: one tick a second, labelled in frames and seconds.
+    out << "<line x1=\"" << num(left) << "\" y1=\"" << num(axisTop) << "\" x2=\""
+        << num(left + plotW) << "\" y2=\"" << num(axisTop) << "\" stroke=\"#90a4ae\"/>\n";
+    // The smallest step of 1, 2, 5, 10 frames or whole seconds that leaves room for a label.
+    int const second = std::max(1, static_cast<int>(std::lround(r.fps)));
+    std::vector<int> steps{1,           2,           5,           10,
+                           second,      2 * second,  5 * second,  10 * second,
+                           30 * second, 60 * second, 300 * second};
+    std::sort(steps.begin(), steps.end());
+    double const pxPerFrame = px / perColumn;
+    int step = 1;
+    for (int s : steps) {
+        step = s;
+        if (s * pxPerFrame >= 60) {
+            break;
+        }
+    }
+    while (step * pxPerFrame < 60 && step < INT32_MAX / 10) {
+        step *= 10;
+    }
+    for (int64_t f = first - ((first % step) + step) % step; f <= r.lastFrame; f += step) {
+        if (f < first) {
+            continue;
+        }
+        double x = xOf(static_cast<int>(f));
+        out << "<line x1=\"" << num(x) << "\" y1=\"" << num(axisTop) << "\" x2=\"" << num(x)
+            << "\" y2=\"" << num(axisTop + 5) << "\" stroke=\"#90a4ae\"/>\n";
+        std::snprintf(buf, sizeof buf, "f%lld", static_cast<long long>(f));
+        out << "<text x=\"" << num(x) << "\" y=\"" << num(axisTop + 16)
+            << "\" text-anchor=\"middle\" fill=\"#455a64\">" << buf << "</text>\n";
+        if (r.fps > 0) {
+            std::snprintf(buf, sizeof buf, "%.1f s", (f - first) / r.fps);
+            out << "<text x=\"" << num(x) << "\" y=\"" << num(axisTop + 28)
+                << "\" text-anchor=\"middle\" fill=\"#90a4ae\" font-size=\"9\">" << buf
+                << "</text>\n";
+        }
+    }
+    // Crop sets: diamonds on the axis at the first frame each set serves (one a column).
+    double lastDiamond = -1;
+    for (auto const& [f, q] : r.cropSets) {
+        if (f < first || f > r.lastFrame || xOf(f) == lastDiamond) {
+            continue;
+        }
+        lastDiamond = xOf(f);
+        double x = xOf(f) + px / 2;
+        out << "<path d=\"M" << num(x) << " " << num(axisTop - 4) << " l4 4 l-4 4 l-4 -4 z\" "
+            << "fill=\"#00897b\"><title>crop set of request " << q << " for f" << f
+            << "</title></path>\n";
+    }
+
+    // Legend.
+    out << "<text x=\"12\" y=\"" << num(legendTop) << "\" font-weight=\"bold\">legend</text>\n";
+    struct Item {
+        std::string kind;  // "box", "strip", "line", "dash", "diamond", "cross"
+        char const* colour;
+        std::string label;
+    };
+    std::vector<Item> items;
+    for (auto const& s : kStyles) {
+        items.push_back({"box", s.colour, s.label});
+    }
+    items.push_back({"strip", "#0d47a1", "master camera (bMasterCam)"});
+    items.push_back({"cross", "#263238", "the sensor called notifyDrop"});
+    items.push_back({"dash", "#1e88e5", "flush / master drop / leave (dashed)"});
+    items.push_back({"diamond", "#00897b", "crop set (setSensorCropRegion)"});
+    items.push_back({"tri", "#e53935", "marks a frame out of sync or refused"});
+    double colW = std::max(280.0, (width - 24) / legendCols);
+    for (size_t k = 0; k < items.size(); ++k) {
+        double x = 12 + colW * static_cast<double>(k % legendCols);
+        double y = legendTop + 10 + 20.0 * static_cast<double>(k / legendCols);
+        auto const& it = items[k];
+        if (it.kind == "box") {
+            out << "<rect x=\"" << num(x) << "\" y=\"" << num(y) << "\" width=\"18\" height=\"12\""
+                << " fill=\"" << it.colour << "\" stroke=\"#b0bec5\" stroke-width=\"0.5\"/>\n";
+        } else if (it.kind == "strip") {
+            out << "<rect x=\"" << num(x) << "\" y=\"" << num(y + 3) << "\" width=\"18\" "
+                << "height=\"5\" fill=\"" << it.colour << "\"/>\n";
+        } else if (it.kind == "cross") {
+            out << "<path d=\"M" << num(x + 5) << " " << num(y + 2) << " l8 8 m0 -8 l-8 8\" "
+                << "stroke=\"" << it.colour << "\" stroke-width=\"1.6\"/>\n";
+        } else if (it.kind == "dash") {
+            out << "<line x1=\"" << num(x + 9) << "\" y1=\"" << num(y - 1) << "\" x2=\""
+                << num(x + 9) << "\" y2=\"" << num(y + 13) << "\" stroke=\"" << it.colour
+                << "\" stroke-width=\"1.2\" stroke-dasharray=\"4 3\"/>\n";
+        } else if (it.kind == "tri") {
+            out << "<path d=\"M" << num(x + 9) << " " << num(y + 11) << " l-4 -5 l8 0 z\" fill=\""
+                << it.colour << "\"/>\n";
+        } else {
+            out << "<path d=\"M" << num(x + 9) << " " << num(y + 1) << " l5 5 l-5 5 l-5 -5 z\" "
+                << "fill=\"" << it.colour << "\"/>\n";
+        }
+        out << "<text x=\"" << num(x + 24) << "\" y=\"" << num(y + 10) << "\">" << esc(it.label)
+            << "</text>\n";
+    }
+    out << "</svg>\n";
+}
+
+namespace {
+
+template <typename Pick>
+void writeColumnRuns(std::ostream& out, Timeline const& r, int sensor, double y, double h,
+                     double px, Pick const& pick) {
+    auto const& cols = r.strip.columns;
+    size_t i = 0;
+    while (i < cols.size()) {
+        auto look = pick(i);
+        size_t j = i + 1;
+        while (j < cols.size() && pick(j) == look) {
+            ++j;
+        }
+        if (look.first != nullptr) {
+            int from = r.strip.firstFrame + static_cast<int>(i) * r.strip.columnFrames;
+            int to = r.strip.firstFrame + static_cast<int>(j) * r.strip.columnFrames - 1;
+            out << "<rect x=\"" << num(150 + px * static_cast<double>(i)) << "\" y=\"" << num(y)
+                << "\" width=\"" << num(px * static_cast<double>(j - i)) << "\" height=\"" << num(h)
+                << "\" fill=\"" << look.first << "\"><title>sensor " << esc(r.label(sensor)) << " f"
+                << from << "..f" << to << ": " << esc(look.second) << "</title></rect>\n";
+        }
+        i = j;
+    }
+}
+
+FrameColumn::Counts countsOf(FrameColumn const& c, int sensor) {
+    auto it = c.bySensor.find(sensor);
+    return it == c.bySensor.end() ? FrameColumn::Counts{} : it->second;
+}
+
+void writeColumns(std::ostream& out, Timeline const& r, SensorFigures const& s, double y, double h,
+                  double px) {
+    writeColumnRuns(out, r, s.sensor, y, h, px, [&](size_t i) {
+        FrameColumn::Counts c = countsOf(r.strip.columns[i], s.sensor);
+        // A run of passed columns is one rectangle; any other column keeps its own counts.
+        std::string text = c.failed || c.stuck || c.dropped || c.flagged ? columnText(c) : "passed";
+        return std::make_pair(columnColour(c), text);
+    });
+}
+
+void writeMasterColumns(std::ostream& out, Timeline const& r, SensorFigures const& s, double y,
+                        double h, double px) {
+    writeColumnRuns(out, r, s.sensor, y, h, px, [&](size_t i) {
+        FrameColumn::Counts c = countsOf(r.strip.columns[i], s.sensor);
+        int frames = c.passed + c.flagged + c.failed + c.dropped + c.stuck;
+        bool master = frames > 0 && 2 * c.master > frames;
+        return std::make_pair(master ? "#0d47a1" : nullptr, std::string("master"));
+    });
+}
+
+}  // namespace
+
+}  // namespace ryxsim

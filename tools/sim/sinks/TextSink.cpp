@@ -1,0 +1,224 @@
+#include "sinks/TextSink.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <ostream>
+
+namespace ryxsim {
+
+namespace {
+
+std::string fmtUs(double us) {
+    char buf[32];
+    if (us >= 1000.0) {
+        std::snprintf(buf, sizeof buf, "%.2f ms", us / 1000.0);
+    } else {
+        std::snprintf(buf, sizeof buf, "%.0f us", us);
+    }
+    return buf;
+}
+
+std::string frameList(std::vector<LoggedAnomaly> const& v) {
+    if (v.empty()) {
+        return "none";
+    }
+    std::string s;
+    for (auto const& a : v) {
+        s += (s.empty() ? "" : ", ") + ("f" + std::to_string(a.frame)) + " (master " +
+             std::to_string(a.master) + ")";
+    }
+    return s;
+}
+
+size_t labelWidth(Timeline const& r) {
+    size_t w = 6;
+    for (auto const& f : r.sensors) {
+        w = std::max(w, f.label.size());
+    }
+    return w;
+}
+
+void writeRunHeader(std::ostream& out, Timeline const& r) {
+    char line[512];
+    std::string pace = "paced at the frame rate";
+    if (!r.blocked.empty()) {
+        pace = "stopped: threads blocked";
+    } else if (!r.realtime) {
+        double speed = r.wallSeconds > 0 ? r.streamSeconds / r.wallSeconds : 0;
+        pace = speed >= 1.5 ? std::to_string(static_cast<long>(std::lround(speed))) +
+                                  "x faster than real time"
+                            : "about real time or slower";
+    }
+    std::snprintf(line, sizeof line,
+                  "%zu sensors, %d frames (f%d..f%d) at %g fps = %.1f s of stream, run in %.2f s "
+                  "(%s)\n",
+                  r.sensors.size(), r.frameCount, r.firstFrame, r.lastFrame, r.fps, r.streamSeconds,
+                  r.wallSeconds, pace.c_str());
+    out << line;
+    out << r.calls << " calls:";
+    bool first = true;
+    for (auto const& [kind, n] : r.callsByKind) {
+        out << (first ? " " : ", ") << n << " " << kind;
+        first = false;
+    }
+    out << "\n\n";
+}
+
+void writeImportedHeader(std::ostream& out, Timeline const& r) {
+    char line[512];
+    std::snprintf(
+        line, sizeof line,
+        "%zu sensors, %d frames (f%d..f%d), process %d; times from the log's clock (%s)\n",
+        r.sensors.size(), r.frameCount, r.firstFrame, r.lastFrame, r.pid, r.clock.c_str());
+    out << line;
+    for (auto const& n : r.notes) {
+        out << "  note: " << n << "\n";
+    }
+    if (!r.fatal.empty()) {
+        out << "  the library aborted the process: " << r.fatal << "\n";
+        out << "    its message: " << r.fatalText << "\n";
+    }
+    out << "\n";
+}
+
+void writeSensorTable(std::ostream& out, Timeline const& r) {
+    char line[512];
+    bool stuck = std::any_of(r.sensors.begin(), r.sensors.end(),
+                             [](SensorFigures const& f) { return f.blocked > 0 || f.notRun > 0; });
+    bool unknownMode = std::any_of(r.sensors.begin(), r.sensors.end(),
+                                   [](SensorFigures const& f) { return f.outOfSync > 0; });
+    int w = static_cast<int>(labelWidth(r));
+    std::snprintf(line, sizeof line, "%-*s %8s %8s %10s %8s %8s %8s %7s", w, "sensor", "offered",
+                  "in sync", "unchecked", "out (1)", "out (2)", "dropped", "master");
+    out << line << (unknownMode ? "  out (?)" : "") << (stuck ? "  blocked  not run" : "") << "\n";
+    for (auto const& f : r.sensors) {
+        std::snprintf(line, sizeof line, "%-*s %8d %8d %10d %8d %8d %8d %7d", w, f.label.c_str(),
+                      f.offered, f.inSync, f.unchecked, f.outOfSync1, f.outOfSync2, f.dropped,
+                      f.masterFrames);
+        out << line;
+        if (unknownMode) {
+            std::snprintf(line, sizeof line, " %8d", f.outOfSync);
+            out << line;
+        }
+        if (stuck) {
+            std::snprintf(line, sizeof line, " %8d %8d", f.blocked, f.notRun);
+            out << line;
+        }
+        out << "\n";
+    }
+    out << "  out (1): out of sync, RYX_FRAMESYNC_RESULT 1 (delivered); out (2): "
+           "RYX_FRAMESYNC_RESULT 2 (failed);\n  unchecked: delivered without a timestamp verdict; "
+           "master: frames with bMasterCam set\n";
+    if (unknownMode) {
+        out << "  out (?): out of sync, 1 or 2: the log does not carry the mode\n";
+    }
+    out << "dropped by cause, and crop overrides written:\n";
+    for (auto const& f : r.sensors) {
+        std::snprintf(line, sizeof line,
+                      "  %-*s own drop %d, master drop %d, flush %d, refused %d; crop overrides "
+                      "%d\n",
+                      w, f.label.c_str(), f.dropOwn, f.dropMaster, f.dropFlush, f.dropRefused,
+                      f.cropOverrides);
+        out << line;
+        if (f.dropLeave > 0) {
+            out << "  " << std::string(static_cast<size_t>(w), ' ') << " left the session with "
+                << f.dropLeave << " frame(s) pending\n";
+        }
+    }
+}
+
+void writeUnpassed(std::ostream& out, Timeline const& r) {
+    auto frames = unpassedFrames(r);
+    out << "\nframes that did not pass or passed flagged: " << frames.size() << "\n";
+    for (FrameRecord const* f : frames) {
+        char head[32];
+        std::snprintf(head, sizeof head, "  f%-5d ", f->frame);
+        out << head << f->why << "\n";
+    }
+}
+
+void writeTiming(std::ostream& out, Timeline const& r) {
+    char line[512];
+    int w = static_cast<int>(labelWidth(r));
+    out << "\ntiming\n";
+    if (r.wait.count == 0) {
+        out << "  no syncResultCheck call returned\n";
+    } else {
+        out << "  rendezvous wait (time in syncResultCheck): p50 " << fmtUs(r.wait.p50Us)
+            << ", p99 " << fmtUs(r.wait.p99Us) << ", max " << fmtUs(r.wait.maxUs) << " over "
+            << r.wait.count << " calls\n";
+        for (auto const& f : r.sensors) {
+            std::snprintf(line, sizeof line, "    %-*s p50 %s, p99 %s, max %s\n", w,
+                          f.label.c_str(), fmtUs(f.wait.p50Us).c_str(), fmtUs(f.wait.p99Us).c_str(),
+                          fmtUs(f.wait.maxUs).c_str());
+            out << line;
+        }
+    }
+    out << "  last to arrive (the camera the others waited for), lateness after the frame's "
+           "first arrival:\n";
+    for (auto const& f : r.sensors) {
+        std::snprintf(line, sizeof line, "    %-*s %6d frames", w, f.label.c_str(), f.lastToArrive);
+        out << line;
+        if (f.lateness.count > 0) {
+            out << ", p50 " << fmtUs(f.lateness.p50Us) << ", p99 " << fmtUs(f.lateness.p99Us)
+                << ", max " << fmtUs(f.lateness.maxUs);
+        }
+        out << "\n";
+    }
+    if (!r.imported) {
+        std::snprintf(line, sizeof line,
+                      "  library CPU: %.1f us per frame (all sensors), %.1f us per call; process "
+                      "CPU %.2f s\n",
+                      r.libCpuUsPerFrame, r.libCpuUsPerCall, r.cpuSeconds);
+        out << line;
+    }
+}
+
+void writeAnomalies(std::ostream& out, Timeline const& r) {
+    char line[512];
+    out << "\nanomalies\n";
+    out << "  frame inversions:        " << frameList(r.frameInversions) << "\n";
+    out << "  time inversions:         " << frameList(r.timeInversions) << "\n";
+    out << "  missing timestamps:      " << frameList(r.missingTimestamps) << "\n";
+    out << "  frames never completed:  ";
+    if (r.neverCompleted.empty()) {
+        out << "none";
+    }
+    for (size_t i = 0; i < r.neverCompleted.size(); ++i) {
+        out << (i ? ", " : "") << "f" << r.neverCompleted[i];
+    }
+    out << "\n  threads still blocked:   " << (r.blocked.empty() ? "none" : "") << "\n";
+    for (auto const& b : r.blocked) {
+        std::snprintf(line, sizeof line, "    sensor %s in %s for f%d (r%d), for %.1f s\n",
+                      b.label.c_str(), b.call.c_str(), b.frame, b.request, b.seconds);
+        out << line;
+    }
+}
+
+}  // namespace
+
+void writeText(std::ostream& out, Timeline const& r) {
+    out << "synchelper-sim: " << r.name;
+    if (r.seed) {
+        out << " (seed " << *r.seed << ")";
+    }
+    if (!r.source.empty()) {
+        out << ", " << r.source;
+    }
+    out << "\n";
+    if (!r.description.empty()) {
+        out << r.description << "\n";
+    }
+    if (r.imported) {
+        writeImportedHeader(out, r);
+    } else {
+        writeRunHeader(out, r);
+    }
+    writeSensorTable(out, r);
+    writeUnpassed(out, r);
+    writeTiming(out, r);
+    writeAnomalies(out, r);
+}
+
+}  // namespace ryxsim

@@ -1,0 +1,291 @@
+#include "sources/logcat/LogLine.h"
+
+#include <cstring>
+
+namespace ryxsim {
+
+namespace {
+
+// A cursor over the line; every reader leaves the cursor alone when it fails.
+struct Cursor {
+    std::string_view s;
+    size_t i = 0;
+
+    bool done() const { return i >= s.size(); }
+    char peek() const { return done() ? '\0' : s[i]; }
+    bool isDigit() const { return peek() >= '0' && peek() <= '9'; }
+    size_t spaces() {
+        size_t n = 0;
+        while (!done() && s[i] == ' ') {
+            ++i;
+            ++n;
+        }
+        return n;
+    }
+    bool eat(char c) {
+        if (peek() != c) {
+            return false;
+        }
+        ++i;
+        return true;
+    }
+    // Exactly `n` digits when n > 0, else one or more (at most 18).
+    bool digits(int64_t& v, int n = 0, int* count = nullptr) {
+        size_t start = i;
+        int64_t r = 0;
+        int k = 0;
+        while (isDigit() && (n == 0 ? k < 18 : k < n)) {
+            r = r * 10 + (s[i] - '0');
+            ++i;
+            ++k;
+        }
+        if (k == 0 || (n > 0 && k != n) || (n == 0 && isDigit())) {
+            i = start;
+            return false;
+        }
+        v = r;
+        if (count != nullptr) {
+            *count = k;
+        }
+        return true;
+    }
+    std::string_view token() {
+        size_t start = i;
+        while (!done() && s[i] != ' ') {
+            ++i;
+        }
+        return s.substr(start, i - start);
+    }
+};
+
+bool isLevel(char c) {
+    return c != '\0' && std::strchr("VDIWEFS", c) != nullptr;
+}
+
+// Days since 1970-01-01 of a civil date.
+int64_t daysFromCivil(int64_t y, int64_t m, int64_t d) {
+    y -= m <= 2;
+    int64_t era = (y >= 0 ? y : y - 399) / 400;
+    int64_t yoe = y - era * 400;
+    int64_t doy = (153 * (m + (m > 2 ? -3 : 9)) + 2) / 5 + d - 1;
+    int64_t doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
+    return era * 146097 + doe - 719468;
+}
+
+// "[YYYY-]MM-DD HH:MM:SS[.f...][ +zzzz]" or "SSSSSSSSSS[.f...]"; `fraction` false for the host
+// format, whose seconds are whole.
+bool readTime(Cursor& c, bool fraction, int64_t& ns, int& digits) {
+    Cursor save = c;
+    int64_t a = 0, b = 0, d = 0, hh = 0, mm = 0, ss = 0;
+    int n = 0;
+    if (!c.digits(a, 0, &n)) {
+        return false;
+    }
+    int64_t year = 2000;
+    if (c.peek() == '.' && n >= 6) {  // epoch seconds
+        ss = a;
+    } else if (c.eat('-')) {
+        if (!c.digits(b, 2)) {
+            c = save;
+            return false;
+        }
+        if (n == 4 && c.eat('-')) {
+            year = a;
+            a = b;
+            if (!c.digits(b, 2)) {
+                c = save;
+                return false;
+            }
+        } else if (n != 2) {
+            c = save;
+            return false;
+        }
+        if (c.spaces() == 0 || !c.digits(hh, 2) || !c.eat(':') || !c.digits(mm, 2) || !c.eat(':') ||
+            !c.digits(ss, 2) || a < 1 || a > 12 || b < 1 || b > 31 || hh > 23 || mm > 59 ||
+            ss > 60) {
+            c = save;
+            return false;
+        }
+        d = daysFromCivil(year, a, b);
+        ss += ((d * 24 + hh) * 60 + mm) * 60;
+    } else {
+        c = save;
+        return false;
+    }
+    ns = ss * 1000000000;
+    digits = 0;
+    if (fraction) {
+        int64_t f = 0;
+        if (!c.eat('.') || !c.digits(f, 0, &digits) ||
+            (digits != 3 && digits != 6 && digits != 9)) {
+            c = save;
+            return false;
+        }
+        for (int k = digits; k < 9; ++k) {
+            f *= 10;
+        }
+        ns += f;
+    }
+    Cursor zone = c;
+    zone.spaces();
+    if (zone.peek() == '+' || zone.peek() == '-') {
+        ++zone.i;
+        int64_t z = 0;
+        if (zone.digits(z, 4)) {
+            c = zone;
+        }
+    }
+    return true;
+}
+
+// "L/TAG(  PID): message" or "L/TAG(  UID:  PID): message"; the tag may hold '(' itself.
+bool readBrief(Cursor& c, LogLine& out) {
+    if (c.s.size() < c.i + 2 || !isLevel(c.s[c.i]) || c.s[c.i + 1] != '/') {
+        return false;
+    }
+    out.level = c.s[c.i];
+    size_t tagStart = c.i + 2;
+    size_t close = c.s.find("): ", tagStart);
+    bool bare = false;
+    if (close == std::string_view::npos) {
+        if (c.s.size() < 1 || c.s.back() != ')') {
+            return false;
+        }
+        close = c.s.size() - 1;  // "): " cut to ")" on an empty message
+        bare = true;
+    }
+    size_t open = c.s.rfind('(', close);
+    if (open == std::string_view::npos || open < tagStart) {
+        return false;
+    }
+    Cursor p{c.s.substr(open + 1, close - open - 1)};
+    p.spaces();
+    int64_t pid = 0;
+    if (!p.digits(pid)) {
+        while (!p.done() && p.peek() != ':' && p.peek() != ' ') {
+            ++p.i;  // a user name before the PID
+        }
+    }
+    if (p.eat(':')) {
+        p.spaces();
+        if (!p.digits(pid)) {
+            return false;
+        }
+    }
+    p.spaces();
+    if (!p.done()) {
+        return false;
+    }
+    std::string_view tag = c.s.substr(tagStart, open - tagStart);
+    while (!tag.empty() && tag.back() == ' ') {
+        tag.remove_suffix(1);
+    }
+    out.tag = tag;
+    out.pid = static_cast<int>(pid);
+    out.message = bare ? std::string_view() : c.s.substr(close + 3);
+    return true;
+}
+
+// After the time of a threadtime line: "[UID] PID TID L TAG: message".
+bool readThreadtime(Cursor& c, LogLine& out) {
+    std::string_view tokens[4];
+    size_t n = 0;
+    Cursor save = c;
+    while (n < 4) {
+        if (c.spaces() == 0) {
+            c = save;
+            return false;
+        }
+        std::string_view t = c.token();
+        if (t.size() == 1 && isLevel(t[0])) {
+            break;
+        }
+        tokens[n++] = t;
+    }
+    if ((n != 2 && n != 3) || c.spaces() != 1) {
+        c = save;
+        return false;
+    }
+    out.level = c.s[c.i - 2];
+    int64_t ids[2];
+    for (int k = 0; k < 2; ++k) {
+        Cursor p{tokens[n - 2 + k]};
+        if (!p.digits(ids[k]) || !p.done()) {
+            c = save;
+            return false;
+        }
+    }
+    size_t colon = c.s.find(": ", c.i);
+    size_t end = colon;
+    if (colon == std::string_view::npos) {
+        if (c.s.empty() || c.s.back() != ':') {
+            c = save;
+            return false;
+        }
+        end = c.s.size() - 1;
+    }
+    std::string_view tag = c.s.substr(c.i, end - c.i);
+    while (!tag.empty() && tag.back() == ' ') {
+        tag.remove_suffix(1);
+    }
+    out.tag = tag;
+    out.pid = static_cast<int>(ids[0]);
+    out.tid = static_cast<int>(ids[1]);
+    out.message = colon == std::string_view::npos ? std::string_view() : c.s.substr(colon + 2);
+    return true;
+}
+
+// "TAG L MM-DD HH:MM:SS  PID  TID message"
+bool readHost(Cursor& c, LogLine& out) {
+    std::string_view tag = c.token();
+    if (tag.empty() || c.spaces() != 1 || c.done() || !isLevel(c.peek())) {
+        return false;
+    }
+    out.level = c.s[c.i++];
+    int64_t ns = 0, pid = 0, tid = 0;
+    int digits = 0;
+    if (c.spaces() != 1 || !readTime(c, false, ns, digits) || c.spaces() == 0 || !c.digits(pid) ||
+        c.spaces() == 0 || !c.digits(tid)) {
+        return false;
+    }
+    c.eat(' ');
+    out.tag = tag;
+    out.timeNs = ns;
+    out.fractionDigits = 0;
+    out.pid = static_cast<int>(pid);
+    out.tid = static_cast<int>(tid);
+    out.message = c.s.substr(c.i);
+    return true;
+}
+
+}  // namespace
+
+bool parseLogLine(std::string_view line, LogLine& out) {
+    if (!line.empty() && line.back() == '\r') {
+        line.remove_suffix(1);
+    }
+    out = LogLine{};
+    Cursor c{line};
+    if (c.isDigit()) {
+        int64_t ns = 0;
+        int digits = 0;
+        if (!readTime(c, true, ns, digits)) {
+            return false;
+        }
+        out.timeNs = ns;
+        out.fractionDigits = digits;
+        Cursor afterTime = c;
+        if (readThreadtime(c, out)) {
+            return true;
+        }
+        c = afterTime;
+        return c.spaces() > 0 && readBrief(c, out);
+    }
+    if (readBrief(c, out)) {
+        return true;
+    }
+    c = Cursor{line};
+    return readHost(c, out);
+}
+
+}  // namespace ryxsim

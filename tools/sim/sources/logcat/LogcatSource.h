@@ -1,0 +1,29 @@
+#pragma once
+// Source: an Android log capture (LogLine.h formats) read back into session timelines.
+//
+// The library's own lines (tags "RyxCam/...") are picked out of whatever else the capture holds;
+// every other line is skipped. A queue's creation line starts a session; lines of another process
+// belong to another session; library lines of a process before any creation line form a session
+// that started before the capture. At the default log level (warnings and errors) a session shows
+// its out-of-sync frames, inversions and errors only; the timeline's notes say what was not seen.
+// With debug lines on, every frame is rebuilt: arrivals and releases, the camera that completed
+// it, verdict and cause, master and crop overrides, frames still waiting at the end, and a fatal
+// abort with the rule it broke.
+
+#include "model/ParseError.h"
+#include "model/Timeline.h"
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace ryxsim {
+
+// Reads the capture text; `fileName` names it in the report and in errors. Throws ParseError
+// ("FILE:LINE: ...") when the text holds no log line at all.
+std::vector<Timeline> readLogcat(std::string_view text, std::string const& fileName);
+
+// Reads the capture from a file. Throws ParseError, also when the file cannot be read.
+std::vector<Timeline> readLogcatFile(std::string const& path);
+
+}  // namespace ryxsim

@@ -1,0 +1,651 @@
+#include "sources/run/Runner.h"
+
+#include <ISyncHelper.h>
+#include <NSCam/ULogger.h>
+#include <SyncHelper.h>
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <ostream>
+#include <thread>
+#include <utility>
+
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace ryxsim {
+
+using namespace NSCam::camsys::camcoordinator;
+using NSCam::IMetadata;
+using NSCam::MRect;
+using NSCam::Utils::ULog::ULogger;
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+int64_t threadCpuNs() {
+    timespec ts{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
+    return static_cast<int64_t>(ts.tv_sec) * 1000000000 + ts.tv_nsec;
+}
+
+double processCpuSeconds() {
+    timespec ts{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &ts);
+    return static_cast<double>(ts.tv_sec) + ts.tv_nsec / 1e9;
+}
+
+// A stall in which the process used at least this share of one core is still work going on.
+constexpr double kBusyShareOfStall = 0.25;
+
+// Receives the library's unified-logger lines during a run and keeps the ones the report lists.
+// On a fatal statement (the flush before the abort) it says on stderr what stopped the process.
+class Collector : public ULogger {
+  public:
+    // Lines above `maxLevel` (ULog levels: 1 error .. 5 debug) are only watched for the start of
+    // a rendezvous wait, which `onWait` hears about on the waiting thread.
+    Collector(std::ostream* logcat, uint32_t maxLevel, std::function<void()> onWait)
+        : mLogcat(logcat), mMaxLevel(maxLevel), mOnWait(std::move(onWait)) {}
+
+    void output(uint32_t, const char* tag, uint32_t level, const char* text, int) override {
+        if (text == nullptr) {
+            return;
+        }
+        // "[name][fN] CamId = C wait(V)+": the calling thread is about to wait.
+        if (mOnWait && level == 5 && std::strstr(text, "CamId = ") != nullptr &&
+            std::strstr(text, " wait(") != nullptr && std::strstr(text, ")+") != nullptr) {
+            mOnWait();
+        }
+        if (level > mMaxLevel) {
+            return;
+        }
+        if (mLogcat != nullptr) {
+            static char const kLevels[] = "?EWIVD";
+            writeLogcat(level < 6 ? kLevels[level] : 'V', tag, text);
+        }
+        LoggedAnomaly a{};
+        bool keep = false;
+        if (std::strstr(text, "frame inversion") != nullptr) {
+            char const* m = std::strstr(text, "masterId(");
+            keep = m != nullptr && std::sscanf(m, "masterId(%d), f(%d)", &a.master, &a.frame) == 2;
+            a.kind = LoggedAnomaly::Kind::FrameInversion;
+        } else if (char const* q = std::strstr(text, "time inversion")) {
+            keep = std::sscanf(q, "time inversion, drop directly, change masterId(%d), f(%d)",
+                               &a.master, &a.frame) == 2;
+            a.kind = LoggedAnomaly::Kind::TimeInversion;
+        } else if (std::strstr(text, "Fail to get") != nullptr &&
+                   std::strstr(text, "TimeStamp") != nullptr) {
+            char const* cam = std::strstr(text, "[cam");
+            keep = cam != nullptr && std::sscanf(cam, "[cam%d::f%d]", &a.master, &a.frame) == 2;
+            a.kind = LoggedAnomaly::Kind::MissingTimestamp;
+        }
+        std::lock_guard<std::mutex> lock(mMutex);
+        if (level == 1) {
+            mLastError = text;
+            mLastTag = tag != nullptr ? tag : "";
+        }
+        if (keep) {
+            a.text = text;
+            mAnomalies.push_back(a);
+        }
+    }
+
+    void flush(int reason) override {
+        std::string last;
+        {
+            std::lock_guard<std::mutex> lock(mMutex);
+            last = mLastError;
+        }
+        if (mLogcat != nullptr) {
+            // What the abort itself prints on a device.
+            writeLogcat('F', mLastTag.c_str(), last.c_str());
+            mLogcat->flush();
+        }
+        std::fprintf(stderr,
+                     "synchelper-sim: the library ended the process (fatal %d): %s\n"
+                     "synchelper-sim: the call flow of this trace is broken for the library; "
+                     "no report was written\n",
+                     reason, last.c_str());
+        std::fflush(stderr);
+    }
+
+    // The anomalies collected since the last call.
+    std::vector<LoggedAnomaly> take() {
+        std::lock_guard<std::mutex> lock(mMutex);
+        return std::exchange(mAnomalies, {});
+    }
+
+  private:
+    // One line as logcat -v threadtime prints it, on the wall clock.
+    void writeLogcat(char level, const char* tag, const char* text) {
+        std::lock_guard<std::mutex> lock(mLogcatMutex);  // lines in time order
+        timespec ts{};
+        clock_gettime(CLOCK_REALTIME, &ts);
+        tm local{};
+        localtime_r(&ts.tv_sec, &local);
+        char head[64];
+        std::snprintf(head, sizeof head, "%02d-%02d %02d:%02d:%02d.%03ld %5d %5d %c ",
+                      local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec,
+                      ts.tv_nsec / 1000000, static_cast<int>(getpid()),
+                      static_cast<int>(syscall(SYS_gettid)), level);
+        *mLogcat << head << (tag != nullptr ? tag : "") << ": " << text << '\n';
+    }
+
+    std::mutex mMutex;
+    std::vector<LoggedAnomaly> mAnomalies;
+    std::string mLastError;
+    std::string mLastTag;
+    std::ostream* mLogcat;
+    uint32_t mMaxLevel;
+    std::function<void()> mOnWait;
+    std::mutex mLogcatMutex;
+};
+
+// The records and metadata of one call. The library keeps pointers to them while the call's frame
+// is in flight; the sensor thread that made the call owns them (see kKeptRecords).
+struct CallRecord {
+    IMetadata appControl, halControl, halDynamic, appDynamic;
+    SyncResultInputParams input;
+    SyncResultOutputParams output;
+};
+
+void setInts(IMetadata& meta, uint32_t tag, std::vector<int32_t> const& items) {
+    IMetadata::IEntry entry(tag);
+    for (int32_t v : items) {
+        entry.push_back(v);
+    }
+    meta.update(tag, entry);
+}
+
+void build(CallRow const& row, CallRecord& rec) {
+    if (row.syncIds) {
+        setInts(rec.halControl, RYX_FRAMESYNC_ID, *row.syncIds);
+    }
+    if (row.required) {
+        IMetadata::setEntry<int32_t>(&rec.halControl, RYX_FRAMESYNC_REQUIRED, 1);
+    }
+    if (row.enable) {
+        IMetadata::setEntry<int32_t>(&rec.halControl, RYX_FRAMESYNC_ENABLE, *row.enable);
+    }
+    if (row.toleranceUs) {
+        IMetadata::setEntry<int64_t>(&rec.halControl, RYX_FRAMESYNC_TOLERANCE, *row.toleranceUs);
+    }
+    if (row.mode) {
+        IMetadata::setEntry<int32_t>(&rec.halControl, RYX_FRAMESYNC_MODE, *row.mode);
+    }
+    if (row.master) {
+        IMetadata::setEntry<int32_t>(&rec.halControl, RYX_DUALZOOM_REAL_MASTER, *row.master);
+    }
+    if (row.msList) {
+        setInts(rec.halControl, RYX_MW_MASTER_SLAVE_LIST, *row.msList);
+    }
+    if (row.intent) {
+        IMetadata::setEntry<uint8_t>(&rec.appControl, CAPTURE_INTENT,
+                                     static_cast<uint8_t>(*row.intent));
+    }
+    rec.input.m_id = row.sensor;
+    rec.input.requestNo = row.request;
+    rec.input.frameNo = row.frame;
+    rec.input.AppControl = &rec.appControl;
+    rec.input.HalControl = &rec.halControl;
+    rec.input.sofTimeStamp = row.sofNs;
+    rec.input.expTimeStamp = row.expNs;
+    rec.output.HalDynamic = &rec.halDynamic;
+    rec.output.AppDynamic = &rec.appDynamic;
+    rec.output.bMasterCam = false;
+}
+
+template <typename T>
+std::optional<T> read(IMetadata const& meta, uint32_t tag) {
+    T v{};
+    if (IMetadata::getEntry<T>(&meta, tag, v)) {
+        return v;
+    }
+    return std::nullopt;
+}
+
+void readBack(CallRecord const& rec, CallOutcome& out) {
+    out.syncResult = read<int64_t>(rec.halDynamic, RYX_FRAMESYNC_RESULT);
+    out.halMaster = read<int32_t>(rec.halDynamic, RYX_DUALZOOM_REAL_MASTER);
+    out.appMaster = read<int32_t>(rec.appDynamic, RYX_APP_REAL_MASTER);
+    out.masterCam = rec.output.bMasterCam;
+    out.cropOverride = read<MRect>(rec.halControl, RYX_SENSOR_CROP_OVERRIDE);
+    out.activeArray = read<MRect>(rec.appDynamic, PHYSICAL_ACTIVE_ARRAY_REGION);
+    out.focalLength = read<float>(rec.appDynamic, LENS_FOCAL_LENGTH);
+}
+
+struct SensorState {
+    bool finished = false;
+    bool inLibrary = false;
+    bool awaitingTurn = false;  // ordered runs: waiting for the calls before it in the trace
+    bool starving = false;      // waiting for the runner to read more rows
+    size_t cursor = 0;          // the first row this thread has not finished with
+    size_t row = 0;
+    Clock::time_point since;
+};
+
+// A row in the runner's window and what its call got back.
+struct Slot {
+    CallRow row;
+    CallOutcome out;
+};
+
+// Everything the sensor threads touch. Leaked on purpose when threads stay blocked.
+struct Session {
+    std::shared_ptr<ISyncHelper> helper;
+    std::shared_ptr<SyncHelper> concrete;  // for getSensorCropRegion
+    std::mutex mutex;
+    std::condition_variable changed;  // rows added, or (ordered runs) a turn passed
+    std::condition_variable wake;     // for the runner: rows can be retired or added
+    std::map<int, SensorState> sensors;
+    // Rows base .. base + window.size() - 1. A slot stays put (a deque keeps its elements in
+    // place) until every sensor thread is past it.
+    std::deque<Slot> window;
+    size_t base = 0;
+    bool sourceDone = false;
+    size_t callsDone = 0;
+    size_t nextTurn = 0;  // ordered runs: the row allowed into the library next
+};
+
+size_t const kNoTurn = SIZE_MAX;
+// Records of its latest calls a sensor thread keeps alive.
+size_t const kKeptRecords = 64;
+// Calls between two wake-ups of the runner.
+size_t const kWakeEvery = 1024;
+// Ordered runs: the row whose call this thread is making.
+thread_local size_t tTurn = kNoTurn;
+
+// Ordered runs: the call of row `idx` has returned or is waiting in the rendezvous; the next
+// row may enter. Caller holds s.mutex.
+void passTurn(Session& s, size_t idx) {
+    if (s.nextTurn == idx) {
+        ++s.nextTurn;
+    }
+}
+
+// The next slot of `sensor`, or nullptr once the rows are over. Caller holds s.mutex.
+Slot* nextSlot(Session& s, std::unique_lock<std::mutex>& lock, int sensor) {
+    SensorState& st = s.sensors[sensor];
+    while (true) {
+        size_t end = s.base + s.window.size();
+        while (st.cursor < end && s.window[st.cursor - s.base].row.sensor != sensor) {
+            ++st.cursor;
+        }
+        if (st.cursor < end) {
+            return &s.window[st.cursor - s.base];
+        }
+        if (s.sourceDone) {
+            return nullptr;
+        }
+        st.starving = true;
+        s.wake.notify_one();
+        s.changed.wait(lock);
+        st.starving = false;
+    }
+}
+
+void sensorThread(Session& s, int sensor, bool realtime, bool ordered, Clock::time_point start,
+                  int64_t firstSofNs) {
+    // A returned call's frame has left the library (the last of its cameras removes it); the
+    // records of the latest calls are kept all the same, for a waiter woken spuriously that
+    // returns while its frame is still completing.
+    std::deque<std::unique_ptr<CallRecord>> recent;
+    while (true) {
+        Slot* slot = nullptr;
+        size_t idx = 0;
+        {
+            std::unique_lock<std::mutex> lock(s.mutex);
+            slot = nextSlot(s, lock, sensor);
+            if (slot == nullptr) {
+                s.sensors[sensor].finished = true;
+                break;
+            }
+            idx = s.sensors[sensor].cursor;
+        }
+        CallRow const& row = slot->row;
+        recent.push_back(std::make_unique<CallRecord>());
+        if (recent.size() > kKeptRecords) {
+            recent.pop_front();
+        }
+        CallRecord& rec = *recent.back();
+        build(row, rec);
+        bool perFrame = row.kind == CallKind::Result || row.kind == CallKind::Drop;
+        if (realtime && perFrame && row.sofNs > 0 && row.sofNs >= firstSofNs) {
+            std::this_thread::sleep_until(start + std::chrono::nanoseconds(row.sofNs - firstSofNs));
+        }
+        {
+            std::unique_lock<std::mutex> lock(s.mutex);
+            SensorState& st = s.sensors[sensor];
+            if (ordered) {
+                st.awaitingTurn = true;
+                s.changed.wait(lock, [&] { return s.nextTurn == idx; });
+                st.awaitingTurn = false;
+                tTurn = idx;
+            }
+            st.inLibrary = true;
+            st.row = idx;
+            st.since = Clock::now();
+            slot->out.started = true;
+        }
+        auto t0 = Clock::now();
+        int64_t c0 = threadCpuNs();
+        bool verdict = false;
+        switch (row.kind) {
+            case CallKind::Result:
+                if (row.getCrop && s.concrete != nullptr) {
+                    s.concrete->getSensorCropRegion(rec.input);
+                }
+                verdict = s.helper->syncResultCheck(rec.input, &rec.output);
+                break;
+            case CallKind::Drop:
+                verdict = s.helper->notifyDrop(rec.input);
+                break;
+            case CallKind::Flush: {
+                int const frame = row.frame;
+                int const unused = 0;
+                verdict = s.helper->notifyDrop(frame, unused);
+                break;
+            }
+            case CallKind::Leave:
+                verdict = s.helper->notifyDropBySensor(row.sensor);
+                break;
+            case CallKind::Crop: {
+                std::unordered_map<int, MRect> crops(row.crops.begin(), row.crops.end());
+                verdict = s.helper->setSensorCropRegion(row.request, crops);
+                break;
+            }
+        }
+        int64_t c1 = threadCpuNs();
+        auto t1 = Clock::now();
+        bool wakeRunner = false;
+        {
+            std::lock_guard<std::mutex> lock(s.mutex);
+            CallOutcome& out = slot->out;
+            if (row.kind == CallKind::Result) {
+                readBack(rec, out);
+            }
+            out.returned = true;
+            out.verdict = verdict;
+            out.startNs = std::chrono::duration_cast<std::chrono::nanoseconds>(t0 - start).count();
+            out.wallNs = std::chrono::duration_cast<std::chrono::nanoseconds>(t1 - t0).count();
+            out.cpuNs = c1 - c0;
+            SensorState& st = s.sensors[sensor];
+            st.inLibrary = false;
+            st.cursor = idx + 1;
+            ++s.callsDone;
+            wakeRunner = s.callsDone % kWakeEvery == 0;
+            passTurn(s, idx);
+            tTurn = kNoTurn;
+        }
+        if (ordered) {
+            s.changed.notify_all();
+        }
+        if (wakeRunner) {
+            s.wake.notify_one();
+        }
+    }
+    s.wake.notify_one();
+}
+
+// Reads up to `count` rows of the source.
+std::vector<Slot> readRows(RowSource& rows, size_t count, bool& ended) {
+    std::vector<Slot> out;
+    Slot slot;
+    while (out.size() < count && !(ended = !rows.next(slot.row))) {
+        out.push_back(slot);
+    }
+    return out;
+}
+
+}  // namespace
+
+RunResult runCalls(RowSource& rows, CallSink& sink, RunOptions const& options) {
+    RunResult result;
+    auto session = std::make_unique<Session>();
+    Session& s = *session;
+
+    std::unordered_map<unsigned int, NSCam::CameraInfo> info;
+    for (auto const& c : rows.session().cameras) {
+        NSCam::CameraInfo ci;
+        ci.activeArrayRegion = c.activeArray;
+        ci.focalLength = c.focalLength;
+        info[static_cast<unsigned int>(c.id)] = ci;
+    }
+
+    uint32_t const detailsLevel = ULogger::sDetailsLevel;
+    std::function<void()> onWait;
+    if (options.ordered) {
+        ULogger::sDetailsLevel = std::max<uint32_t>(detailsLevel, 5);
+        onWait = [&s] {
+            {
+                std::lock_guard<std::mutex> lock(s.mutex);
+                if (tTurn != kNoTurn) {
+                    passTurn(s, tTurn);
+                }
+            }
+            s.changed.notify_all();
+        };
+    }
+    auto collector = std::make_unique<Collector>(options.logcat, detailsLevel, onWait);
+    ULogger* previousLogger = ULogger::install(collector.get());
+
+    s.helper = ISyncHelper::createInstance(rows.session().sessionKey,
+                                           rows.session().allowCropReplace, info);
+    s.concrete = std::dynamic_pointer_cast<SyncHelper>(s.helper);
+
+    // Hands the calls of `slots` (rows first .. first + size - 1) to the sink, after what the
+    // library logged so far.
+    auto deliver = [&](size_t first, std::vector<Slot> const& slots) {
+        for (auto const& a : collector->take()) {
+            sink.logged(a);
+        }
+        for (size_t i = 0; i < slots.size(); ++i) {
+            sink.call(first + i, slots[i].row, slots[i].out);
+        }
+    };
+
+    // Crop sets at the head of the trace, before any frame call, are the session's initial
+    // crops: made here, before the sensor threads start, so that every sensor's first frames
+    // see them.
+    size_t head = 0;
+    Slot slot;
+    bool ended = !rows.next(slot.row);
+    while (!ended && slot.row.kind == CallKind::Crop) {
+        std::unordered_map<int, MRect> crops(slot.row.crops.begin(), slot.row.crops.end());
+        slot.out.started = slot.out.returned = true;
+        slot.out.verdict = s.helper->setSensorCropRegion(slot.row.request, crops);
+        deliver(head++, {slot});
+        slot = Slot{};
+        ended = !rows.next(slot.row);
+    }
+    if (!ended) {
+        s.window.push_back(slot);
+        for (auto& more : readRows(rows, kRunWindowCalls - 1, ended)) {
+            s.window.push_back(std::move(more));
+        }
+    }
+    s.sourceDone = ended;
+    s.base = head;
+    int64_t firstSof = INT64_MAX;
+    for (auto const& w : s.window) {
+        if (w.row.sofNs > 0) {
+            firstSof = std::min(firstSof, w.row.sofNs);
+        }
+    }
+    for (int id : rows.sensors()) {
+        s.sensors[id].cursor = head;
+    }
+
+    s.callsDone = head;
+    s.nextTurn = head;
+    double cpu0 = processCpuSeconds();
+    auto start = Clock::now();
+    std::vector<std::thread> threads;
+    for (auto const& [id, st] : s.sensors) {
+        threads.emplace_back(sensorThread, std::ref(s), id, options.realtime, options.ordered,
+                             start, firstSof);
+    }
+
+    auto const deadline = std::chrono::duration<double>(options.deadlineSeconds);
+    auto const progressEvery = std::chrono::milliseconds(100);
+    {
+        std::unique_lock<std::mutex> lock(s.mutex);
+        size_t lastDone = s.callsDone;
+        auto lastChange = Clock::now();
+        double cpuAtChange = processCpuSeconds();
+        auto lastProgress = lastChange - progressEvery;
+        while (true) {
+            // Rows every thread is past go to the sink; the window is topped up.
+            size_t low = s.base + s.window.size();
+            for (auto const& [id, st] : s.sensors) {
+                low = st.finished ? low : std::min(low, st.cursor);
+            }
+            std::vector<Slot> done;
+            size_t first = s.base;
+            while (s.base < low) {
+                done.push_back(std::move(s.window.front()));
+                s.window.pop_front();
+                ++s.base;
+            }
+            size_t room = kRunWindowCalls - s.window.size();
+            bool readMore = !s.sourceDone && room >= kRunWindowCalls / 4;
+            if (!done.empty() || readMore) {
+                lock.unlock();
+                deliver(first, done);
+                bool sourceEnded = false;
+                std::vector<Slot> more;
+                if (readMore) {
+                    more = readRows(rows, room, sourceEnded);
+                }
+                lock.lock();
+                for (auto& m : more) {
+                    s.window.push_back(std::move(m));
+                }
+                s.sourceDone = s.sourceDone || sourceEnded;
+                if (readMore) {
+                    s.changed.notify_all();
+                }
+            }
+
+            bool allFinished = true;
+            bool allStuck = true;
+            bool full = s.window.size() >= kRunWindowCalls;
+            for (auto const& [id, st] : s.sensors) {
+                allFinished = allFinished && st.finished;
+                allStuck = allStuck && (st.finished || st.inLibrary || st.awaitingTurn ||
+                                        (st.starving && full));
+            }
+            if (allFinished && s.window.empty()) {
+                break;
+            }
+            auto now = Clock::now();
+            if (s.callsDone != lastDone) {
+                lastDone = s.callsDone;
+                lastChange = now;
+                cpuAtChange = processCpuSeconds();
+            }
+            // Threads parked in the library's waits use no CPU. A stall during which the
+            // process still worked (a long rehash of the library's crop tables under its lock,
+            // say) is slow progress, not a block: the deadline starts again.
+            if (allStuck && !allFinished && now - lastChange >= deadline &&
+                processCpuSeconds() - cpuAtChange >=
+                    kBusyShareOfStall * std::chrono::duration<double>(now - lastChange).count()) {
+                lastChange = now;
+                cpuAtChange = processCpuSeconds();
+            }
+            if (allStuck && !allFinished && now - lastChange >= deadline) {
+                for (auto const& [id, st] : s.sensors) {
+                    if (st.inLibrary) {
+                        Slot const& w = s.window[st.row - s.base];
+                        result.blocked.push_back(
+                            {id, st.row, std::chrono::duration<double>(now - st.since).count(),
+                             w.row.kind, w.row.frame, w.row.request});
+                    }
+                }
+                break;
+            }
+            if (options.progress && now - lastProgress >= progressEvery) {
+                lastProgress = now;
+                RunProgress p{s.callsDone, std::max(options.expectedCalls, s.callsDone),
+                              std::chrono::duration<double>(now - start).count()};
+                lock.unlock();
+                options.progress(p);
+                lock.lock();
+            }
+            if (allFinished || (!s.sourceDone && s.window.size() < kRunWindowCalls / 2)) {
+                continue;  // rows to retire or to read right away
+            }
+            s.wake.wait_for(lock, progressEvery);
+        }
+    }
+    result.wallSeconds = std::chrono::duration<double>(Clock::now() - start).count();
+    result.cpuSeconds = processCpuSeconds() - cpu0;
+
+    if (!result.blocked.empty()) {
+        // The blocked threads still use the helper, the window, the records and the collector:
+        // leave them. The calls after them were never made.
+        std::vector<Slot> rest;
+        size_t first = 0;
+        {
+            std::lock_guard<std::mutex> lock(s.mutex);
+            rest.assign(s.window.begin(), s.window.end());
+            first = s.base;
+            result.returned = s.callsDone;
+        }
+        for (auto& t : threads) {
+            t.detach();
+        }
+        deliver(first, rest);
+        first += rest.size();
+        bool sourceEnded = s.sourceDone;
+        while (!sourceEnded) {
+            rest = readRows(rows, kRunWindowCalls, sourceEnded);
+            deliver(first, rest);
+            first += rest.size();
+        }
+        collector.release();
+        session.release();
+        return result;
+    }
+    for (auto& t : threads) {
+        t.join();
+    }
+    result.returned = s.callsDone;
+    s.concrete.reset();
+    s.helper.reset();
+    ULogger::install(previousLogger);
+    ULogger::sDetailsLevel = detailsLevel;
+    deliver(s.base, {});
+    return result;
+}
+
+RunResult runTrace(Trace const& trace, RunOptions const& options) {
+    // Keeps every outcome and anomaly.
+    struct Keep : CallSink {
+        explicit Keep(size_t rows) { outcomes.resize(rows); }
+        void logged(LoggedAnomaly const& a) override { anomalies.push_back(a); }
+        void call(size_t index, CallRow const&, CallOutcome const& out) override {
+            outcomes.at(index) = out;
+        }
+        std::vector<CallOutcome> outcomes;
+        std::vector<LoggedAnomaly> anomalies;
+    } keep(trace.rows.size());
+    TraceRows rows(trace);
+    RunOptions o = options;
+    o.expectedCalls = o.expectedCalls ? o.expectedCalls : trace.rows.size();
+    RunResult run = runCalls(rows, keep, o);
+    run.outcomes = std::move(keep.outcomes);
+    run.logged = std::move(keep.anomalies);
+    return run;
+}
+
+}  // namespace ryxsim

@@ -1,0 +1,932 @@
+#include "sources/scenario/Scenario.h"
+
+#include "sources/scenario/JsonLines.h"
+#include "sources/scenario/Rng.h"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <cmath>
+#include <fstream>
+#include <set>
+#include <sstream>
+
+namespace ryxsim {
+
+using nlohmann::json;
+
+namespace {
+
+// Typed access to the parsed JSON; every problem names the file, the line and the field.
+class Reader {
+  public:
+    Reader(std::string const& file, JsonLines const& lines) : mFile(file), mLines(lines) {}
+
+    [[noreturn]] void fail(std::string const& path, std::string const& problem) const {
+        throw ParseError(mFile, mLines.lineOf(path), path, problem);
+    }
+
+    static std::string join(std::string const& parent, std::string const& key) {
+        return parent.empty() ? key : parent + "." + key;
+    }
+    static std::string at(std::string const& parent, size_t i) {
+        return parent + "[" + std::to_string(i) + "]";
+    }
+
+    void allowKeys(json const& obj, std::string const& path,
+                   std::initializer_list<char const*> keys) const {
+        if (!obj.is_object()) {
+            fail(path, "expected an object");
+        }
+        for (auto it = obj.begin(); it != obj.end(); ++it) {
+            bool known = false;
+            for (char const* k : keys) {
+                known = known || it.key() == k;
+            }
+            if (!known) {
+                std::string list;
+                for (char const* k : keys) {
+                    list += (list.empty() ? "" : ", ") + std::string(k);
+                }
+                fail(join(path, it.key()), "unknown field (known here: " + list + ")");
+            }
+        }
+    }
+
+    int64_t integer(json const& v, std::string const& path, int64_t lo, int64_t hi) const {
+        if (v.is_number_float()) {
+            // 1e6 is a whole number; 1e30 and integers too large to parse as one are out of range.
+            long double d = v.get<double>();
+            if (!(d >= static_cast<long double>(lo) && d <= static_cast<long double>(hi))) {
+                fail(path, "value " + v.dump() + " is out of range [" + std::to_string(lo) + ", " +
+                               std::to_string(hi) + "]");
+            }
+            if (d != std::floor(d)) {
+                fail(path, "expected an integer, got the fractional number " + v.dump());
+            }
+            return static_cast<int64_t>(d);
+        }
+        if (!v.is_number_integer()) {
+            fail(path, std::string("expected an integer, got ") + describe(v));
+        }
+        int64_t x =
+            v.is_number_unsigned() && v.get<uint64_t>() > INT64_MAX ? INT64_MAX : v.get<int64_t>();
+        if (x < lo || x > hi) {
+            fail(path, "value " + v.dump() + " is out of range [" + std::to_string(lo) + ", " +
+                           std::to_string(hi) + "]");
+        }
+        return x;
+    }
+
+    double number(json const& v, std::string const& path, double lo, double hi) const {
+        if (!v.is_number()) {
+            fail(path, std::string("expected a number, got ") + describe(v));
+        }
+        double x = v.get<double>();
+        if (!(x >= lo && x <= hi)) {
+            fail(path, "value " + v.dump() + " is out of range [" + trimNum(lo) + ", " +
+                           trimNum(hi) + "]");
+        }
+        return x;
+    }
+
+    bool boolean(json const& v, std::string const& path) const {
+        if (!v.is_boolean()) {
+            fail(path, std::string("expected true or false, got ") + describe(v));
+        }
+        return v.get<bool>();
+    }
+
+    std::string string(json const& v, std::string const& path) const {
+        if (!v.is_string()) {
+            fail(path, std::string("expected a string, got ") + describe(v));
+        }
+        return v.get<std::string>();
+    }
+
+    std::vector<int32_t> intList(json const& v, std::string const& path) const {
+        if (!v.is_array()) {
+            fail(path, std::string("expected a list of integers, got ") + describe(v));
+        }
+        std::vector<int32_t> out;
+        for (size_t i = 0; i < v.size(); ++i) {
+            out.push_back(static_cast<int32_t>(integer(v[i], at(path, i), INT32_MIN, INT32_MAX)));
+        }
+        return out;
+    }
+
+    NSCam::MRect rect(json const& v, std::string const& path) const {
+        auto l = intList(v, path);
+        if (l.size() != 4) {
+            fail(path, "expected [left, top, width, height]");
+        }
+        return NSCam::MRect(l[0], l[1], l[2], l[3]);
+    }
+
+    static char const* describe(json const& v) {
+        switch (v.type()) {
+            case json::value_t::null:
+                return "null";
+            case json::value_t::boolean:
+                return "a boolean";
+            case json::value_t::string:
+                return "a string";
+            case json::value_t::array:
+                return "a list";
+            case json::value_t::object:
+                return "an object";
+            case json::value_t::number_float:
+                return "a fractional number";
+            default:
+                return "a number";
+        }
+    }
+
+    static std::string trimNum(double d) {
+        std::ostringstream s;
+        s << d;
+        return s.str();
+    }
+
+  private:
+    std::string const& mFile;
+    JsonLines const& mLines;
+};
+
+template <typename T, typename F>
+void readSetting(json const& obj, char const* key, std::string const& path, bool nullable,
+                 Reader const& r, Setting<T>& out, F convert) {
+    if (!obj.contains(key)) {
+        return;
+    }
+    json const& v = obj.at(key);
+    std::string p = Reader::join(path, key);
+    out.given = true;
+    if (v.is_null()) {
+        if (!nullable) {
+            r.fail(p, "cannot be null here");
+        }
+        out.value.reset();
+        return;
+    }
+    out.value = convert(v, p);
+}
+
+void readControl(json const& obj, std::string const& path, Reader const& r, Control& c) {
+    auto i32 = [&](json const& v, std::string const& p) {
+        return static_cast<int32_t>(r.integer(v, p, INT32_MIN, INT32_MAX));
+    };
+    auto i64 = [&](json const& v, std::string const& p) {
+        return r.integer(v, p, INT64_MIN / 2, INT64_MAX / 2);
+    };
+    auto list = [&](json const& v, std::string const& p) { return r.intList(v, p); };
+    auto boolean = [&](json const& v, std::string const& p) { return r.boolean(v, p); };
+    auto sensorList = [&](json const& v, std::string const& p) {
+        auto l = r.intList(v, p);
+        for (size_t i = 0; i < l.size(); ++i) {
+            if (l[i] < 0) {
+                r.fail(Reader::at(p, i), "a sensor id is never negative");
+            }
+        }
+        return l;
+    };
+    readSetting(obj, "group", path, true, r, c.group, sensorList);
+    readSetting(obj, "sync_ids", path, true, r, c.syncIds, list);
+    readSetting(obj, "required", path, false, r, c.required, boolean);
+    readSetting(obj, "enable", path, true, r, c.enable, i32);
+    readSetting(obj, "tolerance_us", path, true, r, c.toleranceUs, i64);
+    readSetting(obj, "mode", path, true, r, c.mode, i32);
+    readSetting(obj, "master", path, true, r, c.master, i32);
+    readSetting(obj, "master_slave_list", path, true, r, c.msList, list);
+    readSetting(obj, "intent", path, true, r, c.intent, [&](json const& v, std::string const& p) {
+        return static_cast<int32_t>(r.integer(v, p, 0, 255));
+    });
+    readSetting(obj, "get_crop", path, false, r, c.getCrop, boolean);
+    readSetting(obj, "sof_offset_us", path, false, r, c.sofOffsetUs, i64);
+    readSetting(obj, "exp_offset_us", path, false, r, c.expOffsetUs, i64);
+    readSetting(obj, "drop", path, false, r, c.drop, boolean);
+}
+
+#define RYX_CONTROL_KEYS                                                         \
+    "group", "sync_ids", "required", "enable", "tolerance_us", "mode", "master", \
+        "master_slave_list", "intent", "get_crop", "sof_offset_us", "exp_offset_us", "drop"
+
+}  // namespace
+
+Scenario parseScenario(std::string const& text, std::string const& fileName) {
+    JsonLines lines(text);
+    json doc;
+    try {
+        doc = json::parse(text);
+    } catch (json::parse_error const& e) {
+        std::string what = e.what();
+        size_t colon = what.find(": ", what.find("column"));
+        std::string problem = colon == std::string::npos ? what : what.substr(colon + 2);
+        size_t at = e.byte > 0 ? e.byte - 1 : 0;
+        auto [field, fieldLine] = lines.fieldBefore(at);
+        (void)fieldLine;
+        throw ParseError(fileName, lines.lineAt(std::min(at, text.size())),
+                         field.empty() ? "(document)" : field,
+                         "malformed JSON after this field: " + problem);
+    }
+    Reader r(fileName, lines);
+    r.allowKeys(doc, "",
+                {"name", "description", "seed", "fps", "frames", "first_frame", "first_request",
+                 "session_key", "allow_crop_replace", "sensors", "control", "ranges", "events",
+                 "random", "crop_sets"});
+    Scenario s;
+    if (doc.contains("name")) {
+        s.name = r.string(doc["name"], "name");
+        if (s.name.empty() || s.name.find_first_of(" \t,") != std::string::npos) {
+            r.fail("name", "must be one word without commas");
+        }
+    }
+    if (doc.contains("description")) {
+        s.description = r.string(doc["description"], "description");
+    }
+    if (doc.contains("seed")) {
+        s.seed = static_cast<uint64_t>(r.integer(doc["seed"], "seed", 0, INT64_MAX));
+    }
+    if (doc.contains("fps")) {
+        s.fps = r.number(doc["fps"], "fps", 0.1, 1000);
+    }
+    if (doc.contains("frames")) {
+        s.frames = static_cast<int>(r.integer(doc["frames"], "frames", 1, kMaxFrames));
+    }
+    if (doc.contains("first_frame")) {
+        s.firstFrame =
+            static_cast<int>(r.integer(doc["first_frame"], "first_frame", -1000000, 1000000000));
+    }
+    if (doc.contains("first_request")) {
+        s.firstRequest = static_cast<int>(
+            r.integer(doc["first_request"], "first_request", -1000000, 1000000000));
+    }
+    if (doc.contains("session_key")) {
+        s.sessionKey =
+            static_cast<uint64_t>(r.integer(doc["session_key"], "session_key", 0, INT64_MAX));
+    }
+    if (doc.contains("allow_crop_replace")) {
+        s.allowCropReplace = r.boolean(doc["allow_crop_replace"], "allow_crop_replace");
+    }
+
+    if (!doc.contains("sensors")) {
+        r.fail("sensors", "missing: a scenario needs at least one sensor");
+    }
+    json const& sensors = doc["sensors"];
+    if (!sensors.is_array() || sensors.empty()) {
+        r.fail("sensors", "expected a non-empty list of sensors");
+    }
+    std::set<int> ids;
+    for (size_t i = 0; i < sensors.size(); ++i) {
+        std::string p = Reader::at("sensors", i);
+        json const& o = sensors[i];
+        r.allowKeys(o, p,
+                    {"id", "name", "active_array", "focal_length", "sof_offset_us", "jitter_us",
+                     "exposure_us"});
+        if (!o.contains("id")) {
+            r.fail(p, "missing field 'id'");
+        }
+        SensorSpec ss;
+        ss.camera.id = static_cast<int>(r.integer(o["id"], p + ".id", 0, 1023));
+        if (!ids.insert(ss.camera.id).second) {
+            r.fail(p + ".id", "sensor " + std::to_string(ss.camera.id) + " is declared twice");
+        }
+        if (o.contains("name")) {
+            ss.camera.name = r.string(o["name"], p + ".name");
+            if (ss.camera.name.find_first_of(" \t,") != std::string::npos) {
+                r.fail(p + ".name", "must be one word without commas");
+            }
+        }
+        if (o.contains("active_array")) {
+            ss.camera.activeArray = r.rect(o["active_array"], p + ".active_array");
+        }
+        if (o.contains("focal_length")) {
+            ss.camera.focalLength =
+                static_cast<float>(r.number(o["focal_length"], p + ".focal_length", 0, 1000));
+        }
+        if (o.contains("sof_offset_us")) {
+            ss.sofOffsetUs = r.integer(o["sof_offset_us"], p + ".sof_offset_us", -1000000, 1000000);
+        }
+        if (o.contains("jitter_us")) {
+            ss.jitterUs = r.integer(o["jitter_us"], p + ".jitter_us", 0, 1000000);
+        }
+        if (o.contains("exposure_us")) {
+            ss.exposureUs = r.integer(o["exposure_us"], p + ".exposure_us", 0, 10000000);
+        }
+        s.sensors.push_back(ss);
+    }
+    auto checkSensor = [&](int id, std::string const& path) {
+        if (ids.count(id) == 0) {
+            r.fail(path, "sensor " + std::to_string(id) + " is not declared in 'sensors'");
+        }
+    };
+    int lastFrame = s.firstFrame + s.frames - 1;
+    auto checkFrame = [&](int f, std::string const& path) {
+        if (f < s.firstFrame || f > lastFrame) {
+            r.fail(path, "frame " + std::to_string(f) + " is outside the session's frames " +
+                             std::to_string(s.firstFrame) + ".." + std::to_string(lastFrame));
+        }
+    };
+    auto checkControl = [&](Control const& c, std::string const& path) {
+        if (c.group.given && c.group.value) {
+            for (size_t i = 0; i < c.group.value->size(); ++i) {
+                checkSensor((*c.group.value)[i], Reader::at(Reader::join(path, "group"), i));
+            }
+        }
+        if (c.master.given && c.master.value && *c.master.value >= 0) {
+            checkSensor(*c.master.value, Reader::join(path, "master"));
+        }
+    };
+
+    if (doc.contains("control")) {
+        r.allowKeys(doc["control"], "control", {RYX_CONTROL_KEYS});
+        readControl(doc["control"], "control", r, s.control);
+        checkControl(s.control, "control");
+    }
+    if (doc.contains("ranges")) {
+        json const& ranges = doc["ranges"];
+        if (!ranges.is_array()) {
+            r.fail("ranges", "expected a list of frame ranges");
+        }
+        for (size_t i = 0; i < ranges.size(); ++i) {
+            std::string p = Reader::at("ranges", i);
+            json const& o = ranges[i];
+            r.allowKeys(o, p, {"frames", "sensors", RYX_CONTROL_KEYS});
+            RangeSpec rs;
+            rs.line = lines.lineOf(p);
+            if (!o.contains("frames")) {
+                r.fail(p, "missing field 'frames' ([first, last] or one frame number)");
+            }
+            json const& fr = o["frames"];
+            if (fr.is_number_integer()) {
+                rs.first = rs.last =
+                    static_cast<int>(r.integer(fr, p + ".frames", INT32_MIN, INT32_MAX));
+            } else {
+                auto l = r.intList(fr, p + ".frames");
+                if (l.size() != 2 || l[0] > l[1]) {
+                    r.fail(p + ".frames", "expected [first, last] with first <= last");
+                }
+                rs.first = l[0];
+                rs.last = l[1];
+            }
+            checkFrame(rs.first, p + ".frames");
+            checkFrame(rs.last, p + ".frames");
+            if (o.contains("sensors")) {
+                auto l = r.intList(o["sensors"], p + ".sensors");
+                for (size_t k = 0; k < l.size(); ++k) {
+                    checkSensor(l[k], Reader::at(p + ".sensors", k));
+                }
+                rs.sensors.assign(l.begin(), l.end());
+            }
+            readControl(o, p, r, rs.control);
+            checkControl(rs.control, p);
+            s.ranges.push_back(rs);
+        }
+    }
+    if (doc.contains("events")) {
+        json const& events = doc["events"];
+        if (!events.is_array()) {
+            r.fail("events", "expected a list of events");
+        }
+        for (size_t i = 0; i < events.size(); ++i) {
+            std::string p = Reader::at("events", i);
+            json const& o = events[i];
+            r.allowKeys(o, p, {"kind", "frame", "sensor", "crops"});
+            EventSpec ev;
+            ev.line = lines.lineOf(p);
+            if (!o.contains("kind")) {
+                r.fail(p, "missing field 'kind' (drop, flush, leave or crop)");
+            }
+            std::string kind = r.string(o["kind"], p + ".kind");
+            auto k = kindFromName(kind);
+            if (!k || *k == CallKind::Result) {
+                r.fail(p + ".kind", "expected drop, flush, leave or crop, got '" + kind + "'");
+            }
+            ev.kind = *k;
+            for (char const* need : {"frame", "sensor"}) {
+                if (!o.contains(need)) {
+                    r.fail(p, std::string("missing field '") + need + "'");
+                }
+            }
+            ev.frame = static_cast<int>(r.integer(o["frame"], p + ".frame", INT32_MIN, INT32_MAX));
+            checkFrame(ev.frame, p + ".frame");
+            ev.sensor = static_cast<int>(r.integer(o["sensor"], p + ".sensor", 0, 1023));
+            checkSensor(ev.sensor, p + ".sensor");
+            if (ev.kind == CallKind::Crop) {
+                if (!o.contains("crops") || !o["crops"].is_object() || o["crops"].empty()) {
+                    r.fail(p + ".crops",
+                           "a crop event needs crops: {\"SENSOR\": [left, top, width, height]}");
+                }
+                for (auto it = o["crops"].begin(); it != o["crops"].end(); ++it) {
+                    std::string cp = p + ".crops." + it.key();
+                    int id = -1;
+                    try {
+                        size_t used = 0;
+                        id = std::stoi(it.key(), &used);
+                        if (used != it.key().size()) {
+                            id = -1;
+                        }
+                    } catch (...) {
+                    }
+                    if (id < 0) {
+                        r.fail(cp, "crop keys are sensor ids");
+                    }
+                    checkSensor(id, cp);
+                    ev.crops[id] = r.rect(it.value(), cp);
+                }
+            } else if (o.contains("crops")) {
+                r.fail(p + ".crops", "only crop events carry crops");
+            }
+            s.events.push_back(ev);
+        }
+    }
+    if (doc.contains("random")) {
+        json const& o = doc["random"];
+        r.allowKeys(o, "random", {"out_of_tolerance", "shift_us", "slave_drops"});
+        if (o.contains("out_of_tolerance")) {
+            s.outOfTolerance = static_cast<int>(
+                r.integer(o["out_of_tolerance"], "random.out_of_tolerance", 0, s.frames));
+        }
+        if (o.contains("shift_us")) {
+            auto l = r.intList(o["shift_us"], "random.shift_us");
+            if (l.size() != 2 || l[0] < 0 || l[0] > l[1]) {
+                r.fail("random.shift_us", "expected [min, max] with 0 <= min <= max");
+            }
+            s.shiftMinUs = l[0];
+            s.shiftMaxUs = l[1];
+        }
+        if (o.contains("slave_drops")) {
+            s.slaveDrops =
+                static_cast<int>(r.integer(o["slave_drops"], "random.slave_drops", 0, s.frames));
+        }
+    }
+    if (doc.contains("crop_sets")) {
+        json const& o = doc["crop_sets"];
+        r.allowKeys(o, "crop_sets",
+                    {"every_frames", "sensor", "lead", "zoom_from", "zoom_step", "zoom_max"});
+        if (o.contains("every_frames")) {
+            s.cropEvery = static_cast<int>(
+                r.integer(o["every_frames"], "crop_sets.every_frames", 0, 1000000));
+        }
+        s.cropSensor = s.sensors.front().camera.id;
+        if (o.contains("sensor")) {
+            s.cropSensor = static_cast<int>(r.integer(o["sensor"], "crop_sets.sensor", 0, 1023));
+            checkSensor(s.cropSensor, "crop_sets.sensor");
+        }
+        if (o.contains("lead")) {
+            s.cropLead = static_cast<int>(r.integer(o["lead"], "crop_sets.lead", 0, 1000));
+        }
+        if (o.contains("zoom_from")) {
+            s.zoomFrom = r.number(o["zoom_from"], "crop_sets.zoom_from", 1, 100);
+        }
+        if (o.contains("zoom_step")) {
+            s.zoomStep = r.number(o["zoom_step"], "crop_sets.zoom_step", 0, 100);
+        }
+        if (o.contains("zoom_max")) {
+            s.zoomMax = r.number(o["zoom_max"], "crop_sets.zoom_max", s.zoomFrom, 100);
+        }
+    }
+    return s;
+}
+
+Scenario readScenarioFile(std::string const& path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) {
+        throw ParseError(path, 0, "", "cannot open the file");
+    }
+    std::stringstream ss;
+    ss << in.rdbuf();
+    return parseScenario(ss.str(), path);
+}
+
+// --- expansion -------------------------------------------------------------------------------
+
+namespace {
+
+// The control of one sensor's frame, every setting resolved.
+struct Resolved {
+    std::optional<std::vector<int32_t>> group;
+    std::optional<std::vector<int32_t>> syncIds;
+    bool syncIdsGiven = false;
+    bool required = true;
+    std::optional<int32_t> enable;
+    std::optional<int64_t> toleranceUs = 1000;
+    std::optional<int32_t> mode = 1;
+    std::optional<int32_t> master;
+    std::optional<std::vector<int32_t>> msList;
+    bool msListGiven = false;
+    std::optional<int32_t> intent = 1;
+    bool getCrop = false;
+    int64_t sofOffsetUs = 0;
+    int64_t expOffsetUs = 0;
+    bool drop = false;
+};
+
+void apply(Control const& c, Resolved& r) {
+    if (c.group.given) {
+        r.group = c.group.value;
+    }
+    if (c.syncIds.given) {
+        r.syncIds = c.syncIds.value;
+        r.syncIdsGiven = c.syncIds.value.has_value();
+    }
+    if (c.required.given) {
+        r.required = c.required.value.value_or(false);
+    }
+    if (c.enable.given) {
+        r.enable = c.enable.value;
+    }
+    if (c.toleranceUs.given) {
+        r.toleranceUs = c.toleranceUs.value;
+    }
+    if (c.mode.given) {
+        r.mode = c.mode.value;
+    }
+    if (c.master.given) {
+        r.master = c.master.value;
+    }
+    if (c.msList.given) {
+        r.msList = c.msList.value;
+        r.msListGiven = true;
+    }
+    if (c.intent.given) {
+        r.intent = c.intent.value;
+    }
+    if (c.getCrop.given) {
+        r.getCrop = c.getCrop.value.value_or(false);
+    }
+    if (c.sofOffsetUs.given) {
+        r.sofOffsetUs += c.sofOffsetUs.value.value_or(0);
+    }
+    if (c.expOffsetUs.given) {
+        r.expOffsetUs += c.expOffsetUs.value.value_or(0);
+    }
+    if (c.drop.given) {
+        r.drop = c.drop.value.value_or(false);
+    }
+}
+
+class Expander {
+  public:
+    explicit Expander(Scenario const& s) : mS(s) {
+        mBase.group = std::vector<int32_t>();
+        for (auto const& ss : s.sensors) {
+            mBase.group->push_back(ss.camera.id);
+        }
+        mBase.master = s.sensors.front().camera.id;
+        mBase.getCrop = s.cropEvery > 0 ||
+                        std::any_of(s.events.begin(), s.events.end(),
+                                    [](EventSpec const& e) { return e.kind == CallKind::Crop; });
+        apply(s.control, mBase);
+        for (auto const& e : s.events) {
+            if (e.kind == CallKind::Leave) {
+                auto it = mLeaveAt.find(e.sensor);
+                mLeaveAt[e.sensor] = it == mLeaveAt.end() ? e.frame : std::min(it->second, e.frame);
+            }
+        }
+    }
+
+    Resolved resolve(int sensor, int frame) const {
+        Resolved r = mBase;
+        for (auto const& range : mS.ranges) {
+            if (frame < range.first || frame > range.last) {
+                continue;
+            }
+            if (!range.sensors.empty() && std::find(range.sensors.begin(), range.sensors.end(),
+                                                    sensor) == range.sensors.end()) {
+                continue;
+            }
+            apply(range.control, r);
+        }
+        return r;
+    }
+
+    bool present(int sensor, int frame) const {
+        auto it = mLeaveAt.find(sensor);
+        return it == mLeaveAt.end() || frame < it->second;
+    }
+
+    // Members of the frame's group that are still in the session.
+    std::vector<int32_t> members(Resolved const& r, int frame) const {
+        std::vector<int32_t> out;
+        if (r.group) {
+            for (int32_t id : *r.group) {
+                if (present(id, frame) && std::find(out.begin(), out.end(), id) == out.end()) {
+                    out.push_back(id);
+                }
+            }
+        }
+        return out;
+    }
+
+    // The row of `sensor` for `frame`, with its control tags; kind Result or Drop.
+    CallRow row(int sensor, int frame, Resolved const& r) const {
+        CallRow row;
+        row.sensor = sensor;
+        row.frame = frame;
+        row.request = mS.firstRequest + (frame - mS.firstFrame);
+        row.kind = r.drop ? CallKind::Drop : CallKind::Result;
+        auto m = members(r, frame);
+        bool inGroup = std::find(m.begin(), m.end(), sensor) != m.end();
+        if (r.syncIdsGiven) {
+            row.syncIds = r.syncIds;
+        } else if (inGroup && m.size() > 1) {
+            std::vector<int32_t> ids;
+            for (int32_t id : m) {
+                if (id != sensor) {
+                    ids.push_back(id);
+                }
+            }
+            row.syncIds = ids;
+        }
+        bool sync = row.syncIds.has_value();
+        row.required = sync && r.required;
+        row.enable = r.enable;
+        row.toleranceUs = r.toleranceUs;
+        row.mode = r.mode;
+        row.master = r.master;
+        if (r.msListGiven) {
+            row.msList = r.msList;
+        } else if (sync && r.master) {
+            std::vector<int32_t> l{*r.master};
+            for (int32_t id : m) {
+                if (id != *r.master) {
+                    l.push_back(id);
+                }
+            }
+            row.msList = l;
+        }
+        row.intent = r.intent;
+        row.getCrop = row.kind == CallKind::Result && r.getCrop;
+        return row;
+    }
+
+  private:
+    Scenario const& mS;
+    Resolved mBase;
+    std::map<int, int> mLeaveAt;
+};
+
+NSCam::MRect zoomed(NSCam::MRect const& a, double zoom) {
+    int32_t w = static_cast<int32_t>(std::lround(a.width / zoom)) & ~1;
+    int32_t h = static_cast<int32_t>(std::lround(a.height / zoom)) & ~1;
+    return NSCam::MRect(a.left + (a.width - w) / 2, a.top + (a.height - h) / 2, w, h);
+}
+
+}  // namespace
+
+// Crop sets ahead of the frames they serve, flushes and sensors leaving: issued before the
+// results of a frame.
+struct ScenarioRows::State {
+    State(Scenario const& scenario, uint64_t seed)
+        : s(scenario), ex(s), rng(seed), first(s.firstFrame), end(s.firstFrame + s.frames) {}
+
+    Scenario const s;
+    Expander const ex;
+    Rng rng;
+    int const first, end;
+    int64_t periodNs = 0;
+    int cropSteps = 0;
+    SessionInfo session;
+    GenerationPlan plan;
+    std::set<int> busy;  // frames named by an event, or picked
+    std::set<std::pair<int, int>> slaveDrops, dropEvents;
+    std::map<std::pair<int, int>, int64_t> shiftNs;
+    std::map<int, std::vector<CallRow>> eventsBefore;
+    int frame = 0;  // the next frame to expand
+    std::deque<CallRow> pending;
+
+    // A sensor of the frame drops it by its control: the random picks leave such frames alone.
+    bool dropsAt(int f) const {
+        return std::any_of(s.sensors.begin(), s.sensors.end(), [&](SensorSpec const& ss) {
+            return ex.present(ss.camera.id, f) && ex.resolve(ss.camera.id, f).drop;
+        });
+    }
+
+    // The sensors that deliver a synced result for the frame.
+    std::vector<int> resultSensors(int f) const {
+        std::vector<int> out;
+        for (auto const& ss : s.sensors) {
+            int id = ss.camera.id;
+            if (!ex.present(id, f)) {
+                continue;
+            }
+            Resolved r = ex.resolve(id, f);
+            auto m = ex.members(r, f);
+            if (!r.drop && std::find(m.begin(), m.end(), id) != m.end() && m.size() > 1) {
+                out.push_back(id);
+            }
+        }
+        return out;
+    }
+
+    CallRow cropRow(int sensor, int f, std::map<int, NSCam::MRect> crops) const {
+        CallRow row;
+        row.kind = CallKind::Crop;
+        row.sensor = sensor;
+        row.frame = f;
+        row.request = s.firstRequest + (f - first);
+        row.crops = std::move(crops);
+        return row;
+    }
+
+    // The periodic crop set of frame first + k * cropEvery.
+    CallRow periodicCrop(int k) const {
+        int pos = cropSteps > 0 ? k % (2 * cropSteps) : 0;
+        double zoom = s.zoomFrom + (pos <= cropSteps ? pos : 2 * cropSteps - pos) * s.zoomStep;
+        std::map<int, NSCam::MRect> crops;
+        for (auto const& ss : s.sensors) {
+            crops[ss.camera.id] = zoomed(ss.camera.activeArray, zoom);
+        }
+        return cropRow(s.cropSensor, first + k * s.cropEvery, crops);
+    }
+
+    void pick();
+    void expand(int f);
+};
+
+void ScenarioRows::State::pick() {
+    for (auto const& e : s.events) {
+        if (e.kind != CallKind::Crop) {
+            busy.insert(e.frame);
+        }
+    }
+    auto pickFrame = [&](auto accept) -> int {
+        for (int64_t attempt = 0; attempt < 64 * int64_t{s.frames}; ++attempt) {
+            int f = static_cast<int>(rng.uniform(first, end - 1));
+            if (busy.count(f) == 0 && !dropsAt(f) && accept(f)) {
+                return f;
+            }
+        }
+        return INT32_MIN;
+    };
+    auto slavesOf = [&](int f) {
+        std::vector<int> slaves;
+        for (int id : resultSensors(f)) {
+            auto r = ex.resolve(id, f);
+            if (!r.master || *r.master != id) {
+                slaves.push_back(id);
+            }
+        }
+        return slaves;
+    };
+    for (int i = 0; i < s.slaveDrops; ++i) {
+        int f = pickFrame([&](int f) { return !slavesOf(f).empty(); });
+        if (f == INT32_MIN) {
+            break;
+        }
+        std::vector<int> slaves = slavesOf(f);
+        int id =
+            slaves[static_cast<size_t>(rng.uniform(0, static_cast<int64_t>(slaves.size()) - 1))];
+        slaveDrops.insert({f, id});
+        plan.slaveDrops.push_back({f, id});
+        busy.insert(f);
+    }
+    for (int i = 0; i < s.outOfTolerance; ++i) {
+        int f = pickFrame([&](int f) { return resultSensors(f).size() > 1; });
+        if (f == INT32_MIN) {
+            break;
+        }
+        auto rs = resultSensors(f);
+        int id = rs[static_cast<size_t>(rng.uniform(0, static_cast<int64_t>(rs.size()) - 1))];
+        int64_t mag = rng.uniform(s.shiftMinUs, s.shiftMaxUs) * 1000;
+        shiftNs[{f, id}] = rng.uniform(0, 1) ? mag : -mag;
+        plan.outOfTolerance.push_back({f, id});
+        busy.insert(f);
+    }
+    std::sort(plan.slaveDrops.begin(), plan.slaveDrops.end());
+    std::sort(plan.outOfTolerance.begin(), plan.outOfTolerance.end());
+}
+
+void ScenarioRows::State::expand(int f) {
+    std::vector<CallRow> pre;
+    if (s.cropEvery > 0) {
+        // Each set is issued cropLead frames ahead of the frame it serves, the early ones at the
+        // first frame.
+        int lastK = f == first ? s.cropLead / s.cropEvery : (f - first + s.cropLead) / s.cropEvery;
+        int firstK = f == first ? 0 : lastK;
+        if (f > first && (f - first + s.cropLead) % s.cropEvery != 0) {
+            firstK = lastK + 1;
+        }
+        for (int k = firstK; k <= lastK && first + int64_t{k} * s.cropEvery < end; ++k) {
+            pre.push_back(periodicCrop(k));
+        }
+    }
+    auto ev = eventsBefore.find(f);
+    if (ev != eventsBefore.end()) {
+        pre.insert(pre.end(), ev->second.begin(), ev->second.end());
+    }
+    for (auto const& row : pre) {
+        if (row.kind == CallKind::Leave || ex.present(row.sensor, f)) {
+            pending.push_back(row);
+        }
+    }
+    int64_t const baseNs = 1000000000;
+    std::vector<CallRow> frameRows;
+    for (auto const& ss : s.sensors) {
+        int id = ss.camera.id;
+        Resolved r = ex.resolve(id, f);
+        int64_t jitter = rng.uniform(-ss.jitterUs * 1000, ss.jitterUs * 1000);
+        if (!ex.present(id, f)) {
+            continue;
+        }
+        CallRow row = ex.row(id, f, r);
+        if (slaveDrops.count({f, id}) || dropEvents.count({f, id})) {
+            row.kind = CallKind::Drop;
+            row.getCrop = false;
+        }
+        auto sh = shiftNs.find({f, id});
+        row.sofNs = baseNs + int64_t{f - first} * periodNs +
+                    (ss.sofOffsetUs + r.sofOffsetUs) * 1000 + jitter +
+                    (sh == shiftNs.end() ? 0 : sh->second);
+        row.expNs = row.sofNs - ss.exposureUs * 1000 + r.expOffsetUs * 1000;
+        frameRows.push_back(row);
+    }
+    std::stable_sort(frameRows.begin(), frameRows.end(),
+                     [](CallRow const& a, CallRow const& b) { return a.sofNs < b.sofNs; });
+    pending.insert(pending.end(), frameRows.begin(), frameRows.end());
+}
+
+ScenarioRows::ScenarioRows(Scenario const& scenario, uint64_t seed)
+    : mState(std::make_unique<State>(scenario, seed)) {
+    State& st = *mState;
+    Scenario const& s = st.s;
+    st.periodNs = static_cast<int64_t>(std::llround(1e9 / s.fps));
+    st.cropSteps = s.zoomStep > 0
+                       ? static_cast<int>(std::floor((s.zoomMax - s.zoomFrom) / s.zoomStep + 1e-9))
+                       : 0;
+    st.pick();
+    // Crop events go after the periodic sets issued at the same frame, as they always have.
+    for (auto const& e : s.events) {
+        if (e.kind == CallKind::Crop) {
+            st.eventsBefore[std::max(st.first, e.frame - s.cropLead)].push_back(
+                st.cropRow(e.sensor, e.frame, e.crops));
+        } else if (e.kind == CallKind::Drop) {
+            st.dropEvents.insert({e.frame, e.sensor});
+        } else {
+            CallRow row;
+            row.kind = e.kind;
+            row.sensor = e.sensor;
+            row.frame = e.frame;
+            row.request = s.firstRequest + (e.frame - st.first);
+            st.eventsBefore[e.frame].push_back(row);
+        }
+    }
+    st.session.name = s.name;
+    st.session.sessionKey = s.sessionKey;
+    st.session.allowCropReplace = s.allowCropReplace;
+    st.session.fps = s.fps;
+    for (auto const& ss : s.sensors) {
+        st.session.cameras.push_back(ss.camera);
+    }
+    std::sort(st.session.cameras.begin(), st.session.cameras.end(),
+              [](CameraSpec const& a, CameraSpec const& b) { return a.id < b.id; });
+    st.frame = st.first;
+}
+
+ScenarioRows::~ScenarioRows() = default;
+
+SessionInfo const& ScenarioRows::session() const {
+    return mState->session;
+}
+
+std::vector<int> ScenarioRows::sensors() const {
+    std::vector<int> ids;
+    for (auto const& c : mState->session.cameras) {
+        ids.push_back(c.id);
+    }
+    return ids;
+}
+
+GenerationPlan const& ScenarioRows::plan() const {
+    return mState->plan;
+}
+
+bool ScenarioRows::next(CallRow& row) {
+    State& st = *mState;
+    while (st.pending.empty() && st.frame < st.end) {
+        st.expand(st.frame++);
+    }
+    if (st.pending.empty()) {
+        return false;
+    }
+    row = std::move(st.pending.front());
+    st.pending.pop_front();
+    return true;
+}
+
+Trace generateTrace(Scenario const& s, uint64_t seed, GenerationPlan* planOut) {
+    ScenarioRows rows(s, seed);
+    Trace t;
+    t.session = rows.session();
+    CallRow row;
+    while (rows.next(row)) {
+        t.rows.push_back(row);
+    }
+    if (planOut != nullptr) {
+        *planOut = rows.plan();
+    }
+    return t;
+}
+
+}  // namespace ryxsim
