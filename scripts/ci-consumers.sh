@@ -55,7 +55,7 @@ ninja -C "$work/example-subdirectory" -t targets all | grep -qE '^(synchelper-si
 
 # The installed tool, from the prefix, from a moved copy and from a /usr/local layout.
 run_sim() {  # where, binary
-    "$2" --frames 20 --quiet >"$work/sim.out" 2>&1 || { cat "$work/sim.out" >&2; fail "$1: synchelper-sim exited $?"; }
+    "$2" run --frames 20 --quiet >"$work/sim.out" 2>&1 || { cat "$work/sim.out" >&2; fail "$1: synchelper-sim exited $?"; }
     echo "consumers: synchelper-sim runs from $1: $(sed -n 2p "$work/sim.out")"
 }
 run_sim "the prefix" "$prefix/bin/synchelper-sim"

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # How fast synchelper-sim reads a long device capture: generates one hour of a three-camera,
 # 30 fps session at debug level (the simulator's own run, written as logcat threadtime, with
-# other processes' lines mixed in), then reads it back with --logcat and prints the wall time
+# other processes' lines mixed in), then reads it back with explain and prints the wall time
 # and the peak resident memory of the read. Figures only: the targets (10 s, 300 MB) are printed
 # beside them, nothing fails on them.
 #
@@ -18,7 +18,7 @@ fi
 cmake --build build/default -j2 --target synchelper-sim >/dev/null
 sim=build/default/tools/synchelper-sim
 
-"$sim" --frames "$frames" --log debug --write-logcat "$out/library.log" --no-progress \
+"$sim" run --frames "$frames" --log debug --write-logcat "$out/library.log" --no-progress \
     >/dev/null 2>&1
 python3 - "$out/library.log" "$out/capture.txt" <<'PY'
 import sys
@@ -41,7 +41,7 @@ sim, capture, report = sys.argv[1:]
 lines = sum(1 for _ in open(capture))
 ours = sum(1 for l in open(capture) if " RyxCam/" in l)
 start = time.monotonic()
-rc = subprocess.run([sim, "--logcat", capture, "--json", report],
+rc = subprocess.run([sim, "explain", capture, "--json", report],
                     stdout=subprocess.DEVNULL).returncode
 wall = time.monotonic() - start
 rss_mb = resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss / 1024

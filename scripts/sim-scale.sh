@@ -3,7 +3,7 @@
 # frames per second and the peak resident memory of each run. Figures only; nothing is judged.
 #
 #   scripts/sim-scale.sh [BUILD_DIR] [FRAMES...]     (default: build/default, 1e5 1e6 1e7)
-#   SIM_SCALE_ARGS="--scenario FILE" scripts/sim-scale.sh ...   (another scenario, other options)
+#   SIM_SCALE_ARGS="FILE" scripts/sim-scale.sh ...   (another scenario, other options)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${1:-build/default}
@@ -19,7 +19,7 @@ for n in "${sizes[@]}"; do
 import resource, subprocess, sys, time
 binary, frames, extra = sys.argv[1], sys.argv[2], sys.argv[3:]
 start = time.monotonic()
-run = subprocess.run([binary, "--frames", frames, "--quiet"] + extra, stdout=subprocess.DEVNULL,
+run = subprocess.run([binary, "run", "--frames", frames, "--quiet"] + extra, stdout=subprocess.DEVNULL,
                      stderr=subprocess.PIPE, text=True)
 seconds = time.monotonic() - start
 peak_mb = resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss / 1024

@@ -250,11 +250,19 @@ class CommandLine : public ::testing::Test {
         return nlohmann::json::parse(slurp(name));
     }
 
-    Result sim(std::string const& args, char const* progress = " --no-progress ") {
+    // `args` starts with the subcommand; runs and replays get `progress` after it.
+    Result sim(std::string const& args, char const* progress = " --no-progress ",
+               std::string const& input = "") {
         ryxtest::Watchdog dog("synchelper-sim " + args, 60s);
-        int raw = std::system((std::string(RYX_SIM_BINARY) + progress + args + " >'" +
-                               path("stdout") + "' 2>'" + path("stderr") + "'")
-                                  .c_str());
+        size_t word = args.find(' ');
+        std::string command = args.substr(0, word);
+        std::string rest = word == std::string::npos ? "" : args.substr(word);
+        bool runs = command == "run" || command == "replay";
+        int raw =
+            std::system((std::string(RYX_SIM_BINARY) + " " + command + (runs ? progress : " ") +
+                         rest + " <'" + (input.empty() ? "/dev/null" : input) + "' >'" +
+                         path("stdout") + "' 2>'" + path("stderr") + "'")
+                            .c_str());
         dog.disarm();
         return {WIFEXITED(raw) ? WEXITSTATUS(raw) : 128 + WTERMSIG(raw), slurp("stdout"),
                 slurp("stderr")};
@@ -273,15 +281,15 @@ TEST_F(CommandLine, BadInputIsOneErrorWithStatus2AndNothingRuns) {
         bool exact;
     };
     for (Case const& c : std::vector<Case>{
-             {"--scenario " + path("bad.json"),
+             {"run " + path("bad.json"),
               path("bad.json") +
                   ":3: field 'sensors[0].jitter_us': expected an integer, got a string\n",
               true},
-             {"--trace " + path("bad.csv"),
+             {"replay " + path("bad.csv"),
               path("bad.csv") + ":3: field 'sof_ns': expected an integer, got '12x'\n", true},
-             {"--prop nonsense", "--prop 'nonsense': expected NAME=VALUE\n", true},
-             {"--frobnicate", "--frobnicate", false},
-             {"--scenario x.json --trace y.csv", "", false},
+             {"run --prop nonsense", "--prop 'nonsense': expected NAME=VALUE\n", true},
+             {"run --frobnicate", "--frobnicate", false},
+
          }) {
         SCOPED_TRACE(c.args);
         Result r = sim(c.args + files);
@@ -298,15 +306,15 @@ TEST_F(CommandLine, BadInputIsOneErrorWithStatus2AndNothingRuns) {
 }
 
 TEST_F(CommandLine, BlockedThreadsAreReportedAndTheRunEnds) {
-    Result r = sim("--scenario " + kScenarios +
-                   "/blocked_duplicate_id.json --deadline 0.3 --json " + path("r.json"));
+    Result r = sim("run " + kScenarios + "/blocked_duplicate_id.json --deadline 0.3 --json " +
+                   path("r.json"));
     EXPECT_EQ(r.status, 3);
     for (char const* line :
          {"sensor 0 wide in syncResultCheck for f0 (r0)",
           "sensor 1 tele in syncResultCheck for f0 (r0)", "frames never completed:  f0\n"}) {
         EXPECT_NE(r.out.find(line), std::string::npos) << line << "\n" << r.out;
     }
-    EXPECT_NE(r.err.find("2 sensor thread(s) still blocked"), std::string::npos);
+    EXPECT_NE(r.err.find("2 sensor threads still blocked"), std::string::npos);
     auto j = json("r.json");
     EXPECT_EQ(j["anomalies"]["blocked_threads"].size(), 2u);
     EXPECT_EQ(j["sensors"][0]["not_run"], 9);
@@ -314,7 +322,7 @@ TEST_F(CommandLine, BlockedThreadsAreReportedAndTheRunEnds) {
 
     // Longer than the runner's window of calls: the calls never made are still read, counted
     // and listed (every frame is an unpassed one), and the report is written in good time.
-    r = sim("--scenario " + kScenarios + "/blocked_duplicate_id.json --frames 40000 --deadline " +
+    r = sim("run " + kScenarios + "/blocked_duplicate_id.json --frames 40000 --deadline " +
             "0.3 --json " + path("long.json"));
     EXPECT_EQ(r.status, 3);
     j = json("long.json");
@@ -330,9 +338,9 @@ TEST_F(CommandLine, BlockedThreadsAreReportedAndTheRunEnds) {
 // same trace, and no crop override.
 TEST_F(CommandLine, RecordedRunReplaysFrameForFrame) {
     Result a =
-        sim("--frames 90 --seed 3 --record " + path("run.csv") + " --json " + path("a.json"));
+        sim("run --frames 90 --seed 3 --record " + path("run.csv") + " --json " + path("a.json"));
     ASSERT_EQ(a.status, 0) << a.err;
-    Result b = sim("--trace " + path("run.csv") + " --record " + path("again.csv") +
+    Result b = sim("replay " + path("run.csv") + " --record " + path("again.csv") +
                    " --prop vendor.debug.camera.crop_replace=0 --json " + path("b.json"));
     ASSERT_EQ(b.status, 0) << b.err;
     EXPECT_EQ(slurp("run.csv"), slurp("again.csv"));
@@ -350,8 +358,8 @@ TEST_F(CommandLine, RecordedRunReplaysFrameForFrame) {
 // A run's own log, as a device would print it, read back through the command line: at the
 // default level the out-of-sync frames come back with their causes, in every output.
 TEST_F(CommandLine, ALogCaptureIsExplainedAndANonLogIsRefused) {
-    ASSERT_EQ(sim("--write-logcat '" + path("run.log") + "'").status, 0);
-    Result r = sim("--logcat '" + path("run.log") + "' --json '" + path("r.json") +
+    ASSERT_EQ(sim("run --write-logcat '" + path("run.log") + "'").status, 0);
+    Result r = sim("explain '" + path("run.log") + "' --json '" + path("r.json") +
                    "' --perfetto '" + path("r.trace") + "'");
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_NE(r.out.find("frames that did not pass or passed flagged: 5\n"), std::string::npos)
@@ -366,17 +374,22 @@ TEST_F(CommandLine, ALogCaptureIsExplainedAndANonLogIsRefused) {
     EXPECT_GT(json("r.trace")["traceEvents"].size(), 5u);
 
     std::string notALog = kScenarios + "/default.json";
-    r = sim("--logcat '" + notALog + "'");
+    r = sim("explain '" + notALog + "'");
     EXPECT_EQ(r.status, 2);
     EXPECT_EQ(r.err, "synchelper-sim: error: " + notALog +
                          ":1: not an Android log line (expected logcat threadtime, time or brief "
                          "format, or the host liblog format)\n");
-    EXPECT_EQ(sim("--logcat '" + path("run.log") + "' --seed 3").status, 2);
+    r = sim("explain '" + path("run.log") + "' --seed 3");
+    EXPECT_EQ(r.status, 2);
+    EXPECT_EQ(r.err,
+              "synchelper-sim: error: synchelper-sim explain has no option --seed (see "
+              "'synchelper-sim explain --help')\n");
 }
 
 // Numbers in any notation, values the library takes but that decide every frame, properties it
 // never reads, reports on standard output, and an empty trace.
 TEST_F(CommandLine, InputGapsAreNamedWithTheirRangeOrConsequence) {
+    std::string const kSeeRun = " (see 'synchelper-sim run --help')";
     std::ofstream(path("huge.json")) << "{\n  \"frames\": 1e30,\n  \"sensors\": [{\"id\": 0}]\n}\n";
     std::ofstream(path("huge.csv")) << "sensor,kind,frame\n0,result,99999999999999999999999\n";
     std::ofstream(path("empty.csv"));
@@ -384,22 +397,28 @@ TEST_F(CommandLine, InputGapsAreNamedWithTheirRangeOrConsequence) {
         std::string args, err;
     };
     for (Case const& c : std::vector<Case>{
-             {"--frames 1e30", "--frames: value 1e30 is out of range [1, 100000000]"},
-             {"--frames 99999999999999999999999",
-              "--frames: value 99999999999999999999999 is out of range [1, 100000000]"},
-             {"--frames 100000001", "--frames: value 100000001 is out of range [1, 100000000]"},
-             {"--frames 2.5", "--frames: expected an integer, got the fractional number 2.5"},
-             {"--seed -1", "--seed: value -1 is out of range [0, 9223372036854775807]"},
-             {"--scenario " + path("huge.json"),
+             {"run --frames 1e30", "--frames: value 1e30 is out of range [1, 100000000]" + kSeeRun},
+             {"run --frames 99999999999999999999999",
+              "--frames: value 99999999999999999999999 is out of range [1, 100000000]" + kSeeRun},
+             {"run --frames 100000001",
+              "--frames: value 100000001 is out of range [1, 100000000]" + kSeeRun},
+             {"run --frames 2.5",
+              "--frames: expected an integer, got the fractional number 2.5" + kSeeRun},
+             {"run --seed -1",
+              "--seed: value -1 is out of range [0, 9223372036854775807]" + kSeeRun},
+             {"replay x.csv --deadline 0",
+              "--deadline: value 0 is out of range [0.05, 3600] (see "
+              "'synchelper-sim replay --help')"},
+             {"run " + path("huge.json"),
               path("huge.json") + ":2: field 'frames': value 1e+30 is out of range [1, 100000000]"},
-             {"--trace " + path("huge.csv"),
+             {"replay " + path("huge.csv"),
               path("huge.csv") + ":2: field 'frame': value 99999999999999999999999 is out of range "
                                  "[-2147483648, 2147483647]"},
-             {"--trace " + path("empty.csv"), path("empty.csv") +
-                                                  ":1: the file is empty (expected a header row "
-                                                  "sensor,kind,frame,... and one row per call)"},
-             {"--json - --perfetto -",
-              "only one of --json, --svg and --perfetto can write to standard output (-)"},
+             {"replay " + path("empty.csv"), path("empty.csv") +
+                                                 ":1: the file is empty (expected a header row "
+                                                 "sensor,kind,frame,... and one row per call)"},
+             {"run --json - --perfetto -",
+              "--json and --perfetto both write to standard output (-): at most one output can"},
          }) {
         SCOPED_TRACE(c.args);
         Result r = sim(c.args);
@@ -413,7 +432,7 @@ TEST_F(CommandLine, InputGapsAreNamedWithTheirRangeOrConsequence) {
         << "{\"frames\": 6, \"sensors\": [{\"id\": 0}, {\"id\": 1, \"sof_offset_us\": 300}],\n"
            " \"control\": {\"tolerance_us\": -1000, \"mode\": 1},\n"
            " \"ranges\": [{\"frames\": [3, 5], \"mode\": 7}]}\n";
-    Result r = sim("--scenario " + path("neg.json") +
+    Result r = sim("run " + path("neg.json") +
                    " --prop vendor.debug.camera.crop_replce=0"
                    " --prop vendor.debug.camera.SyncDataUpdater.log=two --json -");
     ASSERT_EQ(r.status, 0) << r.err;
@@ -445,7 +464,7 @@ TEST_F(CommandLine, InputGapsAreNamedWithTheirRangeOrConsequence) {
 // draws columns of several frames and still marks every camera of every unpassed frame, the
 // flush and every master switch.
 TEST_F(CommandLine, ALongRunFoldedAsItGoesSaysWhatAFullDetailRunSays) {
-    std::string const run = "--frames 12000 --ordered --json ";
+    std::string const run = "run --frames 12000 --ordered --json ";
     ASSERT_EQ(sim(run + path("full.json")).status, 0);
     Result tiny = sim(run + path("tiny.json") + " --detail-frames 0 --svg " + path("t.svg"));
     ASSERT_EQ(tiny.status, 0) << tiny.err;
@@ -500,7 +519,7 @@ TEST_F(CommandLine, ALongRunFoldedAsItGoesSaysWhatAFullDetailRunSays) {
 }
 
 TEST_F(CommandLine, ProgressLinesWhenStderrIsNotATerminal) {
-    Result r = sim("--frames 300", " ");
+    Result r = sim("run --frames 300", " ");
     ASSERT_EQ(r.status, 0) << r.err;
     std::istringstream in(r.err);
     std::string line, last;
@@ -518,7 +537,7 @@ TEST_F(CommandLine, ProgressLinesWhenStderrIsNotATerminal) {
         << last;
     EXPECT_EQ(done, total);
     EXPECT_GT(total, 900u);  // 300 frames of 3 sensors
-    EXPECT_EQ(sim("--frames 300 --quiet", " ").err, "");
+    EXPECT_EQ(sim("run --frames 300 --quiet", " ").err, "");
 }
 
 // Eleven sensors each open a frame that waits for sensor 11, which then sends those frames in
@@ -536,7 +555,7 @@ TEST_F(CommandLine, OrderedReplayOfAnAbortingTraceGivesTheSameAbortEveryTime) {
             t << "11,result," << k << "," << 1000000000 + k << "," << k << ",1\n";
         }
     }
-    Result refused = sim("--trace " + path("inflight.csv"));
+    Result refused = sim("replay " + path("inflight.csv"));
     EXPECT_EQ(refused.status, 2);
     EXPECT_EQ(refused.err,
               "synchelper-sim: error: call flow: f10: an 11th frame in flight (camera 10) while "
@@ -545,7 +564,7 @@ TEST_F(CommandLine, OrderedReplayOfAnAbortingTraceGivesTheSameAbortEveryTime) {
               "(--allow-fatal runs it anyway)\n");
     EXPECT_EQ(refused.out, "");
 
-    Result first = sim("--trace " + path("inflight.csv") + " --ordered --allow-fatal");
+    Result first = sim("replay " + path("inflight.csv") + " --ordered --allow-fatal");
     EXPECT_EQ(first.status, 128 + SIGABRT);
     EXPECT_NE(first.err.find("synchelper-sim: warning: call flow: f10: an 11th frame in flight"),
               std::string::npos);
@@ -554,7 +573,7 @@ TEST_F(CommandLine, OrderedReplayOfAnAbortingTraceGivesTheSameAbortEveryTime) {
               std::string::npos)
         << first.err;
     for (int i = 1; i < 20; ++i) {
-        Result again = sim("--trace " + path("inflight.csv") + " --ordered --allow-fatal");
+        Result again = sim("replay " + path("inflight.csv") + " --ordered --allow-fatal");
         EXPECT_EQ(again.status, first.status) << "replay " << i;
         EXPECT_EQ(again.err, first.err) << "replay " << i;
     }

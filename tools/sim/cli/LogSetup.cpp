@@ -26,34 +26,32 @@ std::optional<LogLevel> logLevelFromName(std::string const& name) {
     return std::nullopt;
 }
 
-void configureLogging(LogLevel level) {
+void configureLogging(LogLevel level, bool toStderr) {
+    struct Words {
+        uint32_t details;
+        android_LogPriority minimum;
+    };
+    Words w{2, ANDROID_LOG_SILENT};
     switch (level) {
         case LogLevel::Quiet:
-            ULogger::sMode = 0x8;
-            ULogger::sDetailsLevel = 2;
-            __android_log_set_minimum_priority(ANDROID_LOG_SILENT);
             break;
         case LogLevel::Error:
-            ULogger::sMode = 0x9;
-            ULogger::sDetailsLevel = 2;
-            __android_log_set_minimum_priority(ANDROID_LOG_ERROR);
+            w = {2, ANDROID_LOG_ERROR};
             break;
         case LogLevel::Warn:
-            ULogger::sMode = 0x9;
-            ULogger::sDetailsLevel = 2;
-            __android_log_set_minimum_priority(ANDROID_LOG_WARN);
+            w = {2, ANDROID_LOG_WARN};
             break;
         case LogLevel::Info:
-            ULogger::sMode = 0x9;
-            ULogger::sDetailsLevel = 3;
-            __android_log_set_minimum_priority(ANDROID_LOG_INFO);
+            w = {3, ANDROID_LOG_INFO};
             break;
         case LogLevel::Debug:
-            ULogger::sMode = 0x9;
-            ULogger::sDetailsLevel = 5;
-            __android_log_set_minimum_priority(ANDROID_LOG_DEBUG);
+            w = {5, ANDROID_LOG_DEBUG};
             break;
     }
+    bool print = toStderr && level != LogLevel::Quiet;
+    ULogger::sMode = print ? 0x9 : 0x8;
+    ULogger::sDetailsLevel = w.details;
+    __android_log_set_minimum_priority(print ? w.minimum : ANDROID_LOG_SILENT);
     ULogger::sNormalDetailsMask = 0xFFFFFFFFu;
 }
 

@@ -14,6 +14,8 @@ std::optional<LogLevel> logLevelFromName(std::string const& name);
 // logger, ULogger::sMode 0x8, sDetailsLevel 2); nothing is printed.
 // error/warn/info/debug: the Android log is on as well (sMode 0x9) and prints to stderr from that
 // severity up; sDetailsLevel is 2, 2, 3 or 5 (the collector needs warnings).
-void configureLogging(LogLevel level);
+// With `toStderr` false (the lines go to a written log instead), the Android log stays off and
+// only the level is set.
+void configureLogging(LogLevel level, bool toStderr = true);
 
 }  // namespace ryxsim

@@ -310,6 +310,28 @@ std::string explain(Timeline const& t, FrameRecord const& f) {
 
 }  // namespace
 
+void renameCameras(Timeline& t, std::map<int, std::string> const& labels) {
+    for (auto const& [id, label] : labels) {
+        std::string old = t.label(id);
+        t.labels[id] = label;
+        auto thread = t.threadOf.find(id);
+        if (thread != t.threadOf.end() && thread->second == "sensor " + old) {
+            thread->second = "sensor " + label;
+        }
+    }
+    for (auto& s : t.sensors) {
+        s.label = t.label(s.sensor);
+    }
+    for (auto& b : t.blocked) {
+        b.label = t.label(b.sensor);
+    }
+    for (auto& f : t.frames) {
+        if (!f.why.empty()) {
+            f.why = explain(t, f);
+        }
+    }
+}
+
 std::vector<FrameRecord const*> unpassedFrames(Timeline const& t) {
     std::vector<FrameRecord const*> v;
     for (auto const& f : t.frames) {

@@ -205,6 +205,10 @@ void foldFrame(Timeline& t, FrameRecord f);
 // Timeline::frames itself, when it folded none). Sources call it once they are done.
 void finishTimeline(Timeline& t);
 
+// Gives the cameras of a finished timeline new labels ("1 tele"), in its figures, its blocked
+// threads and the explanations of its frames.
+void renameCameras(Timeline& t, std::map<int, std::string> const& labels);
+
 // Every frame record that did not pass, or passed flagged, with its explanation.
 std::vector<FrameRecord const*> unpassedFrames(Timeline const& t);
 
