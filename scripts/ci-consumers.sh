@@ -63,4 +63,21 @@ mv "$prefix" "$work/moved"
 run_sim "a moved prefix" "$work/moved/bin/synchelper-sim"
 DESTDIR="$work/stage" cmake --install "$build" --prefix /usr/local >/dev/null
 run_sim "a staged /usr/local" "$work/stage/usr/local/bin/synchelper-sim"
+
+# The README's consumer lines, as written, with HOME and /tmp in a scratch folder.
+readme_home="$work/home"
+mkdir -p "$readme_home" "$work/tmp"
+python3 - "$root/README.md" >"$work/readme-lines.sh" <<'PY'
+import re, sys
+text = open(sys.argv[1]).read()
+block = re.search(r"<!-- consumer lines -->\n```sh\n(.*?)```", text, re.S).group(1)
+print(block)
+PY
+[ -s "$work/readme-lines.sh" ] || fail "README: no consumer lines found"
+sed -i "s|/tmp/|$work/tmp/|g" "$work/readme-lines.sh"
+(cd "$root" && HOME="$readme_home" bash -euo pipefail "$work/readme-lines.sh" >"$work/readme.out" 2>&1) ||
+    { cat "$work/readme.out" >&2; fail "README: the consumer lines did not run as written"; }
+[ "$(grep -c "^all verdicts as expected" "$work/readme.out")" = 2 ] ||
+    { cat "$work/readme.out" >&2; fail "README: the examples did not both pass"; }
+echo "consumers: README's consumer lines ran as written (CMake, pkg-config, the tool)"
 echo "consumers: ok"

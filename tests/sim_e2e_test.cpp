@@ -1,6 +1,7 @@
 // synchelper-sim against the real library: the built-in session's figures against what the
 // library wrote, record then replay, and the command line (bad input, blocked threads, properties).
 
+#include "SimCommandLine.h"
 #include "Watchdog.h"
 #include "cli/LogSetup.h"
 #include "sinks/JsonSink.h"
@@ -27,6 +28,7 @@
 
 using namespace ryxsim;
 using namespace std::chrono_literals;
+using ryxtest::CommandLine;
 
 namespace {
 
@@ -226,51 +228,6 @@ TEST(TwoSensorSession, MasterSwitchWithLaggingExposureIsATimeInversion) {
 
 // --- the command line --------------------------------------------------------------------------
 
-class CommandLine : public ::testing::Test {
-  protected:
-    struct Result {
-        int status = -1;
-        std::string out, err;
-    };
-
-    void SetUp() override {
-        char tmpl[] = "/tmp/synchelper-sim-test-XXXXXX";
-        ASSERT_NE(mkdtemp(tmpl), nullptr);
-        mDir = tmpl;
-    }
-    void TearDown() override { std::system(("rm -rf '" + mDir + "'").c_str()); }
-
-    std::string path(std::string const& name) const { return mDir + "/" + name; }
-    std::string slurp(std::string const& name) const {
-        std::stringstream ss;
-        ss << std::ifstream(path(name)).rdbuf();
-        return ss.str();
-    }
-    nlohmann::json json(std::string const& name) const {
-        return nlohmann::json::parse(slurp(name));
-    }
-
-    // `args` starts with the subcommand; runs and replays get `progress` after it.
-    Result sim(std::string const& args, char const* progress = " --no-progress ",
-               std::string const& input = "") {
-        ryxtest::Watchdog dog("synchelper-sim " + args, 60s);
-        size_t word = args.find(' ');
-        std::string command = args.substr(0, word);
-        std::string rest = word == std::string::npos ? "" : args.substr(word);
-        bool runs = command == "run" || command == "replay";
-        int raw =
-            std::system((std::string(RYX_SIM_BINARY) + " " + command + (runs ? progress : " ") +
-                         rest + " <'" + (input.empty() ? "/dev/null" : input) + "' >'" +
-                         path("stdout") + "' 2>'" + path("stderr") + "'")
-                            .c_str());
-        dog.disarm();
-        return {WIFEXITED(raw) ? WEXITSTATUS(raw) : 128 + WTERMSIG(raw), slurp("stdout"),
-                slurp("stderr")};
-    }
-
-    std::string mDir;
-};
-
 TEST_F(CommandLine, BadInputIsOneErrorWithStatus2AndNothingRuns) {
     std::ofstream(path("bad.json")) << "{\n  \"sensors\": [\n    {\"id\": 0, \"jitter_us\": "
                                        "\"lots\"}\n  ]\n}\n";
@@ -442,9 +399,9 @@ TEST_F(CommandLine, InputGapsAreNamedWithTheirRangeOrConsequence) {
           "vendor.debug.camera.SyncDataUpdater.log)\n",
           "synchelper-sim: warning: --prop vendor.debug.camera.SyncDataUpdater.log=two: not a "
           "whole number, so the library ignores it and uses its default (0)\n",
-          "synchelper-sim: warning: tolerance_us -1000 is negative on 12 call(s), the first "
+          "synchelper-sim: warning: tolerance_us -1000 is negative on 12 calls, the first "
           "sensor 0 f0; no difference is within it: every frame it judges is out of sync\n",
-          "synchelper-sim: warning: mode 7 is neither 0 nor 1 on 6 call(s), the first sensor 0 "
+          "synchelper-sim: warning: mode 7 is neither 0 nor 1 on 6 calls, the first sensor 0 "
           "f3; it acts as 0: a frame out of tolerance gets RESULT 1 and still passes\n"}) {
         EXPECT_NE(r.err.find(line), std::string::npos) << line << "\n" << r.err;
     }

@@ -203,8 +203,4 @@ std::string docPath(std::string const& name) {
     return "share/synchelper-sim/" + name;
 }
 
-std::string plural(long long n, std::string const& one, std::string const& many) {
-    return std::to_string(n) + " " + (n == 1 ? one : many);
-}
-
 }  // namespace ryxsim::cli

@@ -4,6 +4,8 @@
 // included; help that fits 100 columns; --version; number options checked with messages that
 // name the option, the value and the range.
 
+#include "model/Words.h"
+
 #include <CLI/CLI.hpp>
 
 #include <cstdint>
@@ -45,7 +47,5 @@ CLI::Validator numberIn(double lo, double hi);
 // the source tree's tools/ for a tool run from its build tree.
 std::string docPath(std::string const& name);
 
-// "1 frame", "2 frames".
-std::string plural(long long n, std::string const& one, std::string const& many);
 
 }  // namespace ryxsim::cli

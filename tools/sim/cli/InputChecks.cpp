@@ -1,5 +1,7 @@
 #include "cli/InputChecks.h"
 
+#include "model/Words.h"
+
 #include <cerrno>
 #include <charconv>
 #include <cmath>
@@ -58,7 +60,7 @@ std::string integerProblem(IntegerVerdict verdict, std::string_view text, int64_
 namespace {
 
 std::string firstCall(ControlChecker::Seen const& s) {
-    return std::to_string(s.calls) + " call(s), the first sensor " + std::to_string(s.sensor) +
+    return plural(static_cast<long long>(s.calls), "call", "calls") + ", the first sensor " + std::to_string(s.sensor) +
            " f" + std::to_string(s.frame) +
            (s.line > 0 ? " (line " + std::to_string(s.line) + ")" : "");
 }

@@ -33,6 +33,7 @@ std::string fileKey(std::string const& path) {
 bool OutputStream::open(OutputPath const& out) {
     mOut = out;
     if (out.path == "-") {
+        errno = 0;
         return true;
     }
     errno = 0;
@@ -42,6 +43,7 @@ bool OutputStream::open(OutputPath const& out) {
                    "': " + systemReason(errno));
         return false;
     }
+    errno = 0;
     return true;
 }
 
@@ -49,8 +51,9 @@ std::ostream& OutputStream::stream() {
     return mFile ? static_cast<std::ostream&>(*mFile) : std::cout;
 }
 
+// errno is cleared when the output is opened, so a failed write while the body was written
+// leaves its reason there.
 bool OutputStream::finish() {
-    errno = 0;
     stream().flush();
     if (!stream()) {
         std::string where = mOut.path == "-" ? "standard output" : "'" + mOut.path + "'";

@@ -1,5 +1,7 @@
 #include "sinks/TextSink.h"
 
+#include "model/Words.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -51,12 +53,12 @@ void writeRunHeader(std::ostream& out, Timeline const& r) {
                             : "about real time or slower";
     }
     std::snprintf(line, sizeof line,
-                  "%zu sensors, %d frames (f%d..f%d) at %g fps = %.1f s of stream, run in %.2f s "
-                  "(%s)\n",
-                  r.sensors.size(), r.frameCount, r.firstFrame, r.lastFrame, r.fps, r.streamSeconds,
-                  r.wallSeconds, pace.c_str());
+                  "%s, %s (f%d..f%d) at %g fps = %.1f s of stream, run in %.2f s (%s)\n",
+                  plural(static_cast<long long>(r.sensors.size()), "sensor", "sensors").c_str(),
+                  plural(r.frameCount, "frame", "frames").c_str(), r.firstFrame, r.lastFrame, r.fps,
+                  r.streamSeconds, r.wallSeconds, pace.c_str());
     out << line;
-    out << r.calls << " calls:";
+    out << plural(static_cast<long long>(r.calls), "call", "calls") << ":";
     bool first = true;
     for (auto const& [kind, n] : r.callsByKind) {
         out << (first ? " " : ", ") << n << " " << kind;
@@ -69,8 +71,10 @@ void writeImportedHeader(std::ostream& out, Timeline const& r) {
     char line[512];
     std::snprintf(
         line, sizeof line,
-        "%zu sensors, %d frames (f%d..f%d), process %d; times from the log's clock (%s)\n",
-        r.sensors.size(), r.frameCount, r.firstFrame, r.lastFrame, r.pid, r.clock.c_str());
+        "%s, %s (f%d..f%d), process %d; times from the log's clock (%s)\n",
+        plural(static_cast<long long>(r.sensors.size()), "sensor", "sensors").c_str(),
+        plural(r.frameCount, "frame", "frames").c_str(), r.firstFrame, r.lastFrame, r.pid,
+        r.clock.c_str());
     out << line;
     for (auto const& n : r.notes) {
         out << "  note: " << n << "\n";
@@ -123,7 +127,7 @@ void writeSensorTable(std::ostream& out, Timeline const& r) {
         out << line;
         if (f.dropLeave > 0) {
             out << "  " << std::string(static_cast<size_t>(w), ' ') << " left the session with "
-                << f.dropLeave << " frame(s) pending\n";
+                << plural(f.dropLeave, "frame", "frames") << " pending\n";
         }
     }
 }
@@ -147,7 +151,7 @@ void writeTiming(std::ostream& out, Timeline const& r) {
     } else {
         out << "  rendezvous wait (time in syncResultCheck): p50 " << fmtUs(r.wait.p50Us)
             << ", p99 " << fmtUs(r.wait.p99Us) << ", max " << fmtUs(r.wait.maxUs) << " over "
-            << r.wait.count << " calls\n";
+            << plural(static_cast<long long>(r.wait.count), "call", "calls") << "\n";
         for (auto const& f : r.sensors) {
             std::snprintf(line, sizeof line, "    %-*s p50 %s, p99 %s, max %s\n", w,
                           f.label.c_str(), fmtUs(f.wait.p50Us).c_str(), fmtUs(f.wait.p99Us).c_str(),
@@ -158,7 +162,8 @@ void writeTiming(std::ostream& out, Timeline const& r) {
     out << "  last to arrive (the camera the others waited for), lateness after the frame's "
            "first arrival:\n";
     for (auto const& f : r.sensors) {
-        std::snprintf(line, sizeof line, "    %-*s %6d frames", w, f.label.c_str(), f.lastToArrive);
+        std::snprintf(line, sizeof line, "    %-*s %6d %s", w, f.label.c_str(), f.lastToArrive,
+                      f.lastToArrive == 1 ? "frame " : "frames");
         out << line;
         if (f.lateness.count > 0) {
             out << ", p50 " << fmtUs(f.lateness.p50Us) << ", p99 " << fmtUs(f.lateness.p99Us)
