@@ -517,7 +517,7 @@ TEST_F(CommandLine, OrderedReplayOfAnAbortingTraceGivesTheSameAbortEveryTime) {
     EXPECT_EQ(refused.err,
               "synchelper-sim: error: call flow: f10: an 11th frame in flight (camera 10) while "
               "f0-f9 still wait for camera 11\n"
-              "synchelper-sim: the library aborts the process on this call flow; nothing was run "
+              "synchelper-sim: the library's contract is broken by this call flow; nothing was run "
               "(--allow-fatal runs it anyway)\n");
     EXPECT_EQ(refused.out, "");
 

@@ -421,15 +421,19 @@ TEST(CallFlowCheck, EachAbortingFlowIsNamedWithFrameCameraAndRule) {
     r = checkText(kFlowHeader + "0,result,1,1,1\n2,result,1,0,1\n1,result,1,0,1\n");
     EXPECT_EQ(r.violations,
               (std::vector<std::string>{
+                  "f1: camera 2 is outside the sync targets of the frame (0, 1) and, in trace "
+                  "order, arrives while it waits for camera 1: the library aborts",
                   "f1: camera 2 is outside the sync targets camera 0 sets (0, 1): the library "
                   "aborts in the arrival orders where camera 0 arrives first and camera 2 before "
-                  "the frame completes (the trace order is one)",
+                  "the frame completes",
                   "f1: camera 1 is outside the sync targets camera 2 sets (2, 0): the library "
                   "aborts in the arrival orders where camera 2 arrives first and camera 1 before "
                   "the frame completes",
                   "f1: camera 2 is outside the sync targets camera 1 sets (1, 0): the library "
                   "aborts in the arrival orders where camera 1 arrives first and camera 2 before "
                   "the frame completes"}));
+    EXPECT_EQ(r.traceOrder.kind, FlowOutcome::Kind::Aborts);
+    EXPECT_EQ(r.traceOrder.fatal, "camid is NOT exist in sync target");
 
     // Frame 0 waits for camera 2 while cameras 1 and 3 complete 19 frames: the arrival record
     // (20 frames) drops f0 at the second arrival of f19.
@@ -448,10 +452,15 @@ TEST(CallFlowCheck, BlockingGroupsAreWarningsAndSoundFlowsPass) {
     FlowReport r = checkText(kFlowHeader + "0,result,0,0 1,1\n1,result,0,0,1\n0,result,1,0 1,1\n");
     EXPECT_TRUE(r.violations.empty());
     EXPECT_EQ(r.warnings,
-              std::vector<std::string>{
+              (std::vector<std::string>{
+                  "f0: in trace order camera 0's call for f1 (line 4) is due while its call for "
+                  "f0 still waits for a completion that arrivals cannot give (its sync targets "
+                  "name a camera twice): an ordered replay blocks there",
                   "f0-f1: camera 0 names itself in its sync ids (0, 1): when it arrives first the "
                   "frame's sync targets (0, 0, 1) count it twice, so the frame never completes by "
-                  "arrivals and its cameras block in syncResultCheck"});
+                  "arrivals and its cameras block in syncResultCheck"}));
+    EXPECT_EQ(r.traceOrder.kind, FlowOutcome::Kind::Blocks);
+    EXPECT_EQ(r.traceOrder.waiting, (std::set<int>{0, 1}));
 
     // A flush ends the frames in flight it names; the built-in session (drops, a flush, a
     // master switch, crop sets) is sound.

@@ -60,8 +60,8 @@ std::string integerProblem(IntegerVerdict verdict, std::string_view text, int64_
 namespace {
 
 std::string firstCall(ControlChecker::Seen const& s) {
-    return plural(static_cast<long long>(s.calls), "call", "calls") + ", the first sensor " + std::to_string(s.sensor) +
-           " f" + std::to_string(s.frame) +
+    return plural(static_cast<long long>(s.calls), "call", "calls") + ", the first sensor " +
+           std::to_string(s.sensor) + " f" + std::to_string(s.frame) +
            (s.line > 0 ? " (line " + std::to_string(s.line) + ")" : "");
 }
 

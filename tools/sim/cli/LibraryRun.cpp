@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <set>
 
 namespace ryxsim::cli {
 
@@ -110,7 +111,7 @@ bool reportFlow(FlowReport const& flow, bool allowFatal) {
         return true;
     }
     std::fprintf(stderr,
-                 "synchelper-sim: the library aborts the process on %s; nothing was run "
+                 "synchelper-sim: the library's contract is broken by %s; nothing was run "
                  "(--allow-fatal runs it anyway)\n",
                  flow.violations.size() == 1 ? "this call flow" : "these call flows");
     return false;
@@ -196,6 +197,14 @@ int runLibrary(RunInput const& input, LibraryRunOptions const& options,
 
     std::vector<Timeline> sessions{timeline.finish(result)};
     Timeline& report = sessions.back();
+    std::set<int> blocked;
+    for (auto const& b : report.blocked) {
+        blocked.insert(b.sensor);
+    }
+    std::string differs = flowDifference(checked.flow, runOutcome(blocked), options.ordered);
+    if (!differs.empty()) {
+        report.notes.push_back(differs);
+    }
     report.source = input.source;
     report.description = input.description;
     report.seed = input.seed;

@@ -64,17 +64,20 @@ void writeRunHeader(std::ostream& out, Timeline const& r) {
         out << (first ? " " : ", ") << n << " " << kind;
         first = false;
     }
-    out << "\n\n";
+    out << "\n";
+    for (auto const& n : r.notes) {
+        out << "  note: " << n << "\n";
+    }
+    out << "\n";
 }
 
 void writeImportedHeader(std::ostream& out, Timeline const& r) {
     char line[512];
-    std::snprintf(
-        line, sizeof line,
-        "%s, %s (f%d..f%d), process %d; times from the log's clock (%s)\n",
-        plural(static_cast<long long>(r.sensors.size()), "sensor", "sensors").c_str(),
-        plural(r.frameCount, "frame", "frames").c_str(), r.firstFrame, r.lastFrame, r.pid,
-        r.clock.c_str());
+    std::snprintf(line, sizeof line,
+                  "%s, %s (f%d..f%d), process %d; times from the log's clock (%s)\n",
+                  plural(static_cast<long long>(r.sensors.size()), "sensor", "sensors").c_str(),
+                  plural(r.frameCount, "frame", "frames").c_str(), r.firstFrame, r.lastFrame, r.pid,
+                  r.clock.c_str());
     out << line;
     for (auto const& n : r.notes) {
         out << "  note: " << n << "\n";
@@ -163,7 +166,7 @@ void writeTiming(std::ostream& out, Timeline const& r) {
            "first arrival:\n";
     for (auto const& f : r.sensors) {
         std::snprintf(line, sizeof line, "    %-*s %6d %s", w, f.label.c_str(), f.lastToArrive,
-                      f.lastToArrive == 1 ? "frame " : "frames");
+                      f.lastToArrive == 1 ? "frame" : "frames");
         out << line;
         if (f.lateness.count > 0) {
             out << ", p50 " << fmtUs(f.lateness.p50Us) << ", p99 " << fmtUs(f.lateness.p99Us)

@@ -78,31 +78,44 @@ struct InFlight {
     std::set<int> arrived;
 };
 
-// Walks the calls in trace order through a model of the rendezvous.
+// "line 12" of a trace file, or "call 12" of a generated run.
+std::string where(CallRow const& row, size_t index) {
+    return row.sourceLine > 0 ? "line " + std::to_string(row.sourceLine)
+                              : "call " + std::to_string(index + 1);
+}
+
+// "camera 2" or "cameras 1, 2"
+std::string cameras(std::set<int> const& ids) {
+    return (ids.size() == 1 ? "camera " : "cameras ") +
+           idList(std::vector<int32_t>(ids.begin(), ids.end()));
+}
+
+// Walks the calls in trace order through a model of the rendezvous, as --ordered makes them:
+// a call enters once the one before it has returned or waits in the library.
 class OrderedWalk {
   public:
-    OrderedWalk(Grouped& violations) : mViolations(violations) {}
+    OrderedWalk(Grouped& violations, Grouped& warnings, FlowOutcome& outcome)
+        : mViolations(violations), mWarnings(warnings), mOutcome(outcome) {}
 
     void add(CallRow const& row) {
-        if (mStopped || mWaitingOn.count(row.sensor) != 0) {
-            mStopped = true;  // this camera still waits: in trace order nothing after it runs
+        size_t index = mCalls++;
+        if (mStopped || mAborted) {
+            return;
+        }
+        if (mWaitingOn.count(row.sensor) != 0) {
+            stall(row, index);
             return;
         }
         switch (row.kind) {
             case CallKind::Flush:
-            case CallKind::Drop:
                 mEnded.insert(row.frame);
                 endFrame(row.frame);
                 break;
+            case CallKind::Drop:
+                drop(row, index);
+                break;
             case CallKind::Leave:
-                for (auto it = mLive.begin(); it != mLive.end();) {
-                    auto const& t = it->second.targets;
-                    int frame = it->first;
-                    ++it;
-                    if (std::find(t.begin(), t.end(), row.sensor) != t.end()) {
-                        endFrame(frame);
-                    }
-                }
+                leave(row.sensor);
                 break;
             case CallKind::Result:
                 if (entersRendezvous(row) && mEnded.count(row.frame) == 0) {
@@ -114,49 +127,165 @@ class OrderedWalk {
         }
     }
 
-  private:
-    void arrive(CallRow const& row) {
-        int const f = row.frame, cam = row.sensor;
-        if (mArrived.size() >= kArrivalRecord) {
-            int oldest = mArrived.front().first;
-            if (mLive.count(oldest) != 0) {
-                mViolations.add(
-                    f, "the library's record of arrivals keeps " + std::to_string(kArrivalRecord) +
-                           " frames and drops f" + std::to_string(oldest) +
-                           " while it is still in flight, waiting for " + missing(oldest));
-            }
-            mArrived.pop_front();
+    // The trace is over: frames still waiting block their cameras.
+    void finish() {
+        if (mStopped || mAborted || mWaitingOn.empty()) {
+            return;
         }
+        for (auto const& [frame, e] : mLive) {
+            std::string who = waitersOf(frame);
+            std::string verb = who.rfind("cameras", 0) == 0 ? " wait" : " waits";
+            std::string what = missing(frame).rfind("camera", 0) == 0
+                                   ? " for " + missing(frame) + ", which sends no more calls for it"
+                                   : " for " + missing(frame);
+            mWarnings.add(frame, who + verb + what + ": blocked at the end of the trace");
+        }
+        block(mLive.begin()->first);
+    }
+
+  private:
+    // A sensor leaving counts as its arrival in every live frame that lists it.
+    void leave(int sensor) {
+        std::vector<int> listing;
+        for (auto const& [frame, e] : mLive) {
+            if (std::find(e.targets.begin(), e.targets.end(), sensor) != e.targets.end()) {
+                listing.push_back(frame);
+            }
+        }
+        for (int frame : listing) {
+            dropArrival(frame, sensor);
+        }
+    }
+
+    // The pipeline drops its frame: without sync ids the library ignores it; the frame's
+    // master drops it for every camera (later results of it are dropped on arrival); any other
+    // camera's drop counts as its arrival, completing the frame when it was the last.
+    void drop(CallRow const& row, size_t index) {
+        if (!row.syncIds || row.syncIds->empty()) {
+            mWarnings.add(row.frame, "camera " + std::to_string(row.sensor) + " drops it (" +
+                                         where(row, index) +
+                                         ") without RYX_FRAMESYNC_ID: the library ignores such "
+                                         "a drop, so the frame's other cameras wait for it");
+            return;
+        }
+        if (row.master && *row.master == row.sensor) {
+            mEnded.insert(row.frame);
+            endFrame(row.frame);
+            return;
+        }
+        dropArrival(row.frame, row.sensor);
+    }
+
+    void dropArrival(int frame, int camera) {
+        pruneArrivals(frame);
+        size_t arrivedCount = recordArrival(frame, camera);
+        auto it = mLive.find(frame);
+        if (it != mLive.end() && arrivedCount == it->second.targets.size()) {
+            endFrame(frame);
+        }
+    }
+
+    // A camera's next call is due while its last one still waits: in trace order nothing after
+    // it runs, and every camera waiting now stays so.
+    void stall(CallRow const& row, size_t index) {
+        int waitsIn = mWaitingOn.at(row.sensor);
+        mWarnings.add(waitsIn, "in trace order camera " + std::to_string(row.sensor) +
+                                   "'s call for f" + std::to_string(row.frame) + " (" +
+                                   where(row, index) + ") is due while its call for f" +
+                                   std::to_string(waitsIn) + " still waits for " +
+                                   missing(waitsIn) + ": an ordered replay blocks there");
+        block(waitsIn);
+        mStopped = true;
+    }
+
+    void block(int frame) {
+        if (mOutcome.kind != FlowOutcome::Kind::Completes) {
+            return;
+        }
+        mOutcome.kind = FlowOutcome::Kind::Blocks;
+        mOutcome.frame = frame;
+        for (auto const& [camera, waitsIn] : mWaitingOn) {
+            mOutcome.waiting.insert(camera);
+        }
+        mOutcome.words = "block in f" + std::to_string(frame) + " with " +
+                         cameras(mOutcome.waiting) + " waiting";
+    }
+
+    void abort(int frame, std::string const& fatal) {
+        if (mOutcome.kind != FlowOutcome::Kind::Completes) {
+            return;
+        }
+        mOutcome = {FlowOutcome::Kind::Aborts,
+                    frame,
+                    fatal,
+                    {},
+                    "abort at f" + std::to_string(frame) + " (\"" + fatal + "\")"};
+        mAborted = true;
+    }
+
+    void pruneArrivals(int f) {
+        if (mArrived.size() < kArrivalRecord) {
+            return;
+        }
+        int oldest = mArrived.front().first;
+        if (mLive.count(oldest) != 0) {
+            mViolations.add(f, "the library's record of arrivals keeps " +
+                                   std::to_string(kArrivalRecord) + " frames and drops f" +
+                                   std::to_string(oldest) +
+                                   " while it is still in flight, waiting for " + missing(oldest));
+            abort(f, "SyncElement should be NULL");
+            return;
+        }
+        mArrived.pop_front();
+    }
+
+    size_t recordArrival(int f, int cam) {
         auto rec = std::find_if(mArrived.rbegin(), mArrived.rend(),
                                 [&](auto const& p) { return p.first == f; });
         if (rec == mArrived.rend()) {
             mArrived.push_back({f, {cam}});
-            rec = mArrived.rbegin();
-        } else {
-            rec->second.insert(cam);
+            return 1;
         }
-        size_t arrivedCount = rec->second.size();
+        rec->second.insert(cam);
+        return rec->second.size();
+    }
 
-        auto it = mLive.find(f);
-        if (it == mLive.end()) {
-            if (mLive.size() >= kMaxInFlight) {
-                std::map<std::string, std::vector<int>> byMissing;
-                for (auto const& [frame, e] : mLive) {
-                    byMissing[missing(frame)].push_back(frame);
-                }
-                std::string waits;
-                for (auto const& [who, frames] : byMissing) {
-                    waits +=
-                        (waits.empty() ? "" : "; ") + frameList(frames) + " still wait for " + who;
-                }
-                mViolations.add(f, "an 11th frame in flight (camera " + std::to_string(cam) +
-                                       ") while " + waits);
+    void openFrame(CallRow const& row) {
+        if (mLive.size() >= kMaxInFlight) {
+            std::map<std::string, std::vector<int>> byMissing;
+            for (auto const& [frame, e] : mLive) {
+                byMissing[missing(frame)].push_back(frame);
             }
-            it = mLive.emplace(f, InFlight{targetsOf(row), {}}).first;
+            std::string waits;
+            for (auto const& [who, frames] : byMissing) {
+                waits += (waits.empty() ? "" : "; ") + frameList(frames) + " still wait for " + who;
+            }
+            mViolations.add(row.frame, "an 11th frame in flight (camera " +
+                                           std::to_string(row.sensor) + ") while " + waits);
+            abort(row.frame, "please check flow");
         }
-        // No camera enters a frame twice here: a sensor's calls are made one after another, and a
-        // call leaves only after its frame has left the library.
-        InFlight& e = it->second;
+        mLive.emplace(row.frame, InFlight{targetsOf(row), {}});
+    }
+
+    void arrive(CallRow const& row) {
+        int const f = row.frame, cam = row.sensor;
+        pruneArrivals(f);
+        if (mAborted) {
+            return;
+        }
+        size_t arrivedCount = recordArrival(f, cam);
+        if (mLive.count(f) == 0) {
+            openFrame(row);
+        }
+        InFlight& e = mLive.at(f);
+        auto const& t = e.targets;
+        if (std::find(t.begin(), t.end(), cam) == t.end()) {
+            mViolations.add(f, "camera " + std::to_string(cam) +
+                                   " is outside the sync targets of the frame (" + idList(t) +
+                                   ") and, in trace order, arrives while it waits for " +
+                                   missing(f) + ": the library aborts");
+            abort(f, "camid is NOT exist in sync target");
+        }
         e.arrived.insert(cam);
         if (arrivedCount == e.targets.size()) {
             endFrame(f);
@@ -165,19 +294,28 @@ class OrderedWalk {
         }
     }
 
-    // "camera 2" or "cameras 1, 2"
-    std::string missing(int frame) const {
-        std::vector<int32_t> ids;
-        InFlight const& e = mLive.at(frame);
-        for (int32_t id : std::set<int32_t>(e.targets.begin(), e.targets.end())) {
-            if (e.arrived.count(id) == 0) {
-                ids.push_back(id);
+    std::string waitersOf(int frame) const {
+        std::set<int> ids;
+        for (auto const& [camera, waitsIn] : mWaitingOn) {
+            if (waitsIn == frame) {
+                ids.insert(camera);
             }
         }
-        if (ids.empty()) {
-            return "a camera named twice in its sync targets";
+        return cameras(ids);
+    }
+
+    // "camera 2" or "cameras 1, 2"
+    std::string missing(int frame) const {
+        std::set<int> ids;
+        InFlight const& e = mLive.at(frame);
+        for (int32_t id : e.targets) {
+            if (e.arrived.count(id) == 0) {
+                ids.insert(id);
+            }
         }
-        return (ids.size() == 1 ? "camera " : "cameras ") + idList(ids);
+        return ids.empty() ? "a completion that arrivals cannot give (its sync targets name a "
+                             "camera twice)"
+                           : cameras(ids);
     }
 
     void endFrame(int frame) {
@@ -188,24 +326,61 @@ class OrderedWalk {
     }
 
     Grouped& mViolations;
+    Grouped& mWarnings;
+    FlowOutcome& mOutcome;
     std::map<int, InFlight> mLive;
     std::deque<std::pair<int, std::set<int>>> mArrived;
     std::map<int, int> mWaitingOn;  // camera -> frame it waits in
     std::set<int> mEnded;           // dropped or flushed: not followed further
+    size_t mCalls = 0;
     bool mStopped = false;
+    bool mAborted = false;  // in trace order the process ended here: nothing after it runs
+};
+
+struct IndexedRow {
+    size_t index;
+    CallRow row;
 };
 
 }  // namespace
 
 struct CallFlowChecker::State {
     Grouped walkViolations, targetViolations, warnings;
-    OrderedWalk walk{walkViolations};
-    std::map<int, std::vector<CallRow>> byFrame;  // frames not checked yet
+    FlowOutcome outcome;
+    bool otherOrdersAbort = false;
+    OrderedWalk walk{walkViolations, warnings, outcome};
+    std::map<int, std::vector<IndexedRow>> byFrame;  // frames not checked yet
+    size_t calls = 0;
+
+    // A pipeline delivers each frame's result once.
+    void checkRepeats(int frame, std::vector<IndexedRow> const& rows) {
+        std::map<int, std::vector<std::string>> seen;
+        for (IndexedRow const& r : rows) {
+            seen[r.row.sensor].push_back(where(r.row, r.index));
+        }
+        for (auto const& [camera, places] : seen) {
+            if (places.size() < 2) {
+                continue;
+            }
+            std::string list;
+            for (size_t i = 0; i < places.size(); ++i) {
+                list += (i == 0 ? "" : (i + 1 == places.size() ? " and " : ", ")) + places[i];
+            }
+            std::string times =
+                places.size() == 2 ? "twice" : std::to_string(places.size()) + " times";
+            targetViolations.add(
+                frame, "camera " + std::to_string(camera) + " sends its result " + times + " (" +
+                           list +
+                           "): a pipeline delivers each frame once; the library takes a repeat "
+                           "as a new arrival, so its verdicts depend on the arrival order");
+        }
+    }
 
     // Per frame, whichever camera arrives first sets the sync targets; any other camera of the
     // frame outside them aborts when it arrives before the frame completes.
-    void checkTargets(int frame, std::vector<CallRow> const& rows) {
-        for (CallRow const& first : rows) {
+    void checkTargets(int frame, std::vector<IndexedRow> const& rows) {
+        for (IndexedRow const& firstRow : rows) {
+            CallRow const& first = firstRow.row;
             auto targets = targetsOf(first);
             if (std::count(targets.begin(), targets.end(), first.sensor) > 1) {
                 warnings.add(frame, "camera " + std::to_string(first.sensor) +
@@ -215,26 +390,26 @@ struct CallFlowChecker::State {
                                         ") count it twice, so the frame never completes by "
                                         "arrivals and its cameras block in syncResultCheck");
             }
-            for (CallRow const& other : rows) {
+            for (IndexedRow const& otherRow : rows) {
+                CallRow const& other = otherRow.row;
                 if (std::find(targets.begin(), targets.end(), other.sensor) != targets.end()) {
                     continue;
                 }
-                bool traceOrder = &first == &rows.front();
+                otherOrdersAbort = true;
                 targetViolations.add(
                     frame, "camera " + std::to_string(other.sensor) +
                                " is outside the sync targets camera " +
                                std::to_string(first.sensor) + " sets (" + idList(targets) +
-                               "): the library aborts in the arrival orders where "
-                               "camera " +
+                               "): the library aborts in the arrival orders where camera " +
                                std::to_string(first.sensor) + " arrives first and camera " +
-                               std::to_string(other.sensor) + " before the frame completes" +
-                               (traceOrder ? " (the trace order is one)" : ""));
+                               std::to_string(other.sensor) + " before the frame completes");
             }
         }
     }
 
     void checkBefore(int64_t frame) {
         while (!byFrame.empty() && byFrame.begin()->first < frame) {
+            checkRepeats(byFrame.begin()->first, byFrame.begin()->second);
             checkTargets(byFrame.begin()->first, byFrame.begin()->second);
             byFrame.erase(byFrame.begin());
         }
@@ -246,19 +421,50 @@ CallFlowChecker::~CallFlowChecker() = default;
 
 void CallFlowChecker::add(CallRow const& row) {
     mState->walk.add(row);
+    size_t index = mState->calls++;
     if (entersRendezvous(row)) {
         mState->checkBefore(int64_t{row.frame} - kOpenFrames);
-        mState->byFrame[row.frame].push_back(row);
+        mState->byFrame[row.frame].push_back({index, row});
     }
 }
 
 FlowReport CallFlowChecker::finish() {
+    mState->walk.finish();
     mState->checkBefore(INT64_MAX);
-    FlowReport r{mState->walkViolations.lines(), mState->warnings.lines()};
+    FlowReport r{mState->walkViolations.lines(), mState->warnings.lines(), mState->outcome,
+                 mState->otherOrdersAbort};
     for (auto& line : mState->targetViolations.lines()) {
         r.violations.push_back(line);
     }
     return r;
+}
+
+FlowOutcome runOutcome(std::set<int> const& blockedCameras) {
+    FlowOutcome o;
+    if (!blockedCameras.empty()) {
+        o.kind = FlowOutcome::Kind::Blocks;
+        o.waiting = blockedCameras;
+        o.words = "blocked with " + cameras(blockedCameras) + " waiting";
+    }
+    return o;
+}
+
+std::string flowDifference(FlowReport const& check, FlowOutcome const& run, bool ordered) {
+    FlowOutcome const& foreseen = check.traceOrder;
+    if (foreseen.kind == run.kind && foreseen.waiting == run.waiting) {
+        return "";
+    }
+    std::string did = run.kind == FlowOutcome::Kind::Completes ? "completed" : run.words;
+    if (ordered) {
+        return "the call-flow check foresaw that the calls in trace order " +
+               (foreseen.kind == FlowOutcome::Kind::Completes ? "complete" : foreseen.words) +
+               ", but this ordered run " + did + ": a fault of the tool, please report it";
+    }
+    return "in trace order the calls " +
+           (foreseen.kind == FlowOutcome::Kind::Completes ? std::string("complete")
+                                                          : foreseen.words) +
+           " (the call-flow check's finding); this free-running run " + did +
+           ", because its threads arrived in another order (--ordered replays the trace order)";
 }
 
 FlowReport checkCallFlow(Trace const& trace) {
