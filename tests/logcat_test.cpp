@@ -134,7 +134,7 @@ TEST(LogcatCaptures, DebugCaptureGivesEveryFramesCause) {
          {"  f240   flushed: dropped for camera 2, camera 1 and camera 0\n",
           "  f450   dropped by the master: camera 2 (master) dropped it, so it failed on camera 1 "
           "and camera 0\n",
-          "  f599   still waiting when the session ended: camera 2 and camera 1 came, camera 0 "
+          "  f599   still waiting when the capture ended: camera 2 and camera 1 came, camera 0 "
           "never did\n",
           // syncOK is cumulative in the line: camera 1, in tolerance, is not named.
           "  f14    out of sync: camera 0 started 7.7 ms before camera 2, tolerance 1.0 ms, mode "
@@ -176,7 +176,7 @@ TEST(LogcatCaptures, AFrameStillWaitingNamesTheCameraThatNeverCame) {
     FrameRecord const& f0 = frameOf(sessions[0], 0);
     EXPECT_EQ(f0.neverCame, std::vector<int>{2});
     EXPECT_EQ(f0.why,
-              "still waiting when the session ended: camera 0 and camera 1 came, camera 2 "
+              "still waiting when the capture ended: camera 0 and camera 1 came, camera 2 "
               "never did");
     EXPECT_EQ(sessions[0].neverCompleted, std::vector<int>{0});
 }

@@ -120,14 +120,14 @@ TEST_F(CommandLine, AWriteErrorNamesThePathAndTheSystemsReason) {
 // tool's one error style, naming the subcommand's help.
 TEST_F(CommandLine, AnOptionOfAnotherModeIsRefused) {
     std::ofstream(path("c.txt")) << "";
-    for (auto [command, option] : std::vector<std::pair<std::string, std::string>>{
-             {"explain", "--realtime"},
-             {"explain", "--log"},
-             {"explain", "--prop"},
-             {"explain", "--ordered"},
-             {"replay", "--seed"},
-             {"replay", "--frames"},
-             {"run", "--adb-serial"}}) {
+    for (auto [command, option] :
+         std::vector<std::pair<std::string, std::string>>{{"explain", "--realtime"},
+                                                          {"explain", "--log"},
+                                                          {"explain", "--prop"},
+                                                          {"explain", "--ordered"},
+                                                          {"replay", "--seed"},
+                                                          {"replay", "--frames"},
+                                                          {"run", "--adb-serial"}}) {
         SCOPED_TRACE(command + " " + option);
         Result r = sim(command + " " + path("c.txt") + " " + option + " 1");
         EXPECT_EQ(r.status, 2);
@@ -200,8 +200,8 @@ TEST_F(CommandLine, ARunSaysWhatItChangedOfTheScenarioAndCountsInWords) {
 TEST_F(CommandLine, CamerasOfAnImportedSessionCanBeNamed) {
     std::ofstream(path("t.csv")) << "sensor,kind,frame,sof_ns,sync_ids,required,tolerance_us\n"
                                     "0,result,0,1000,1,1,100\n1,result,0,900000,0,1,100\n";
-    Result r = sim("replay " + path("t.csv") + " --camera-names 0=wide,1=tele --json " +
-                   path("r.json"));
+    Result r =
+        sim("replay " + path("t.csv") + " --camera-names 0=wide,1=tele --json " + path("r.json"));
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_NE(r.out.find("\n0 wide "), std::string::npos) << r.out;
     EXPECT_NE(r.out.find("tele"), std::string::npos) << r.out;
@@ -209,6 +209,42 @@ TEST_F(CommandLine, CamerasOfAnImportedSessionCanBeNamed) {
 
     r = sim("replay " + path("t.csv") + " --camera-names 0wide");
     EXPECT_EQ(r.status, 2);
-    EXPECT_EQ(r.err, "synchelper-sim: error: --camera-names: '0wide': expected ID=NAME, e.g. "
-                     "0=wide\n");
+    EXPECT_EQ(r.err,
+              "synchelper-sim: error: --camera-names: '0wide': expected ID=NAME, e.g. "
+              "0=wide\n");
+}
+
+// A report says only what its source knows: a sensor leaving is in the text report; which call
+// completed a frame is unknown (null) in a run; a verdict without a drop has no cause (null);
+// a capture at the default level does not claim that no frame was left waiting.
+TEST_F(CommandLine, ReportsSayWhatTheSourceKnowsAndNoMore) {
+    std::ofstream(path("leave.json"))
+        << R"({"frames": 10, "sensors": [{"id": 0, "name": "wide"}, {"id": 1, "name": "tele"}],
+              "events": [{"kind": "leave", "frame": 5, "sensor": 1}]})";
+    Result r = sim("run " + path("leave.json"));
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("\n  sensors that left:       f5 (1 tele)\n"), std::string::npos) << r.out;
+
+    r = sim("run --json " + path("run.json"));
+    ASSERT_EQ(r.status, 0) << r.err;
+    size_t cells = 0;
+    nlohmann::json const report = json("run.json");
+    for (auto const& f : report["unpassed"]) {
+        for (auto const& c : f["cameras"]) {
+            EXPECT_TRUE(c["completed"].is_null()) << c;
+            EXPECT_TRUE(c["cause"].is_null() || !c["cause"].get<std::string>().empty()) << c;
+            cells += c["cause"].is_null();
+        }
+    }
+    EXPECT_GT(cells, 0u);  // the out-of-sync frames: failed, not dropped
+
+    ASSERT_EQ(sim("run --write-logcat " + path("warn.log")).status, 0);
+    r = sim("explain " + path("warn.log"));
+    ASSERT_EQ(r.status, 0) << r.err;
+    for (char const* line : {"  frames never completed:  unknown (not logged at this level)\n",
+                             "  calls waiting at the end: unknown (not logged at this level)\n",
+                             "  sensors that left:       unknown (not logged at this level)\n"}) {
+        EXPECT_NE(r.out.find(line), std::string::npos) << line << r.out;
+    }
+    EXPECT_EQ(r.out.find(": none\n  threads still blocked"), std::string::npos);
 }

@@ -261,9 +261,9 @@ std::string explain(Timeline const& t, FrameRecord const& f) {
                 came.push_back(c.sensor);
             }
         }
-        parts.push_back("still waiting when the session ended: " +
-                        (came.empty() ? std::string("nobody") : names(t, came)) + " came, " +
-                        names(t, f.neverCame) + " never did");
+        parts.push_back("still waiting when the " + std::string(t.imported ? "capture" : "run") +
+                        " ended: " + (came.empty() ? std::string("nobody") : names(t, came)) +
+                        " came, " + names(t, f.neverCame) + " never did");
     }
     if (!master.empty()) {
         std::string who = dropper >= 0 ? shortName(t, dropper) + " (master)" : "the master";
@@ -294,7 +294,7 @@ std::string explain(Timeline const& t, FrameRecord const& f) {
         parts.push_back(outOfSyncWhy(t, f));
     }
     if (!blocked.empty() && f.neverCame.empty()) {
-        parts.push_back(t.imported ? "still waiting when the session ended: " + names(t, blocked) +
+        parts.push_back(t.imported ? "still waiting when the capture ended: " + names(t, blocked) +
                                          " came; no earlier frame shows which camera was to come"
                                    : "never returned on " + names(t, blocked));
     }

@@ -64,7 +64,7 @@ struct FrameRecord {
     std::optional<int64_t> toleranceUs;
     std::optional<int> mode;
     Refusal refusal = Refusal::None;
-    std::vector<int> neverCame;  // cameras still awaited when the session ended
+    std::vector<int> neverCame;  // cameras still awaited when the run or capture ended
     std::string why;             // one line, set by finishTimeline for frames that did not pass
 
     CameraCell* cell(int sensor);
@@ -138,9 +138,10 @@ struct Timeline {
     std::optional<uint64_t> seed;
     std::string clock = "steady clock, 1 ns";  // what the times are measured with
     bool imported = false;                     // read from a log: no call figures, no CPU
-    int pid = -1;                              // process of an imported session
-    std::map<int, std::string> threadOf;       // sensor -> thread name or id
-    std::map<int, std::string> labels;         // sensor -> "0 wide"
+    bool completionKnown = false;         // CameraCell::completed is known (a log with debug lines)
+    int pid = -1;                         // process of an imported session
+    std::map<int, std::string> threadOf;  // sensor -> thread name or id
+    std::map<int, std::string> labels;    // sensor -> "0 wide"
     double fps = 30;
     int frameCount = 0;  // distinct frame numbers with a result or drop
     int firstFrame = 0, lastFrame = 0;

@@ -14,6 +14,11 @@ nlohmann::json optionalJson(std::optional<int64_t> v, double scale = 1) {
 }
 
 // Every frame that did not pass or passed flagged: its cause and each camera's part in it.
+// The cause of a verdict, null when the call was not dropped.
+nlohmann::json causeJson(DropCause c) {
+    return c == DropCause::None ? nlohmann::json(nullptr) : nlohmann::json(dropCauseName(c));
+}
+
 nlohmann::json unpassedJson(Timeline const& r) {
     using nlohmann::json;
     json a = json::array();
@@ -22,9 +27,9 @@ nlohmann::json unpassedJson(Timeline const& r) {
         for (auto const& c : f->cells) {
             json cam{{"sensor", c.sensor},
                      {"verdict", verdictName(c.verdict)},
-                     {"cause", dropCauseName(c.cause)},
+                     {"cause", causeJson(c.cause)},
                      {"master", c.master},
-                     {"completed", c.completed},
+                     {"completed", r.completionKnown ? json(c.completed) : json(nullptr)},
                      {"arrive_us", optionalJson(c.arriveNs, 1000.0)},
                      {"release_us", optionalJson(c.releaseNs, 1000.0)},
                      {"sof_offset_us", optionalJson(f->sofOffsetNs(c.sensor), 1000.0)}};

@@ -33,6 +33,11 @@ std::string frameList(std::vector<LoggedAnomaly> const& v) {
     return s;
 }
 
+// What a capture at the default level cannot show is unknown, not none.
+bool seesCalls(Timeline const& r) {
+    return !r.imported || r.completionKnown;
+}
+
 size_t labelWidth(Timeline const& r) {
     size_t w = 6;
     for (auto const& f : r.sensors) {
@@ -150,7 +155,8 @@ void writeTiming(std::ostream& out, Timeline const& r) {
     int w = static_cast<int>(labelWidth(r));
     out << "\ntiming\n";
     if (r.wait.count == 0) {
-        out << "  no syncResultCheck call returned\n";
+        out << (seesCalls(r) ? "  no syncResultCheck call returned\n"
+                             : "  rendezvous wait: unknown (calls are not logged at this level)\n");
     } else {
         out << "  rendezvous wait (time in syncResultCheck): p50 " << fmtUs(r.wait.p50Us)
             << ", p99 " << fmtUs(r.wait.p99Us) << ", max " << fmtUs(r.wait.maxUs) << " over "
@@ -161,6 +167,10 @@ void writeTiming(std::ostream& out, Timeline const& r) {
                           fmtUs(f.wait.maxUs).c_str());
             out << line;
         }
+    }
+    if (!seesCalls(r)) {
+        out << "  last to arrive: unknown (arrivals are not logged at this level)\n";
+        return;
     }
     out << "  last to arrive (the camera the others waited for), lateness after the frame's "
            "first arrival:\n";
@@ -183,25 +193,66 @@ void writeTiming(std::ostream& out, Timeline const& r) {
     }
 }
 
+std::string eventList(Timeline const& r, std::vector<Timeline::Event> const& events) {
+    if (!seesCalls(r)) {
+        return "unknown (not logged at this level)";
+    }
+    std::string s;
+    for (auto const& e : events) {
+        s += (s.empty() ? "f" : ", f") + std::to_string(e.frame);
+        if (e.sensor >= 0) {
+            s += " (" + r.label(e.sensor) + ")";
+        }
+    }
+    return s.empty() ? "none" : s;
+}
+
+void writeEvents(std::ostream& out, Timeline const& r) {
+    out << "\nevents\n";
+    out << "  flushes:                 " << eventList(r, r.flushes) << "\n";
+    out << "  master drops:            " << eventList(r, r.masterDrops) << "\n";
+    out << "  sensors that left:       " << eventList(r, r.leaves) << "\n";
+}
+
+// The calls left inside the library: a run's blocked threads, or a capture's calls still
+// waiting at its end.
+void writeStuckCalls(std::ostream& out, Timeline const& r) {
+    if (!r.imported) {
+        out << "  threads still blocked:   " << (r.blocked.empty() ? "none" : "") << "\n";
+        char line[512];
+        for (auto const& b : r.blocked) {
+            std::snprintf(line, sizeof line, "    sensor %s in %s for f%d (r%d), for %.1f s\n",
+                          b.label.c_str(), b.call.c_str(), b.frame, b.request, b.seconds);
+            out << line;
+        }
+        return;
+    }
+    std::string waiting;
+    for (auto const& f : r.frames) {
+        for (auto const& c : f.cells) {
+            if (c.verdict == Verdict::Blocked) {
+                waiting += "\n    " + r.label(c.sensor) + " in f" + std::to_string(f.frame);
+            }
+        }
+    }
+    std::string none = seesCalls(r) ? "none" : "unknown (not logged at this level)";
+    out << "  calls waiting at the end: " << (waiting.empty() ? none : waiting) << "\n";
+}
+
 void writeAnomalies(std::ostream& out, Timeline const& r) {
-    char line[512];
     out << "\nanomalies\n";
     out << "  frame inversions:        " << frameList(r.frameInversions) << "\n";
     out << "  time inversions:         " << frameList(r.timeInversions) << "\n";
     out << "  missing timestamps:      " << frameList(r.missingTimestamps) << "\n";
     out << "  frames never completed:  ";
     if (r.neverCompleted.empty()) {
-        out << "none";
+        out << (seesCalls(r) ? "none" : "unknown (not logged at this level)");
     }
     for (size_t i = 0; i < r.neverCompleted.size(); ++i) {
         out << (i ? ", " : "") << "f" << r.neverCompleted[i];
     }
-    out << "\n  threads still blocked:   " << (r.blocked.empty() ? "none" : "") << "\n";
-    for (auto const& b : r.blocked) {
-        std::snprintf(line, sizeof line, "    sensor %s in %s for f%d (r%d), for %.1f s\n",
-                      b.label.c_str(), b.call.c_str(), b.frame, b.request, b.seconds);
-        out << line;
-    }
+    out << "\n";
+    writeStuckCalls(out, r);
 }
 
 }  // namespace
@@ -225,6 +276,7 @@ void writeText(std::ostream& out, Timeline const& r) {
     }
     writeSensorTable(out, r);
     writeUnpassed(out, r);
+    writeEvents(out, r);
     writeTiming(out, r);
     writeAnomalies(out, r);
 }

@@ -574,6 +574,7 @@ Timeline SessionBuilder::finish(int lastLine, bool anyTime, int digits) {
     t.description = "Android log capture, lines " + std::to_string(mFirstLine) + "-" +
                     std::to_string(lastLine) + ", process " + std::to_string(t.pid) +
                     (mCreated ? "" : " (the session started before the capture)");
+    t.completionKnown = mSawDebug;
     if (!mSawDebug) {
         t.notes.push_back(
             "only warnings and errors in this capture (the default log level): out-of-sync "
