@@ -17,7 +17,7 @@ set -euo pipefail
 what="${1:-core}"
 core=(build-essential cmake ninja-build pkg-config
       libgtest-dev libgmock-dev libbenchmark-dev
-      android-liblog-dev libcli11-dev nlohmann-json3-dev)
+      android-liblog-dev libcli11-dev nlohmann-json3-dev python3 python3-jsonschema)
 aarch64=(g++-aarch64-linux-gnu qemu-user qemu-user-binfmt
          android-liblog-dev:arm64 libgtest-dev:arm64)
 fuzz=(clang-14 libclang-rt-14-dev llvm-14 python3)

@@ -11,6 +11,5 @@ if(RYX_BUILD_TOOLS AND EXISTS ${PROJECT_SOURCE_DIR}/tools/CMakeLists.txt)
     RYX_SIM_SCENARIOS="${PROJECT_SOURCE_DIR}/tools/scenarios")
   ryx_add_test(sim_formats_test LABEL e2e
     SOURCES report_schema_test.cpp perfetto_format_test.cpp LIBS synchelper_sim_run)
-  target_compile_definitions(sim_formats_test PRIVATE ${RYX_LOGCAT_DATA}
-    RYX_REPORT_SCHEMA="${PROJECT_SOURCE_DIR}/tools/report.schema.json")
+  target_compile_definitions(sim_formats_test PRIVATE ${RYX_LOGCAT_DATA} ${RYX_SCHEMA_CHECKS})
 endif()

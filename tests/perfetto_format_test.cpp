@@ -1,7 +1,8 @@
 // The Perfetto trace (Chrome JSON trace event format) of a simulated run and of imported
-// captures keeps the format's rules: required fields per phase, microsecond timestamps, slices
-// on one thread properly nested, names for every process and thread used.
+// captures keeps the format's rules: required fields per phase (tools/trace-event.schema.json),
+// slices on one thread properly nested, names for every process and thread used.
 
+#include "SchemaValidation.h"
 #include "sim_run_support.h"
 #include "sinks/PerfettoSink.h"
 #include "sources/logcat/LogcatSource.h"
@@ -19,67 +20,26 @@ using nlohmann::json;
 
 namespace {
 
-// Every rule broken, one line each; empty when the trace keeps them all.
-std::string formatErrors(json const& doc) {
+// The rules a schema cannot state, one line each: every process and thread used is named, and
+// the slices of one thread nest.
+std::string crossEventErrors(json const& doc) {
     std::ostringstream err;
-    if (!doc.contains("traceEvents") || !doc["traceEvents"].is_array()) {
-        return "no traceEvents array\n";
-    }
     std::set<int> namedProcesses;
     std::set<std::pair<int, int>> namedThreads, usedThreads;
     std::map<std::pair<int, int>, std::vector<std::pair<double, double>>> slices;
-    size_t i = 0;
     for (auto const& e : doc["traceEvents"]) {
-        std::string at = "event " + std::to_string(i++) + ": ";
-        for (char const* f : {"ph", "name", "pid", "tid"}) {
-            if (!e.contains(f)) {
-                err << at << "no " << f << "\n";
-            }
-        }
-        if (!e.contains("ph") || !e.contains("pid") || !e.contains("tid")) {
-            continue;
-        }
-        std::string ph = e["ph"];
         std::pair<int, int> thread{e["pid"], e["tid"]};
-        if (ph == "M") {
+        if (e["ph"] == "M") {
             if (e["name"] == "process_name") {
                 namedProcesses.insert(thread.first);
             } else if (e["name"] == "thread_name") {
                 namedThreads.insert(thread);
             }
-            if (!e.contains("args") || !e["args"].contains("name")) {
-                err << at << "metadata without args.name\n";
-            }
-            continue;
-        }
-        // Microseconds: a number, not negative, and no run here lasts a day.
-        if (!e.contains("ts") || !e["ts"].is_number() || e["ts"] < 0 || e["ts"] > 86400e6) {
-            err << at << "ts missing or not microseconds\n";
             continue;
         }
         usedThreads.insert(thread);
-        if (ph == "X") {
-            if (!e.contains("dur") || !e["dur"].is_number() || e["dur"] < 0) {
-                err << at << "complete slice without a duration\n";
-            } else {
-                slices[thread].push_back({e["ts"], e["ts"].get<double>() + e["dur"].get<double>()});
-            }
-        } else if (ph == "i") {
-            if (!e.contains("s") || (e["s"] != "t" && e["s"] != "p" && e["s"] != "g")) {
-                err << at << "instant without scope\n";
-            }
-        } else if (ph == "C") {
-            if (!e.contains("args") || e["args"].empty()) {
-                err << at << "counter without values\n";
-            }
-            json const& args = e.contains("args") ? e["args"] : doc["traceEvents"];
-            for (auto it = args.begin(); e.contains("args") && it != args.end(); ++it) {
-                if (!it->is_number()) {
-                    err << at << "counter value " << it.key() << " not a number\n";
-                }
-            }
-        } else {
-            err << at << "phase " << ph << " not used by this tool\n";
+        if (e["ph"] == "X") {
+            slices[thread].push_back({e["ts"], e["ts"].get<double>() + e["dur"].get<double>()});
         }
     }
     for (auto const& [pid, tid] : usedThreads) {
@@ -106,6 +66,13 @@ std::string formatErrors(json const& doc) {
         }
     }
     return err.str();
+}
+
+// Every rule broken: the trace event format's per-event rules (tools/trace-event.schema.json,
+// checked by python3-jsonschema), then the rules across events.
+std::string formatErrors(json const& doc) {
+    std::string schema = ryxtest::schemaErrorsOf(RYX_TRACE_SCHEMA, doc);
+    return !schema.empty() ? schema : crossEventErrors(doc);
 }
 
 json traceOf(std::vector<Timeline> const& sessions) {
@@ -145,7 +112,13 @@ TEST(PerfettoFormat, SimulatedAndImportedTracesKeepTheRules) {
         EXPECT_GT(count(imported, "C"), 0u);
     }
 
-    // The checker itself: an overlapping slice and an unnamed thread are caught.
+    // The checks themselves: a slice without a duration, an overlapping slice and an unnamed
+    // thread are caught.
+    json noDuration = simulated;
+    noDuration["traceEvents"].push_back(
+        {{"ph", "X"}, {"pid", 1}, {"tid", 1}, {"ts", 1}, {"name", "x"}});
+    EXPECT_NE(formatErrors(noDuration).find("'dur' is a required property"), std::string::npos)
+        << formatErrors(noDuration);
     json broken = simulated;
     for (double ts : {1e8, 1e8 + 5}) {
         broken["traceEvents"].push_back(

@@ -1,7 +1,7 @@
-// The JSON report's layout, tools/report.schema.json, checked against real reports: a simulated
-// run and imported captures (one session and several).
+// The JSON report's layout, tools/report.schema.json, checked by python3-jsonschema against real
+// reports (a simulated run, imported captures of one session and several) and broken ones.
 
-#include "JsonSchemaCheck.h"
+#include "SchemaValidation.h"
 #include "sim_run_support.h"
 #include "sinks/JsonSink.h"
 #include "sources/logcat/LogcatSource.h"
@@ -15,18 +15,8 @@ using namespace ryxsim;
 
 namespace {
 
-ryxtest::JsonSchemaCheck const& schema() {
-    static ryxtest::JsonSchemaCheck const check(
-        nlohmann::json::parse(std::ifstream(RYX_REPORT_SCHEMA)));
-    return check;
-}
-
-std::string joined(std::vector<std::string> const& v) {
-    std::string s;
-    for (auto const& e : v) {
-        s += e + "\n";
-    }
-    return s;
+std::string errors(nlohmann::json const& doc, std::string const& def = "") {
+    return ryxtest::schemaErrorsOf(std::string(RYX_REPORT_SCHEMA) + def, doc);
 }
 
 }  // namespace
@@ -34,7 +24,7 @@ std::string joined(std::vector<std::string> const& v) {
 TEST(ReportSchema, RealReportsConformAndBrokenOnesDoNot) {
     nlohmann::json simulated = reportJson({ryxtest::defaultScenarioTimeline()});
     ASSERT_FALSE(simulated["unpassed"].empty());
-    EXPECT_EQ(joined(schema().errors(simulated)), "");
+    EXPECT_EQ(errors(simulated), "");
 
     std::string const data = RYX_LOGCAT_DATA;
     for (char const* capture : {"threadtime_debug_noisy.txt", "time_default_two_processes.txt",
@@ -42,7 +32,7 @@ TEST(ReportSchema, RealReportsConformAndBrokenOnesDoNot) {
         SCOPED_TRACE(capture);
         auto sessions = readLogcatFile(data + "/" + capture);
         nlohmann::json imported = reportJson(sessions);
-        EXPECT_EQ(joined(schema().errors(imported)), "");
+        EXPECT_EQ(errors(imported), "");
         // What the tool writes, streamed, is the same JSON.
         std::ostringstream streamed;
         writeReportJson(streamed, sessions);
@@ -54,14 +44,14 @@ TEST(ReportSchema, RealReportsConformAndBrokenOnesDoNot) {
     broken["sensors"][1]["frames"][0]["verdict"] = "fine";
     broken["events"]["flushes"].push_back("f3");
     broken["extra"] = 1;
-    EXPECT_EQ(joined(schema().errors(broken)), "$: matches 0 of the oneOf alternatives\n");
-    EXPECT_EQ(joined(schema().errors(broken, "#/$defs/session")),
-              "$: unexpected member extra\n"
-              "$.events.flushes[1]: not of type \"integer\"\n"
-              "$.sensors[1].frames[0].verdict: \"fine\" not one of [\"in sync\",\"unchecked\","
-              "\"out of sync (1)\",\"out of sync (2)\",\"out of sync\",\"dropped\",\"blocked\","
-              "\"not run\"]\n"
-              "$.unpassed[0]: lacks \"why\"\n");
+    EXPECT_NE(errors(broken), "");
+    EXPECT_EQ(errors(broken, "#/$defs/session"),
+              "$: Additional properties are not allowed ('extra' was unexpected)\n"
+              "$.events.flushes[1]: 'f3' is not of type 'integer'\n"
+              "$.sensors[1].frames[0].verdict: 'fine' is not one of ['in sync', 'unchecked', "
+              "'out of sync (1)', 'out of sync (2)', 'out of sync', 'dropped', 'blocked', "
+              "'not run']\n"
+              "$.unpassed[0]: 'why' is a required property\n");
     // A single session is not wrapped in an array; an array holds two or more.
-    EXPECT_NE(joined(schema().errors(nlohmann::json::array({simulated}))), "");
+    EXPECT_NE(errors(nlohmann::json::array({simulated})), "");
 }

@@ -8,15 +8,15 @@ if(RYX_BUILD_TOOLS AND EXISTS ${PROJECT_SOURCE_DIR}/tools/CMakeLists.txt)
   ryx_add_test(sim_e2e_test LABEL e2e SOURCES sim_e2e_test.cpp LIBS synchelper_sim_run)
   add_dependencies(sim_e2e_test synchelper-sim)
   target_compile_definitions(sim_e2e_test PRIVATE ${RYX_SIM_SCENARIOS}
-    RYX_SIM_BINARY="$<TARGET_FILE:synchelper-sim>")
+    RYX_SIM_BINARY="$<TARGET_FILE:synchelper-sim>" ${RYX_SCHEMA_CHECKS})
   ryx_add_test(sim_flow_agreement_test LABEL e2e SOURCES sim_flow_agreement_test.cpp
     LIBS synchelper_sim_core)
   add_dependencies(sim_flow_agreement_test synchelper-sim)
   target_compile_definitions(sim_flow_agreement_test PRIVATE
-    RYX_SIM_BINARY="$<TARGET_FILE:synchelper-sim>"
+    RYX_SIM_BINARY="$<TARGET_FILE:synchelper-sim>" ${RYX_SCHEMA_CHECKS}
     RYX_CONTRACT_TRACES="${CMAKE_CURRENT_SOURCE_DIR}/data/contracts")
   ryx_add_test(sim_cli_test LABEL e2e SOURCES sim_cli_test.cpp LIBS synchelper_sim_core)
   add_dependencies(sim_cli_test synchelper-sim)
   target_compile_definitions(sim_cli_test PRIVATE ${RYX_SIM_SCENARIOS}
-    RYX_SIM_BINARY="$<TARGET_FILE:synchelper-sim>")
+    RYX_SIM_BINARY="$<TARGET_FILE:synchelper-sim>" ${RYX_SCHEMA_CHECKS})
 endif()

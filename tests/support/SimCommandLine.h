@@ -1,7 +1,9 @@
 #pragma once
 // synchelper-sim run as a user runs it: a fresh temporary folder per test, the binary under a
-// watchdog, its exit status, standard output and standard error.
+// watchdog, its exit status, standard output and standard error; every report and trace it
+// wrote is validated against the tool's schemas at the end of the test.
 
+#include "SchemaValidation.h"
 #include "Watchdog.h"
 
 #include <gtest/gtest.h>
@@ -12,6 +14,7 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -32,7 +35,31 @@ class CommandLine : public ::testing::Test {
         ASSERT_NE(mkdtemp(tmpl), nullptr);
         mDir = tmpl;
     }
-    void TearDown() override { std::system(("rm -rf '" + mDir + "'").c_str()); }
+    // Every JSON report and Perfetto trace the test had the tool write (files, and the last
+    // standard output) is validated against the tool's schemas before the folder goes.
+    void TearDown() override {
+        std::vector<std::string> reports, traces;
+        for (auto const& e : std::filesystem::directory_iterator(mDir)) {
+            std::ifstream in(e.path());
+            nlohmann::json doc = nlohmann::json::parse(in, nullptr, false);
+            if (doc.is_discarded()) {
+                continue;
+            }
+            nlohmann::json first = doc.is_array() && !doc.empty() ? doc[0] : doc;
+            if (first.is_object() && first.value("tool", "") == "synchelper-sim") {
+                reports.push_back(e.path().string());
+            } else if (doc.is_object() && doc.contains("traceEvents")) {
+                traces.push_back(e.path().string());
+            }
+        }
+        if (!reports.empty()) {
+            EXPECT_EQ(schemaErrors(RYX_REPORT_SCHEMA, reports), "");
+        }
+        if (!traces.empty()) {
+            EXPECT_EQ(schemaErrors(RYX_TRACE_SCHEMA, traces), "");
+        }
+        std::system(("rm -rf '" + mDir + "'").c_str());
+    }
 
     std::string path(std::string const& name) const { return mDir + "/" + name; }
     std::string slurp(std::string const& name) const {
