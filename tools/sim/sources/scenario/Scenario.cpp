@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cmath>
 #include <fstream>
+#include <functional>
 #include <set>
 #include <sstream>
 
@@ -213,11 +214,11 @@ void readControl(json const& obj, std::string const& path, Reader const& r, Cont
 
 }  // namespace
 
-Scenario parseScenario(std::string const& text, std::string const& fileName) {
-    JsonLines lines(text);
-    json doc;
+namespace {
+
+json parseDocument(std::string const& text, std::string const& fileName, JsonLines const& lines) {
     try {
-        doc = json::parse(text);
+        return json::parse(text);
     } catch (json::parse_error const& e) {
         std::string what = e.what();
         size_t colon = what.find(": ", what.find("column"));
@@ -229,105 +230,137 @@ Scenario parseScenario(std::string const& text, std::string const& fileName) {
                          field.empty() ? "(document)" : field,
                          "malformed JSON after this field: " + problem);
     }
-    Reader r(fileName, lines);
-    r.allowKeys(doc, "",
-                {"name", "description", "seed", "fps", "frames", "first_frame", "first_request",
-                 "session_key", "allow_crop_replace", "sensors", "control", "ranges", "events",
-                 "random", "crop_sets"});
-    Scenario s;
-    if (doc.contains("name")) {
-        s.name = r.string(doc["name"], "name");
-        if (s.name.empty() || s.name.find_first_of(" \t,") != std::string::npos) {
-            r.fail("name", "must be one word without commas");
+}
+
+// Reads a scenario document part by part, checking every field against the ones before it
+// (sensors against 'sensors', frames against the session's frames).
+class ScenarioParser {
+  public:
+    ScenarioParser(json const& doc, Reader const& r, JsonLines const& lines)
+        : mDoc(doc), mR(r), mLines(lines) {}
+
+    Scenario parse() {
+        mR.allowKeys(mDoc, "",
+                     {"name", "description", "seed", "fps", "frames", "first_frame",
+                      "first_request", "session_key", "allow_crop_replace", "sensors", "control",
+                      "ranges", "events", "random", "crop_sets"});
+        readSession();
+        readSensors();
+        if (mDoc.contains("control")) {
+            mR.allowKeys(mDoc["control"], "control", {RYX_CONTROL_KEYS});
+            readControl(mDoc["control"], "control", mR, mS.control);
+            checkControl(mS.control, "control");
         }
-    }
-    if (doc.contains("description")) {
-        s.description = r.string(doc["description"], "description");
-    }
-    if (doc.contains("seed")) {
-        s.seed = static_cast<uint64_t>(r.integer(doc["seed"], "seed", 0, INT64_MAX));
-    }
-    if (doc.contains("fps")) {
-        s.fps = r.number(doc["fps"], "fps", 0.1, 1000);
-    }
-    if (doc.contains("frames")) {
-        s.frames = static_cast<int>(r.integer(doc["frames"], "frames", 1, kMaxFrames));
-    }
-    if (doc.contains("first_frame")) {
-        s.firstFrame =
-            static_cast<int>(r.integer(doc["first_frame"], "first_frame", -1000000, 1000000000));
-    }
-    if (doc.contains("first_request")) {
-        s.firstRequest = static_cast<int>(
-            r.integer(doc["first_request"], "first_request", -1000000, 1000000000));
-    }
-    if (doc.contains("session_key")) {
-        s.sessionKey =
-            static_cast<uint64_t>(r.integer(doc["session_key"], "session_key", 0, INT64_MAX));
-    }
-    if (doc.contains("allow_crop_replace")) {
-        s.allowCropReplace = r.boolean(doc["allow_crop_replace"], "allow_crop_replace");
+        readList("ranges", "expected a list of frame ranges", &ScenarioParser::readRange);
+        readList("events", "expected a list of events", &ScenarioParser::readEvent);
+        readRandom();
+        readCropSets();
+        return mS;
     }
 
-    if (!doc.contains("sensors")) {
-        r.fail("sensors", "missing: a scenario needs at least one sensor");
+  private:
+    template <typename T>
+    void readIf(char const* key, T& out, std::function<T(json const&)> const& read) {
+        if (mDoc.contains(key)) {
+            out = read(mDoc[key]);
+        }
     }
-    json const& sensors = doc["sensors"];
-    if (!sensors.is_array() || sensors.empty()) {
-        r.fail("sensors", "expected a non-empty list of sensors");
+
+    void readSession() {
+        readIf<std::string>("name", mS.name, [&](json const& v) {
+            std::string name = mR.string(v, "name");
+            if (name.empty() || name.find_first_of(" \t,") != std::string::npos) {
+                mR.fail("name", "must be one word without commas");
+            }
+            return name;
+        });
+        readIf<std::string>("description", mS.description,
+                            [&](json const& v) { return mR.string(v, "description"); });
+        readIf<uint64_t>("seed", mS.seed, [&](json const& v) {
+            return static_cast<uint64_t>(mR.integer(v, "seed", 0, INT64_MAX));
+        });
+        readIf<double>("fps", mS.fps,
+                       [&](json const& v) { return mR.number(v, "fps", 0.1, 1000); });
+        readIf<int>("frames", mS.frames, [&](json const& v) {
+            return static_cast<int>(mR.integer(v, "frames", 1, kMaxFrames));
+        });
+        readIf<int>("first_frame", mS.firstFrame, [&](json const& v) {
+            return static_cast<int>(mR.integer(v, "first_frame", -1000000, 1000000000));
+        });
+        readIf<int>("first_request", mS.firstRequest, [&](json const& v) {
+            return static_cast<int>(mR.integer(v, "first_request", -1000000, 1000000000));
+        });
+        readIf<uint64_t>("session_key", mS.sessionKey, [&](json const& v) {
+            return static_cast<uint64_t>(mR.integer(v, "session_key", 0, INT64_MAX));
+        });
+        readIf<bool>("allow_crop_replace", mS.allowCropReplace,
+                     [&](json const& v) { return mR.boolean(v, "allow_crop_replace"); });
     }
-    std::set<int> ids;
-    for (size_t i = 0; i < sensors.size(); ++i) {
-        std::string p = Reader::at("sensors", i);
-        json const& o = sensors[i];
-        r.allowKeys(o, p,
-                    {"id", "name", "active_array", "focal_length", "sof_offset_us", "jitter_us",
-                     "exposure_us"});
+
+    void readSensors() {
+        if (!mDoc.contains("sensors")) {
+            mR.fail("sensors", "missing: a scenario needs at least one sensor");
+        }
+        json const& sensors = mDoc["sensors"];
+        if (!sensors.is_array() || sensors.empty()) {
+            mR.fail("sensors", "expected a non-empty list of sensors");
+        }
+        for (size_t i = 0; i < sensors.size(); ++i) {
+            mS.sensors.push_back(readSensor(sensors[i], Reader::at("sensors", i)));
+        }
+    }
+
+    SensorSpec readSensor(json const& o, std::string const& p) {
+        mR.allowKeys(o, p,
+                     {"id", "name", "active_array", "focal_length", "sof_offset_us", "jitter_us",
+                      "exposure_us"});
         if (!o.contains("id")) {
-            r.fail(p, "missing field 'id'");
+            mR.fail(p, "missing field 'id'");
         }
         SensorSpec ss;
-        ss.camera.id = static_cast<int>(r.integer(o["id"], p + ".id", 0, 1023));
-        if (!ids.insert(ss.camera.id).second) {
-            r.fail(p + ".id", "sensor " + std::to_string(ss.camera.id) + " is declared twice");
+        ss.camera.id = static_cast<int>(mR.integer(o["id"], p + ".id", 0, 1023));
+        if (!mIds.insert(ss.camera.id).second) {
+            mR.fail(p + ".id", "sensor " + std::to_string(ss.camera.id) + " is declared twice");
         }
         if (o.contains("name")) {
-            ss.camera.name = r.string(o["name"], p + ".name");
+            ss.camera.name = mR.string(o["name"], p + ".name");
             if (ss.camera.name.find_first_of(" \t,") != std::string::npos) {
-                r.fail(p + ".name", "must be one word without commas");
+                mR.fail(p + ".name", "must be one word without commas");
             }
         }
         if (o.contains("active_array")) {
-            ss.camera.activeArray = r.rect(o["active_array"], p + ".active_array");
+            ss.camera.activeArray = mR.rect(o["active_array"], p + ".active_array");
         }
         if (o.contains("focal_length")) {
             ss.camera.focalLength =
-                static_cast<float>(r.number(o["focal_length"], p + ".focal_length", 0, 1000));
+                static_cast<float>(mR.number(o["focal_length"], p + ".focal_length", 0, 1000));
         }
-        if (o.contains("sof_offset_us")) {
-            ss.sofOffsetUs = r.integer(o["sof_offset_us"], p + ".sof_offset_us", -1000000, 1000000);
-        }
-        if (o.contains("jitter_us")) {
-            ss.jitterUs = r.integer(o["jitter_us"], p + ".jitter_us", 0, 1000000);
-        }
-        if (o.contains("exposure_us")) {
-            ss.exposureUs = r.integer(o["exposure_us"], p + ".exposure_us", 0, 10000000);
-        }
-        s.sensors.push_back(ss);
+        auto micros = [&](char const* key, int64_t lo, int64_t hi, int64_t& out) {
+            if (o.contains(key)) {
+                out = mR.integer(o[key], p + "." + key, lo, hi);
+            }
+        };
+        micros("sof_offset_us", -1000000, 1000000, ss.sofOffsetUs);
+        micros("jitter_us", 0, 1000000, ss.jitterUs);
+        micros("exposure_us", 0, 10000000, ss.exposureUs);
+        return ss;
     }
-    auto checkSensor = [&](int id, std::string const& path) {
-        if (ids.count(id) == 0) {
-            r.fail(path, "sensor " + std::to_string(id) + " is not declared in 'sensors'");
+
+    void checkSensor(int id, std::string const& path) const {
+        if (mIds.count(id) == 0) {
+            mR.fail(path, "sensor " + std::to_string(id) + " is not declared in 'sensors'");
         }
-    };
-    int lastFrame = s.firstFrame + s.frames - 1;
-    auto checkFrame = [&](int f, std::string const& path) {
-        if (f < s.firstFrame || f > lastFrame) {
-            r.fail(path, "frame " + std::to_string(f) + " is outside the session's frames " +
-                             std::to_string(s.firstFrame) + ".." + std::to_string(lastFrame));
+    }
+
+    void checkFrame(int f, std::string const& path) const {
+        int lastFrame = mS.firstFrame + mS.frames - 1;
+        if (f < mS.firstFrame || f > lastFrame) {
+            mR.fail(path, "frame " + std::to_string(f) + " is outside the session's frames " +
+                              std::to_string(mS.firstFrame) + ".." + std::to_string(lastFrame));
         }
-    };
-    auto checkControl = [&](Control const& c, std::string const& path) {
+    }
+
+    void checkControl(Control const& c, std::string const& path) const {
         if (c.group.given && c.group.value) {
             for (size_t i = 0; i < c.group.value->size(); ++i) {
                 checkSensor((*c.group.value)[i], Reader::at(Reader::join(path, "group"), i));
@@ -336,157 +369,176 @@ Scenario parseScenario(std::string const& text, std::string const& fileName) {
         if (c.master.given && c.master.value && *c.master.value >= 0) {
             checkSensor(*c.master.value, Reader::join(path, "master"));
         }
-    };
+    }
 
-    if (doc.contains("control")) {
-        r.allowKeys(doc["control"], "control", {RYX_CONTROL_KEYS});
-        readControl(doc["control"], "control", r, s.control);
-        checkControl(s.control, "control");
-    }
-    if (doc.contains("ranges")) {
-        json const& ranges = doc["ranges"];
-        if (!ranges.is_array()) {
-            r.fail("ranges", "expected a list of frame ranges");
+    void readList(char const* key, char const* notAList,
+                  void (ScenarioParser::*readOne)(json const&, std::string const&)) {
+        if (!mDoc.contains(key)) {
+            return;
         }
-        for (size_t i = 0; i < ranges.size(); ++i) {
-            std::string p = Reader::at("ranges", i);
-            json const& o = ranges[i];
-            r.allowKeys(o, p, {"frames", "sensors", RYX_CONTROL_KEYS});
-            RangeSpec rs;
-            rs.line = lines.lineOf(p);
-            if (!o.contains("frames")) {
-                r.fail(p, "missing field 'frames' ([first, last] or one frame number)");
-            }
-            json const& fr = o["frames"];
-            if (fr.is_number_integer()) {
-                rs.first = rs.last =
-                    static_cast<int>(r.integer(fr, p + ".frames", INT32_MIN, INT32_MAX));
-            } else {
-                auto l = r.intList(fr, p + ".frames");
-                if (l.size() != 2 || l[0] > l[1]) {
-                    r.fail(p + ".frames", "expected [first, last] with first <= last");
-                }
-                rs.first = l[0];
-                rs.last = l[1];
-            }
-            checkFrame(rs.first, p + ".frames");
-            checkFrame(rs.last, p + ".frames");
-            if (o.contains("sensors")) {
-                auto l = r.intList(o["sensors"], p + ".sensors");
-                for (size_t k = 0; k < l.size(); ++k) {
-                    checkSensor(l[k], Reader::at(p + ".sensors", k));
-                }
-                rs.sensors.assign(l.begin(), l.end());
-            }
-            readControl(o, p, r, rs.control);
-            checkControl(rs.control, p);
-            s.ranges.push_back(rs);
+        json const& list = mDoc[key];
+        if (!list.is_array()) {
+            mR.fail(key, notAList);
+        }
+        for (size_t i = 0; i < list.size(); ++i) {
+            (this->*readOne)(list[i], Reader::at(key, i));
         }
     }
-    if (doc.contains("events")) {
-        json const& events = doc["events"];
-        if (!events.is_array()) {
-            r.fail("events", "expected a list of events");
+
+    void readRange(json const& o, std::string const& p) {
+        mR.allowKeys(o, p, {"frames", "sensors", RYX_CONTROL_KEYS});
+        RangeSpec rs;
+        rs.line = mLines.lineOf(p);
+        if (!o.contains("frames")) {
+            mR.fail(p, "missing field 'frames' ([first, last] or one frame number)");
         }
-        for (size_t i = 0; i < events.size(); ++i) {
-            std::string p = Reader::at("events", i);
-            json const& o = events[i];
-            r.allowKeys(o, p, {"kind", "frame", "sensor", "crops"});
-            EventSpec ev;
-            ev.line = lines.lineOf(p);
-            if (!o.contains("kind")) {
-                r.fail(p, "missing field 'kind' (drop, flush, leave or crop)");
+        json const& fr = o["frames"];
+        if (fr.is_number_integer()) {
+            rs.first = rs.last =
+                static_cast<int>(mR.integer(fr, p + ".frames", INT32_MIN, INT32_MAX));
+        } else {
+            auto l = mR.intList(fr, p + ".frames");
+            if (l.size() != 2 || l[0] > l[1]) {
+                mR.fail(p + ".frames", "expected [first, last] with first <= last");
             }
-            std::string kind = r.string(o["kind"], p + ".kind");
-            auto k = kindFromName(kind);
-            if (!k || *k == CallKind::Result) {
-                r.fail(p + ".kind", "expected drop, flush, leave or crop, got '" + kind + "'");
-            }
-            ev.kind = *k;
-            for (char const* need : {"frame", "sensor"}) {
-                if (!o.contains(need)) {
-                    r.fail(p, std::string("missing field '") + need + "'");
-                }
-            }
-            ev.frame = static_cast<int>(r.integer(o["frame"], p + ".frame", INT32_MIN, INT32_MAX));
-            checkFrame(ev.frame, p + ".frame");
-            ev.sensor = static_cast<int>(r.integer(o["sensor"], p + ".sensor", 0, 1023));
-            checkSensor(ev.sensor, p + ".sensor");
-            if (ev.kind == CallKind::Crop) {
-                if (!o.contains("crops") || !o["crops"].is_object() || o["crops"].empty()) {
-                    r.fail(p + ".crops",
-                           "a crop event needs crops: {\"SENSOR\": [left, top, width, height]}");
-                }
-                for (auto it = o["crops"].begin(); it != o["crops"].end(); ++it) {
-                    std::string cp = p + ".crops." + it.key();
-                    int id = -1;
-                    try {
-                        size_t used = 0;
-                        id = std::stoi(it.key(), &used);
-                        if (used != it.key().size()) {
-                            id = -1;
-                        }
-                    } catch (...) {
-                    }
-                    if (id < 0) {
-                        r.fail(cp, "crop keys are sensor ids");
-                    }
-                    checkSensor(id, cp);
-                    ev.crops[id] = r.rect(it.value(), cp);
-                }
-            } else if (o.contains("crops")) {
-                r.fail(p + ".crops", "only crop events carry crops");
-            }
-            s.events.push_back(ev);
+            rs.first = l[0];
+            rs.last = l[1];
         }
+        checkFrame(rs.first, p + ".frames");
+        checkFrame(rs.last, p + ".frames");
+        if (o.contains("sensors")) {
+            auto l = mR.intList(o["sensors"], p + ".sensors");
+            for (size_t k = 0; k < l.size(); ++k) {
+                checkSensor(l[k], Reader::at(p + ".sensors", k));
+            }
+            rs.sensors.assign(l.begin(), l.end());
+        }
+        readControl(o, p, mR, rs.control);
+        checkControl(rs.control, p);
+        mS.ranges.push_back(rs);
     }
-    if (doc.contains("random")) {
-        json const& o = doc["random"];
-        r.allowKeys(o, "random", {"out_of_tolerance", "shift_us", "slave_drops"});
+
+    void readEvent(json const& o, std::string const& p) {
+        mR.allowKeys(o, p, {"kind", "frame", "sensor", "crops"});
+        EventSpec ev;
+        ev.line = mLines.lineOf(p);
+        if (!o.contains("kind")) {
+            mR.fail(p, "missing field 'kind' (drop, flush, leave or crop)");
+        }
+        std::string kind = mR.string(o["kind"], p + ".kind");
+        auto k = kindFromName(kind);
+        if (!k || *k == CallKind::Result) {
+            mR.fail(p + ".kind", "expected drop, flush, leave or crop, got '" + kind + "'");
+        }
+        ev.kind = *k;
+        for (char const* need : {"frame", "sensor"}) {
+            if (!o.contains(need)) {
+                mR.fail(p, std::string("missing field '") + need + "'");
+            }
+        }
+        ev.frame = static_cast<int>(mR.integer(o["frame"], p + ".frame", INT32_MIN, INT32_MAX));
+        checkFrame(ev.frame, p + ".frame");
+        ev.sensor = static_cast<int>(mR.integer(o["sensor"], p + ".sensor", 0, 1023));
+        checkSensor(ev.sensor, p + ".sensor");
+        if (ev.kind == CallKind::Crop) {
+            ev.crops = readCrops(o, p);
+        } else if (o.contains("crops")) {
+            mR.fail(p + ".crops", "only crop events carry crops");
+        }
+        mS.events.push_back(ev);
+    }
+
+    std::map<int, NSCam::MRect> readCrops(json const& o, std::string const& p) const {
+        if (!o.contains("crops") || !o["crops"].is_object() || o["crops"].empty()) {
+            mR.fail(p + ".crops",
+                    "a crop event needs crops: {\"SENSOR\": [left, top, width, height]}");
+        }
+        std::map<int, NSCam::MRect> crops;
+        for (auto it = o["crops"].begin(); it != o["crops"].end(); ++it) {
+            std::string cp = p + ".crops." + it.key();
+            int id = -1;
+            try {
+                size_t used = 0;
+                id = std::stoi(it.key(), &used);
+                id = used == it.key().size() ? id : -1;
+            } catch (...) {
+            }
+            if (id < 0) {
+                mR.fail(cp, "crop keys are sensor ids");
+            }
+            checkSensor(id, cp);
+            crops[id] = mR.rect(it.value(), cp);
+        }
+        return crops;
+    }
+
+    void readRandom() {
+        if (!mDoc.contains("random")) {
+            return;
+        }
+        json const& o = mDoc["random"];
+        mR.allowKeys(o, "random", {"out_of_tolerance", "shift_us", "slave_drops"});
         if (o.contains("out_of_tolerance")) {
-            s.outOfTolerance = static_cast<int>(
-                r.integer(o["out_of_tolerance"], "random.out_of_tolerance", 0, s.frames));
+            mS.outOfTolerance = static_cast<int>(
+                mR.integer(o["out_of_tolerance"], "random.out_of_tolerance", 0, mS.frames));
         }
         if (o.contains("shift_us")) {
-            auto l = r.intList(o["shift_us"], "random.shift_us");
+            auto l = mR.intList(o["shift_us"], "random.shift_us");
             if (l.size() != 2 || l[0] < 0 || l[0] > l[1]) {
-                r.fail("random.shift_us", "expected [min, max] with 0 <= min <= max");
+                mR.fail("random.shift_us", "expected [min, max] with 0 <= min <= max");
             }
-            s.shiftMinUs = l[0];
-            s.shiftMaxUs = l[1];
+            mS.shiftMinUs = l[0];
+            mS.shiftMaxUs = l[1];
         }
         if (o.contains("slave_drops")) {
-            s.slaveDrops =
-                static_cast<int>(r.integer(o["slave_drops"], "random.slave_drops", 0, s.frames));
+            mS.slaveDrops =
+                static_cast<int>(mR.integer(o["slave_drops"], "random.slave_drops", 0, mS.frames));
         }
     }
-    if (doc.contains("crop_sets")) {
-        json const& o = doc["crop_sets"];
-        r.allowKeys(o, "crop_sets",
-                    {"every_frames", "sensor", "lead", "zoom_from", "zoom_step", "zoom_max"});
-        if (o.contains("every_frames")) {
-            s.cropEvery = static_cast<int>(
-                r.integer(o["every_frames"], "crop_sets.every_frames", 0, 1000000));
+
+    void readCropSets() {
+        if (!mDoc.contains("crop_sets")) {
+            return;
         }
-        s.cropSensor = s.sensors.front().camera.id;
+        json const& o = mDoc["crop_sets"];
+        mR.allowKeys(o, "crop_sets",
+                     {"every_frames", "sensor", "lead", "zoom_from", "zoom_step", "zoom_max"});
+        auto whole = [&](char const* key, int64_t lo, int64_t hi, int& out) {
+            if (o.contains(key)) {
+                out = static_cast<int>(mR.integer(o[key], std::string("crop_sets.") + key, lo, hi));
+            }
+        };
+        auto real = [&](char const* key, double lo, double hi, double& out) {
+            if (o.contains(key)) {
+                out = mR.number(o[key], std::string("crop_sets.") + key, lo, hi);
+            }
+        };
+        whole("every_frames", 0, 1000000, mS.cropEvery);
+        mS.cropSensor = mS.sensors.front().camera.id;
+        whole("sensor", 0, 1023, mS.cropSensor);
         if (o.contains("sensor")) {
-            s.cropSensor = static_cast<int>(r.integer(o["sensor"], "crop_sets.sensor", 0, 1023));
-            checkSensor(s.cropSensor, "crop_sets.sensor");
+            checkSensor(mS.cropSensor, "crop_sets.sensor");
         }
-        if (o.contains("lead")) {
-            s.cropLead = static_cast<int>(r.integer(o["lead"], "crop_sets.lead", 0, 1000));
-        }
-        if (o.contains("zoom_from")) {
-            s.zoomFrom = r.number(o["zoom_from"], "crop_sets.zoom_from", 1, 100);
-        }
-        if (o.contains("zoom_step")) {
-            s.zoomStep = r.number(o["zoom_step"], "crop_sets.zoom_step", 0, 100);
-        }
-        if (o.contains("zoom_max")) {
-            s.zoomMax = r.number(o["zoom_max"], "crop_sets.zoom_max", s.zoomFrom, 100);
-        }
+        whole("lead", 0, 1000, mS.cropLead);
+        real("zoom_from", 1, 100, mS.zoomFrom);
+        real("zoom_step", 0, 100, mS.zoomStep);
+        real("zoom_max", mS.zoomFrom, 100, mS.zoomMax);
     }
-    return s;
+
+    json const& mDoc;
+    Reader const& mR;
+    JsonLines const& mLines;
+    Scenario mS;
+    std::set<int> mIds;
+};
+
+}  // namespace
+
+Scenario parseScenario(std::string const& text, std::string const& fileName) {
+    JsonLines lines(text);
+    json doc = parseDocument(text, fileName, lines);
+    Reader r(fileName, lines);
+    return ScenarioParser(doc, r, lines).parse();
 }
 
 Scenario readScenarioFile(std::string const& path) {
