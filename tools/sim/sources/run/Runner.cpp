@@ -293,6 +293,87 @@ Slot* nextSlot(Session& s, std::unique_lock<std::mutex>& lock, int sensor) {
     }
 }
 
+// Makes the call of `row` into the library with the metadata of `rec`; returns its verdict.
+bool makeCall(Session& s, CallRow const& row, CallRecord& rec) {
+    switch (row.kind) {
+        case CallKind::Result:
+            if (row.getCrop && s.concrete != nullptr) {
+                s.concrete->getSensorCropRegion(rec.input);
+            }
+            return s.helper->syncResultCheck(rec.input, &rec.output);
+        case CallKind::Drop:
+            return s.helper->notifyDrop(rec.input);
+        case CallKind::Flush: {
+            int const frame = row.frame;
+            int const unused = 0;
+            return s.helper->notifyDrop(frame, unused);
+        }
+        case CallKind::Leave:
+            return s.helper->notifyDropBySensor(row.sensor);
+        case CallKind::Crop: {
+            std::unordered_map<int, MRect> crops(row.crops.begin(), row.crops.end());
+            return s.helper->setSensorCropRegion(row.request, crops);
+        }
+    }
+    return false;
+}
+
+// The thread's call of row `idx` is about to enter the library (in an ordered run, once it is
+// that row's turn).
+void enterLibrary(Session& s, int sensor, size_t idx, Slot& slot, bool ordered) {
+    std::unique_lock<std::mutex> lock(s.mutex);
+    SensorState& st = s.sensors[sensor];
+    if (ordered) {
+        st.awaitingTurn = true;
+        s.changed.wait(lock, [&] { return s.nextTurn == idx; });
+        st.awaitingTurn = false;
+        tTurn = idx;
+    }
+    st.inLibrary = true;
+    st.row = idx;
+    st.since = Clock::now();
+    slot.out.started = true;
+}
+
+struct CallTimes {
+    Clock::time_point start, end;
+    int64_t cpuNs;
+};
+
+// The call of row `idx` returned: its outcome is stored and the next row may go.
+void leaveLibrary(Session& s, int sensor, size_t idx, Slot& slot, CallRecord const& rec,
+                  bool verdict, CallTimes const& t, Clock::time_point runStart, bool ordered) {
+    bool wakeRunner = false;
+    {
+        std::lock_guard<std::mutex> lock(s.mutex);
+        CallOutcome& out = slot.out;
+        if (slot.row.kind == CallKind::Result) {
+            readBack(rec, out);
+        }
+        out.returned = true;
+        out.verdict = verdict;
+        out.startNs =
+            std::chrono::duration_cast<std::chrono::nanoseconds>(t.start - runStart).count();
+        out.wallNs = std::chrono::duration_cast<std::chrono::nanoseconds>(t.end - t.start).count();
+        out.cpuNs = t.cpuNs;
+        SensorState& st = s.sensors[sensor];
+        st.inLibrary = false;
+        st.cursor = idx + 1;
+        ++s.callsDone;
+        wakeRunner = s.callsDone % kWakeEvery == 0;
+        passTurn(s, idx);
+        tTurn = kNoTurn;
+    }
+    if (ordered) {
+        s.changed.notify_all();
+    }
+    if (wakeRunner) {
+        s.wake.notify_one();
+    }
+}
+
+// One sensor's pipeline: its rows' calls in trace order, each paced at its start of frame in a
+// realtime run.
 void sensorThread(Session& s, int sensor, bool realtime, bool ordered, Clock::time_point start,
                   int64_t firstSofNs) {
     // A returned call's frame has left the library (the last of its cameras removes it); the
@@ -322,76 +403,12 @@ void sensorThread(Session& s, int sensor, bool realtime, bool ordered, Clock::ti
         if (realtime && perFrame && row.sofNs > 0 && row.sofNs >= firstSofNs) {
             std::this_thread::sleep_until(start + std::chrono::nanoseconds(row.sofNs - firstSofNs));
         }
-        {
-            std::unique_lock<std::mutex> lock(s.mutex);
-            SensorState& st = s.sensors[sensor];
-            if (ordered) {
-                st.awaitingTurn = true;
-                s.changed.wait(lock, [&] { return s.nextTurn == idx; });
-                st.awaitingTurn = false;
-                tTurn = idx;
-            }
-            st.inLibrary = true;
-            st.row = idx;
-            st.since = Clock::now();
-            slot->out.started = true;
-        }
-        auto t0 = Clock::now();
-        int64_t c0 = threadCpuNs();
-        bool verdict = false;
-        switch (row.kind) {
-            case CallKind::Result:
-                if (row.getCrop && s.concrete != nullptr) {
-                    s.concrete->getSensorCropRegion(rec.input);
-                }
-                verdict = s.helper->syncResultCheck(rec.input, &rec.output);
-                break;
-            case CallKind::Drop:
-                verdict = s.helper->notifyDrop(rec.input);
-                break;
-            case CallKind::Flush: {
-                int const frame = row.frame;
-                int const unused = 0;
-                verdict = s.helper->notifyDrop(frame, unused);
-                break;
-            }
-            case CallKind::Leave:
-                verdict = s.helper->notifyDropBySensor(row.sensor);
-                break;
-            case CallKind::Crop: {
-                std::unordered_map<int, MRect> crops(row.crops.begin(), row.crops.end());
-                verdict = s.helper->setSensorCropRegion(row.request, crops);
-                break;
-            }
-        }
-        int64_t c1 = threadCpuNs();
-        auto t1 = Clock::now();
-        bool wakeRunner = false;
-        {
-            std::lock_guard<std::mutex> lock(s.mutex);
-            CallOutcome& out = slot->out;
-            if (row.kind == CallKind::Result) {
-                readBack(rec, out);
-            }
-            out.returned = true;
-            out.verdict = verdict;
-            out.startNs = std::chrono::duration_cast<std::chrono::nanoseconds>(t0 - start).count();
-            out.wallNs = std::chrono::duration_cast<std::chrono::nanoseconds>(t1 - t0).count();
-            out.cpuNs = c1 - c0;
-            SensorState& st = s.sensors[sensor];
-            st.inLibrary = false;
-            st.cursor = idx + 1;
-            ++s.callsDone;
-            wakeRunner = s.callsDone % kWakeEvery == 0;
-            passTurn(s, idx);
-            tTurn = kNoTurn;
-        }
-        if (ordered) {
-            s.changed.notify_all();
-        }
-        if (wakeRunner) {
-            s.wake.notify_one();
-        }
+        enterLibrary(s, sensor, idx, *slot, ordered);
+        CallTimes t{Clock::now(), {}, threadCpuNs()};
+        bool verdict = makeCall(s, row, rec);
+        t.cpuNs = threadCpuNs() - t.cpuNs;
+        t.end = Clock::now();
+        leaveLibrary(s, sensor, idx, *slot, rec, verdict, t, start, ordered);
     }
     s.wake.notify_one();
 }
@@ -408,224 +425,292 @@ std::vector<Slot> readRows(RowSource& rows, size_t count, bool& ended) {
 
 }  // namespace
 
-RunResult runCalls(RowSource& rows, CallSink& sink, RunOptions const& options) {
-    RunResult result;
-    auto session = std::make_unique<Session>();
-    Session& s = *session;
+namespace {
 
-    std::unordered_map<unsigned int, NSCam::CameraInfo> info;
-    for (auto const& c : rows.session().cameras) {
-        NSCam::CameraInfo ci;
-        ci.activeArrayRegion = c.activeArray;
-        ci.focalLength = c.focalLength;
-        info[static_cast<unsigned int>(c.id)] = ci;
+// One run: the helper and the sensor threads, the window of rows between the source and the
+// sink, and the watch for threads blocked in the library.
+class RunDriver {
+  public:
+    RunDriver(RowSource& rows, CallSink& sink, RunOptions const& options)
+        : mRows(rows),
+          mSink(sink),
+          mOptions(options),
+          mSession(std::make_unique<Session>()),
+          mS(*mSession) {}
+
+    RunResult run() {
+        setUp();
+        size_t head = runHeadCrops();
+        fillWindow(head);
+        startThreads();
+        supervise();
+        mResult.wallSeconds = std::chrono::duration<double>(Clock::now() - mStart).count();
+        mResult.cpuSeconds = processCpuSeconds() - mCpu0;
+        return mResult.blocked.empty() ? finishClean() : finishBlocked();
     }
 
-    uint32_t const detailsLevel = ULogger::sDetailsLevel;
-    std::function<void()> onWait;
-    if (options.ordered) {
-        ULogger::sDetailsLevel = std::max<uint32_t>(detailsLevel, 5);
-        onWait = [&s] {
-            {
-                std::lock_guard<std::mutex> lock(s.mutex);
-                if (tTurn != kNoTurn) {
-                    passTurn(s, tTurn);
+  private:
+    // The logger that hears the library (and, in an ordered run, passes the turn when a call
+    // starts to wait), and a fresh helper for the session.
+    void setUp() {
+        std::unordered_map<unsigned int, NSCam::CameraInfo> info;
+        for (auto const& c : mRows.session().cameras) {
+            NSCam::CameraInfo ci;
+            ci.activeArrayRegion = c.activeArray;
+            ci.focalLength = c.focalLength;
+            info[static_cast<unsigned int>(c.id)] = ci;
+        }
+        mDetailsLevel = ULogger::sDetailsLevel;
+        std::function<void()> onWait;
+        if (mOptions.ordered) {
+            ULogger::sDetailsLevel = std::max<uint32_t>(mDetailsLevel, 5);
+            onWait = [&s = mS] {
+                {
+                    std::lock_guard<std::mutex> lock(s.mutex);
+                    if (tTurn != kNoTurn) {
+                        passTurn(s, tTurn);
+                    }
                 }
-            }
-            s.changed.notify_all();
-        };
+                s.changed.notify_all();
+            };
+        }
+        mCollector = std::make_unique<Collector>(mOptions.logcat, mDetailsLevel, onWait);
+        mPreviousLogger = ULogger::install(mCollector.get());
+        mS.helper = ISyncHelper::createInstance(mRows.session().sessionKey,
+                                                mRows.session().allowCropReplace, info);
+        mS.concrete = std::dynamic_pointer_cast<SyncHelper>(mS.helper);
     }
-    auto collector = std::make_unique<Collector>(options.logcat, detailsLevel, onWait);
-    ULogger* previousLogger = ULogger::install(collector.get());
-
-    s.helper = ISyncHelper::createInstance(rows.session().sessionKey,
-                                           rows.session().allowCropReplace, info);
-    s.concrete = std::dynamic_pointer_cast<SyncHelper>(s.helper);
 
     // Hands the calls of `slots` (rows first .. first + size - 1) to the sink, after what the
     // library logged so far.
-    auto deliver = [&](size_t first, std::vector<Slot> const& slots) {
-        for (auto const& a : collector->take()) {
-            sink.logged(a);
+    void deliver(size_t first, std::vector<Slot> const& slots) {
+        for (auto const& a : mCollector->take()) {
+            mSink.logged(a);
         }
         for (size_t i = 0; i < slots.size(); ++i) {
-            sink.call(first + i, slots[i].row, slots[i].out);
+            mSink.call(first + i, slots[i].row, slots[i].out);
         }
-    };
+    }
 
     // Crop sets at the head of the trace, before any frame call, are the session's initial
     // crops: made here, before the sensor threads start, so that every sensor's first frames
-    // see them.
-    size_t head = 0;
-    Slot slot;
-    bool ended = !rows.next(slot.row);
-    while (!ended && slot.row.kind == CallKind::Crop) {
-        std::unordered_map<int, MRect> crops(slot.row.crops.begin(), slot.row.crops.end());
-        slot.out.started = slot.out.returned = true;
-        slot.out.verdict = s.helper->setSensorCropRegion(slot.row.request, crops);
-        deliver(head++, {slot});
-        slot = Slot{};
-        ended = !rows.next(slot.row);
-    }
-    if (!ended) {
-        s.window.push_back(slot);
-        for (auto& more : readRows(rows, kRunWindowCalls - 1, ended)) {
-            s.window.push_back(std::move(more));
+    // see them. Returns how many rows they took.
+    size_t runHeadCrops() {
+        size_t head = 0;
+        mEnded = !mRows.next(mFirst.row);
+        while (!mEnded && mFirst.row.kind == CallKind::Crop) {
+            std::unordered_map<int, MRect> crops(mFirst.row.crops.begin(), mFirst.row.crops.end());
+            mFirst.out.started = mFirst.out.returned = true;
+            mFirst.out.verdict = mS.helper->setSensorCropRegion(mFirst.row.request, crops);
+            deliver(head++, {mFirst});
+            mFirst = Slot{};
+            mEnded = !mRows.next(mFirst.row);
         }
-    }
-    s.sourceDone = ended;
-    s.base = head;
-    int64_t firstSof = INT64_MAX;
-    for (auto const& w : s.window) {
-        if (w.row.sofNs > 0) {
-            firstSof = std::min(firstSof, w.row.sofNs);
-        }
-    }
-    for (int id : rows.sensors()) {
-        s.sensors[id].cursor = head;
+        return head;
     }
 
-    s.callsDone = head;
-    s.nextTurn = head;
-    double cpu0 = processCpuSeconds();
-    auto start = Clock::now();
-    std::vector<std::thread> threads;
-    for (auto const& [id, st] : s.sensors) {
-        threads.emplace_back(sensorThread, std::ref(s), id, options.realtime, options.ordered,
-                             start, firstSof);
+    void fillWindow(size_t head) {
+        if (!mEnded) {
+            mS.window.push_back(mFirst);
+            for (auto& more : readRows(mRows, kRunWindowCalls - 1, mEnded)) {
+                mS.window.push_back(std::move(more));
+            }
+        }
+        mS.sourceDone = mEnded;
+        mS.base = head;
+        for (auto const& w : mS.window) {
+            if (w.row.sofNs > 0) {
+                mFirstSof = std::min(mFirstSof, w.row.sofNs);
+            }
+        }
+        for (int id : mRows.sensors()) {
+            mS.sensors[id].cursor = head;
+        }
+        mS.callsDone = head;
+        mS.nextTurn = head;
     }
 
-    auto const deadline = std::chrono::duration<double>(options.deadlineSeconds);
-    auto const progressEvery = std::chrono::milliseconds(100);
-    {
-        std::unique_lock<std::mutex> lock(s.mutex);
-        size_t lastDone = s.callsDone;
-        auto lastChange = Clock::now();
-        double cpuAtChange = processCpuSeconds();
-        auto lastProgress = lastChange - progressEvery;
+    void startThreads() {
+        mCpu0 = processCpuSeconds();
+        mStart = Clock::now();
+        for (auto const& [id, st] : mS.sensors) {
+            mThreads.emplace_back(sensorThread, std::ref(mS), id, mOptions.realtime,
+                                  mOptions.ordered, mStart, mFirstSof);
+        }
+    }
+
+    // Rows every thread is past go to the sink; the window is topped up from the source.
+    void retireAndRefill(std::unique_lock<std::mutex>& lock) {
+        size_t low = mS.base + mS.window.size();
+        for (auto const& [id, st] : mS.sensors) {
+            low = st.finished ? low : std::min(low, st.cursor);
+        }
+        std::vector<Slot> done;
+        size_t first = mS.base;
+        while (mS.base < low) {
+            done.push_back(std::move(mS.window.front()));
+            mS.window.pop_front();
+            ++mS.base;
+        }
+        size_t room = kRunWindowCalls - mS.window.size();
+        bool readMore = !mS.sourceDone && room >= kRunWindowCalls / 4;
+        if (done.empty() && !readMore) {
+            return;
+        }
+        lock.unlock();
+        deliver(first, done);
+        bool sourceEnded = false;
+        std::vector<Slot> more;
+        if (readMore) {
+            more = readRows(mRows, room, sourceEnded);
+        }
+        lock.lock();
+        for (auto& m : more) {
+            mS.window.push_back(std::move(m));
+        }
+        mS.sourceDone = mS.sourceDone || sourceEnded;
+        if (readMore) {
+            mS.changed.notify_all();
+        }
+    }
+
+    // Every unfinished thread inside the library (or waiting for a turn or for rows that a full
+    // window cannot give) since `mLastChange` for the deadline, with the process idle: blocked.
+    bool blocked(bool allStuck, bool allFinished) {
+        auto now = Clock::now();
+        if (mS.callsDone != mLastDone) {
+            mLastDone = mS.callsDone;
+            mLastChange = now;
+            mCpuAtChange = processCpuSeconds();
+        }
+        auto const deadline = std::chrono::duration<double>(mOptions.deadlineSeconds);
+        if (!allStuck || allFinished || now - mLastChange < deadline) {
+            return false;
+        }
+        // Threads parked in the library's waits use no CPU. A stall during which the process
+        // still worked (a long rehash of the library's crop tables under its lock, say) is slow
+        // progress, not a block: the deadline starts again.
+        if (processCpuSeconds() - mCpuAtChange >=
+            kBusyShareOfStall * std::chrono::duration<double>(now - mLastChange).count()) {
+            mLastChange = now;
+            mCpuAtChange = processCpuSeconds();
+            return false;
+        }
+        for (auto const& [id, st] : mS.sensors) {
+            if (st.inLibrary) {
+                Slot const& w = mS.window[st.row - mS.base];
+                mResult.blocked.push_back({id, st.row,
+                                           std::chrono::duration<double>(now - st.since).count(),
+                                           w.row.kind, w.row.frame, w.row.request});
+            }
+        }
+        return true;
+    }
+
+    void reportProgress(std::unique_lock<std::mutex>& lock) {
+        auto now = Clock::now();
+        if (!mOptions.progress || now - mLastProgress < kProgressEvery) {
+            return;
+        }
+        mLastProgress = now;
+        RunProgress p{mS.callsDone, std::max(mOptions.expectedCalls, mS.callsDone),
+                      std::chrono::duration<double>(now - mStart).count()};
+        lock.unlock();
+        mOptions.progress(p);
+        lock.lock();
+    }
+
+    void supervise() {
+        std::unique_lock<std::mutex> lock(mS.mutex);
+        mLastDone = mS.callsDone;
+        mLastChange = Clock::now();
+        mCpuAtChange = processCpuSeconds();
+        mLastProgress = mLastChange - kProgressEvery;
         while (true) {
-            // Rows every thread is past go to the sink; the window is topped up.
-            size_t low = s.base + s.window.size();
-            for (auto const& [id, st] : s.sensors) {
-                low = st.finished ? low : std::min(low, st.cursor);
-            }
-            std::vector<Slot> done;
-            size_t first = s.base;
-            while (s.base < low) {
-                done.push_back(std::move(s.window.front()));
-                s.window.pop_front();
-                ++s.base;
-            }
-            size_t room = kRunWindowCalls - s.window.size();
-            bool readMore = !s.sourceDone && room >= kRunWindowCalls / 4;
-            if (!done.empty() || readMore) {
-                lock.unlock();
-                deliver(first, done);
-                bool sourceEnded = false;
-                std::vector<Slot> more;
-                if (readMore) {
-                    more = readRows(rows, room, sourceEnded);
-                }
-                lock.lock();
-                for (auto& m : more) {
-                    s.window.push_back(std::move(m));
-                }
-                s.sourceDone = s.sourceDone || sourceEnded;
-                if (readMore) {
-                    s.changed.notify_all();
-                }
-            }
-
+            retireAndRefill(lock);
             bool allFinished = true;
             bool allStuck = true;
-            bool full = s.window.size() >= kRunWindowCalls;
-            for (auto const& [id, st] : s.sensors) {
+            bool full = mS.window.size() >= kRunWindowCalls;
+            for (auto const& [id, st] : mS.sensors) {
                 allFinished = allFinished && st.finished;
                 allStuck = allStuck && (st.finished || st.inLibrary || st.awaitingTurn ||
                                         (st.starving && full));
             }
-            if (allFinished && s.window.empty()) {
+            if ((allFinished && mS.window.empty()) || blocked(allStuck, allFinished)) {
                 break;
             }
-            auto now = Clock::now();
-            if (s.callsDone != lastDone) {
-                lastDone = s.callsDone;
-                lastChange = now;
-                cpuAtChange = processCpuSeconds();
-            }
-            // Threads parked in the library's waits use no CPU. A stall during which the
-            // process still worked (a long rehash of the library's crop tables under its lock,
-            // say) is slow progress, not a block: the deadline starts again.
-            if (allStuck && !allFinished && now - lastChange >= deadline &&
-                processCpuSeconds() - cpuAtChange >=
-                    kBusyShareOfStall * std::chrono::duration<double>(now - lastChange).count()) {
-                lastChange = now;
-                cpuAtChange = processCpuSeconds();
-            }
-            if (allStuck && !allFinished && now - lastChange >= deadline) {
-                for (auto const& [id, st] : s.sensors) {
-                    if (st.inLibrary) {
-                        Slot const& w = s.window[st.row - s.base];
-                        result.blocked.push_back(
-                            {id, st.row, std::chrono::duration<double>(now - st.since).count(),
-                             w.row.kind, w.row.frame, w.row.request});
-                    }
-                }
-                break;
-            }
-            if (options.progress && now - lastProgress >= progressEvery) {
-                lastProgress = now;
-                RunProgress p{s.callsDone, std::max(options.expectedCalls, s.callsDone),
-                              std::chrono::duration<double>(now - start).count()};
-                lock.unlock();
-                options.progress(p);
-                lock.lock();
-            }
-            if (allFinished || (!s.sourceDone && s.window.size() < kRunWindowCalls / 2)) {
+            reportProgress(lock);
+            if (allFinished || (!mS.sourceDone && mS.window.size() < kRunWindowCalls / 2)) {
                 continue;  // rows to retire or to read right away
             }
-            s.wake.wait_for(lock, progressEvery);
+            mS.wake.wait_for(lock, kProgressEvery);
         }
     }
-    result.wallSeconds = std::chrono::duration<double>(Clock::now() - start).count();
-    result.cpuSeconds = processCpuSeconds() - cpu0;
 
-    if (!result.blocked.empty()) {
-        // The blocked threads still use the helper, the window, the records and the collector:
-        // leave them. The calls after them were never made.
+    // The blocked threads still use the helper, the window, the records and the collector:
+    // leave them. The calls after them were never made.
+    RunResult finishBlocked() {
         std::vector<Slot> rest;
         size_t first = 0;
         {
-            std::lock_guard<std::mutex> lock(s.mutex);
-            rest.assign(s.window.begin(), s.window.end());
-            first = s.base;
-            result.returned = s.callsDone;
+            std::lock_guard<std::mutex> lock(mS.mutex);
+            rest.assign(mS.window.begin(), mS.window.end());
+            first = mS.base;
+            mResult.returned = mS.callsDone;
         }
-        for (auto& t : threads) {
+        for (auto& t : mThreads) {
             t.detach();
         }
         deliver(first, rest);
         first += rest.size();
-        bool sourceEnded = s.sourceDone;
+        bool sourceEnded = mS.sourceDone;
         while (!sourceEnded) {
-            rest = readRows(rows, kRunWindowCalls, sourceEnded);
+            rest = readRows(mRows, kRunWindowCalls, sourceEnded);
             deliver(first, rest);
             first += rest.size();
         }
-        collector.release();
-        session.release();
-        return result;
+        mCollector.release();
+        mSession.release();
+        return mResult;
     }
-    for (auto& t : threads) {
-        t.join();
+
+    RunResult finishClean() {
+        for (auto& t : mThreads) {
+            t.join();
+        }
+        mResult.returned = mS.callsDone;
+        mS.concrete.reset();
+        mS.helper.reset();
+        ULogger::install(mPreviousLogger);
+        ULogger::sDetailsLevel = mDetailsLevel;
+        deliver(mS.base, {});
+        return mResult;
     }
-    result.returned = s.callsDone;
-    s.concrete.reset();
-    s.helper.reset();
-    ULogger::install(previousLogger);
-    ULogger::sDetailsLevel = detailsLevel;
-    deliver(s.base, {});
-    return result;
+
+    static constexpr std::chrono::milliseconds kProgressEvery{100};
+
+    RowSource& mRows;
+    CallSink& mSink;
+    RunOptions const& mOptions;
+    std::unique_ptr<Session> mSession;
+    Session& mS;
+    std::unique_ptr<Collector> mCollector;
+    ULogger* mPreviousLogger = nullptr;
+    uint32_t mDetailsLevel = 0;
+    RunResult mResult;
+    Slot mFirst;
+    bool mEnded = false;
+    int64_t mFirstSof = INT64_MAX;
+    std::vector<std::thread> mThreads;
+    Clock::time_point mStart, mLastChange, mLastProgress;
+    double mCpu0 = 0, mCpuAtChange = 0;
+    size_t mLastDone = 0;
+};
+
+}  // namespace
+
+RunResult runCalls(RowSource& rows, CallSink& sink, RunOptions const& options) {
+    return RunDriver(rows, sink, options).run();
 }
 
 RunResult runTrace(Trace const& trace, RunOptions const& options) {
