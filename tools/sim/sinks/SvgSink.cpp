@@ -1,5 +1,7 @@
 #include "sinks/SvgSink.h"
 
+#include "model/Words.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -168,152 +170,196 @@ void writeUnpassedMarks(std::ostream& out, Timeline const& r, SensorFigures cons
 
 }  // namespace
 
-void writeSvg(std::ostream& out, Timeline const& r) {
-    // One column per frame while the frames fit and every record is kept; beyond, the columns
-    // of the timeline's strip, several frames each.
-    int const count = std::max(1, r.lastFrame - r.firstFrame + 1);
-    bool const perFrame =
-        count <= kFrameColumns && r.frames.size() == static_cast<size_t>(r.frameCount);
-    int const first = perFrame || r.strip.columns.empty() ? r.firstFrame : r.strip.firstFrame;
-    int const perColumn = perFrame ? 1 : r.strip.columnFrames;
-    int const columns =
-        perFrame ? count : std::max<int>(1, static_cast<int>(r.strip.columns.size()));
-    double const px = perFrame ? std::max(1.5, 1600.0 / count) : std::max(1.0, 1600.0 / columns);
-    double const left = 150, plotW = px * columns, right = 30;
-    double const width = left + plotW + right;
-    double const laneH = 34, cellH = 22, stripH = 5;
+namespace {
 
-    // Annotations above the lanes, staggered into rows so that their texts do not overlap.
-    std::vector<Marker> markers;
-    for (auto const& [f, m] : r.masterChanges) {
-        std::string who = std::to_string(m);
-        for (auto const& s : r.sensors) {
-            if (s.sensor == m) {
-                who = s.label;
-            }
-        }
-        markers.push_back({f, "master " + who, "#0d47a1", false});
+// Where everything goes: one column per frame while the frames fit and every record is kept;
+// beyond, the columns of the timeline's strip, several frames each.
+struct Geometry {
+    explicit Geometry(Timeline const& r) {
+        int const count = std::max(1, r.lastFrame - r.firstFrame + 1);
+        perFrame = count <= kFrameColumns && r.frames.size() == static_cast<size_t>(r.frameCount);
+        first = perFrame || r.strip.columns.empty() ? r.firstFrame : r.strip.firstFrame;
+        perColumn = perFrame ? 1 : r.strip.columnFrames;
+        columns = perFrame ? count : std::max<int>(1, static_cast<int>(r.strip.columns.size()));
+        px = perFrame ? std::max(1.5, 1600.0 / count) : std::max(1.0, 1600.0 / columns);
+        plotW = px * columns;
+        width = left + plotW + right;
     }
-    for (auto const& e : r.flushes) {
-        markers.push_back({e.frame, "flush f" + std::to_string(e.frame), "#1e88e5", true});
-    }
-    for (auto const& e : r.masterDrops) {
-        markers.push_back({e.frame, "master drop f" + std::to_string(e.frame), "#8e24aa", true});
-    }
-    for (auto const& e : r.leaves) {
-        markers.push_back({e.frame < first ? first : e.frame,
-                           "sensor " + std::to_string(e.sensor) + " leaves", "#37474f", true});
-    }
-    for (auto const& a : r.timeInversions) {
-        markers.push_back(
-            {a.frame, "time inversion f" + std::to_string(a.frame), "#c62828", false});
-    }
-    for (auto const& a : r.frameInversions) {
-        markers.push_back(
-            {a.frame, "frame inversion f" + std::to_string(a.frame), "#c62828", false});
-    }
-    for (auto const& a : r.missingTimestamps) {
-        markers.push_back({a.frame, "no timestamp f" + std::to_string(a.frame), "#c62828", false});
-    }
-    for (int f : r.neverCompleted) {
-        markers.push_back({f, "never completed f" + std::to_string(f), "#212121", false});
-    }
-    std::sort(markers.begin(), markers.end(),
-              [](Marker const& a, Marker const& b) { return a.frame < b.frame; });
-    auto xOf = [&](int frame) {
+    double xOf(int frame) const {
         return left + static_cast<double>(std::max(0, frame - first) / perColumn) * px;
-    };
-    std::vector<double> rowEnd;
-    std::vector<int> markerRow;
-    for (auto const& m : markers) {
-        double x = xOf(m.frame) + px / 2;
-        double w = 6.2 * static_cast<double>(m.text.size()) + 8;
-        size_t row = 0;
-        while (row < rowEnd.size() && rowEnd[row] > x - 2) {
-            ++row;
+    }
+
+    bool perFrame;
+    int first, perColumn, columns;
+    double px, plotW, width;
+    double const left = 150, right = 30;
+    double const laneH = 34, cellH = 22, stripH = 5, titleH = 46;
+    // Filled in once the annotations are laid out.
+    double lanesTop = 0, lanesH = 0, axisTop = 0, legendTop = 0, height = 0;
+};
+
+constexpr int kLegendColumns = 3;
+
+class SvgWriter {
+  public:
+    SvgWriter(std::ostream& out, Timeline const& r) : out(out), r(r), g(r) {}
+
+    void write() {
+        collectMarkers();
+        layOut();
+        writeHeader();
+        writeMarkers();
+        for (size_t li = 0; li < r.sensors.size(); ++li) {
+            writeLane(li);
         }
-        if (row == rowEnd.size()) {
-            rowEnd.push_back(0);
+        writeAxis();
+        writeCropSets();
+        writeLegend();
+        out << "</svg>\n";
+    }
+
+  private:
+    // Annotations above the lanes: master switches, flushes, drops, leaves and anomalies.
+    void collectMarkers() {
+        for (auto const& [f, m] : r.masterChanges) {
+            std::string who = std::to_string(m);
+            for (auto const& s : r.sensors) {
+                who = s.sensor == m ? s.label : who;
+            }
+            markers.push_back({f, "master " + who, "#0d47a1", false});
         }
-        rowEnd[row] = x + w;
-        markerRow.push_back(static_cast<int>(row));
-    }
-    double const titleH = 46;
-    double const annotH = 16.0 * static_cast<double>(rowEnd.size()) + (rowEnd.empty() ? 0 : 6);
-    double const lanesTop = titleH + annotH;
-    double const lanesH = laneH * static_cast<double>(r.sensors.size());
-    double const axisTop = lanesTop + lanesH + 4;
-    double const legendTop = axisTop + 44;
-    int const legendCols = 3;
-    size_t const legendItems = std::size(kStyles) + 5;
-    double const legendH = 20.0 * std::ceil(static_cast<double>(legendItems) / legendCols) + 24;
-    double const height = legendTop + legendH;
-
-    out << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
-    out << "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" << num(width) << "\" height=\""
-        << num(height) << "\" viewBox=\"0 0 " << num(width) << " " << num(height)
-        << "\" font-family=\"DejaVu Sans, Arial, sans-serif\" font-size=\"11\">\n";
-    out << "<rect width=\"100%\" height=\"100%\" fill=\"#ffffff\"/>\n";
-    char buf[512];
-    std::snprintf(buf, sizeof buf, "%s: %zu sensors, %d frames (f%d..f%d) at %g fps",
-                  r.name.c_str(), r.sensors.size(), r.frameCount, r.firstFrame, r.lastFrame, r.fps);
-    out << "<text x=\"12\" y=\"20\" font-size=\"15\" font-weight=\"bold\">synchelper-sim - "
-        << esc(buf) << "</text>\n";
-    std::string sub = r.source;
-    if (r.seed) {
-        sub += (sub.empty() ? "" : ", ") + std::string("seed ") + std::to_string(*r.seed);
-    }
-    if (!perFrame) {
-        sub += (sub.empty() ? "" : ", ") + std::to_string(perColumn) +
-               " frames per column (every frame that did not pass is marked)";
-    }
-    if (!r.blocked.empty()) {
-        sub += (sub.empty() ? "" : ", ") + std::to_string(r.blocked.size()) +
-               " thread(s) still blocked at the end";
-    }
-    out << "<text x=\"12\" y=\"37\" fill=\"#555\">" << esc(sub) << "</text>\n";
-
-    // Markers: a line through every lane and the text in its row above.
-    for (size_t i = 0; i < markers.size(); ++i) {
-        auto const& m = markers[i];
-        double x = xOf(m.frame) + px / 2;
-        double ty = titleH + 12 + 16.0 * markerRow[i];
-        out << "<line x1=\"" << num(x) << "\" y1=\"" << num(ty + 3) << "\" x2=\"" << num(x)
-            << "\" y2=\"" << num(lanesTop + lanesH) << "\" stroke=\"" << m.colour
-            << "\" stroke-width=\"1.2\"" << (m.dashed ? " stroke-dasharray=\"4 3\"" : "") << "/>\n";
-        out << "<text x=\"" << num(x + 3) << "\" y=\"" << num(ty) << "\" fill=\"" << m.colour
-            << "\">" << esc(m.text) << "</text>\n";
+        for (auto const& e : r.flushes) {
+            markers.push_back({e.frame, "flush f" + std::to_string(e.frame), "#1e88e5", true});
+        }
+        for (auto const& e : r.masterDrops) {
+            markers.push_back(
+                {e.frame, "master drop f" + std::to_string(e.frame), "#8e24aa", true});
+        }
+        for (auto const& e : r.leaves) {
+            markers.push_back({e.frame < g.first ? g.first : e.frame,
+                               "sensor " + std::to_string(e.sensor) + " leaves", "#37474f", true});
+        }
+        auto anomaly = [&](std::vector<LoggedAnomaly> const& list, char const* what) {
+            for (auto const& a : list) {
+                markers.push_back({a.frame, what + std::to_string(a.frame), "#c62828", false});
+            }
+        };
+        anomaly(r.timeInversions, "time inversion f");
+        anomaly(r.frameInversions, "frame inversion f");
+        anomaly(r.missingTimestamps, "no timestamp f");
+        for (int f : r.neverCompleted) {
+            markers.push_back({f, "never completed f" + std::to_string(f), "#212121", false});
+        }
+        std::sort(markers.begin(), markers.end(),
+                  [](Marker const& a, Marker const& b) { return a.frame < b.frame; });
     }
 
-    // Lanes.
-    for (size_t li = 0; li < r.sensors.size(); ++li) {
+    // The annotations staggered into rows so that their texts do not overlap, then the lanes,
+    // the axis and the legend below them.
+    void layOut() {
+        std::vector<double> rowEnd;
+        for (auto const& m : markers) {
+            double x = g.xOf(m.frame) + g.px / 2;
+            double w = 6.2 * static_cast<double>(m.text.size()) + 8;
+            size_t row = 0;
+            while (row < rowEnd.size() && rowEnd[row] > x - 2) {
+                ++row;
+            }
+            if (row == rowEnd.size()) {
+                rowEnd.push_back(0);
+            }
+            rowEnd[row] = x + w;
+            markerRow.push_back(static_cast<int>(row));
+        }
+        double const annotH = 16.0 * static_cast<double>(rowEnd.size()) + (rowEnd.empty() ? 0 : 6);
+        g.lanesTop = g.titleH + annotH;
+        g.lanesH = g.laneH * static_cast<double>(r.sensors.size());
+        g.axisTop = g.lanesTop + g.lanesH + 4;
+        g.legendTop = g.axisTop + 44;
+        size_t const legendItems = std::size(kStyles) + 5;
+        double const legendH =
+            20.0 * std::ceil(static_cast<double>(legendItems) / kLegendColumns) + 24;
+        g.height = g.legendTop + legendH;
+    }
+
+    void writeHeader() {
+        out << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
+        out << "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" << num(g.width)
+            << "\" height=\"" << num(g.height) << "\" viewBox=\"0 0 " << num(g.width) << " "
+            << num(g.height) << "\" font-family=\"DejaVu Sans, Arial, sans-serif\" "
+            << "font-size=\"11\">\n";
+        out << "<rect width=\"100%\" height=\"100%\" fill=\"#ffffff\"/>\n";
+        std::string title =
+            r.name + ": " + plural(static_cast<long long>(r.sensors.size()), "sensor", "sensors") +
+            ", " + plural(r.frameCount, "frame", "frames") + " (f" + std::to_string(r.firstFrame) +
+            "..f" + std::to_string(r.lastFrame) + ") at " + num(r.fps) + " fps";
+        out << "<text x=\"12\" y=\"20\" font-size=\"15\" font-weight=\"bold\">synchelper-sim - "
+            << esc(title) << "</text>\n";
+        std::string sub = r.source;
+        auto add = [&](std::string const& part) { sub += (sub.empty() ? "" : ", ") + part; };
+        if (r.seed) {
+            add("seed " + std::to_string(*r.seed));
+        }
+        if (!g.perFrame) {
+            add(std::to_string(g.perColumn) +
+                " frames per column (every frame that did not pass is marked)");
+        }
+        if (!r.blocked.empty()) {
+            add(plural(static_cast<long long>(r.blocked.size()), "thread", "threads") +
+                " still blocked at the end");
+        }
+        out << "<text x=\"12\" y=\"37\" fill=\"#555\">" << esc(sub) << "</text>\n";
+    }
+
+    // A line through every lane and the text in its row above.
+    void writeMarkers() {
+        for (size_t i = 0; i < markers.size(); ++i) {
+            auto const& m = markers[i];
+            double x = g.xOf(m.frame) + g.px / 2;
+            double ty = g.titleH + 12 + 16.0 * markerRow[i];
+            out << "<line x1=\"" << num(x) << "\" y1=\"" << num(ty + 3) << "\" x2=\"" << num(x)
+                << "\" y2=\"" << num(g.lanesTop + g.lanesH) << "\" stroke=\"" << m.colour
+                << "\" stroke-width=\"1.2\"" << (m.dashed ? " stroke-dasharray=\"4 3\"" : "")
+                << "/>\n";
+            out << "<text x=\"" << num(x + 3) << "\" y=\"" << num(ty) << "\" fill=\"" << m.colour
+                << "\">" << esc(m.text) << "</text>\n";
+        }
+    }
+
+    void writeLane(size_t li) {
         auto const& s = r.sensors[li];
-        double y = lanesTop + laneH * static_cast<double>(li);
-        out << "<rect x=\"" << num(left) << "\" y=\"" << num(y) << "\" width=\"" << num(plotW)
-            << "\" height=\"" << num(laneH) << "\" fill=\"" << (li % 2 ? "#fafafa" : "#f3f5f7")
+        double y = g.lanesTop + g.laneH * static_cast<double>(li);
+        out << "<rect x=\"" << num(g.left) << "\" y=\"" << num(y) << "\" width=\"" << num(g.plotW)
+            << "\" height=\"" << num(g.laneH) << "\" fill=\"" << (li % 2 ? "#fafafa" : "#f3f5f7")
             << "\"/>\n";
-        out << "<text x=\"" << num(left - 8) << "\" y=\"" << num(y + stripH + cellH / 2 + 4)
+        out << "<text x=\"" << num(g.left - 8) << "\" y=\"" << num(y + g.stripH + g.cellH / 2 + 4)
             << "\" text-anchor=\"end\" font-size=\"12\">sensor " << esc(s.label) << "</text>\n";
-        if (!perFrame) {
-            writeColumns(out, r, s, y + stripH + 2, cellH, px);
-            writeMasterColumns(out, r, s, y + 1, stripH, px);
-            writeUnpassedMarks(out, r, s, xOf, px, y + laneH - 1);
-            continue;
+        if (!g.perFrame) {
+            writeColumns(out, r, s, y + g.stripH + 2, g.cellH, g.px);
+            writeMasterColumns(out, r, s, y + 1, g.stripH, g.px);
+            writeUnpassedMarks(
+                out, r, s, [&](int f) { return g.xOf(f); }, g.px, y + g.laneH - 1);
+            return;
         }
-        // Runs of frames with the same look.
         std::vector<SensorCell> const cells = r.cellsOf(s.sensor);
-        size_t i = 0;
-        while (i < cells.size()) {
+        writeFrameRuns(s, cells, y);
+        writeMasterRuns(s, cells, y);
+        writeCellMarks(s, cells, y);
+    }
+
+    // Runs of frames with the same look.
+    void writeFrameRuns(SensorFigures const& s, std::vector<SensorCell> const& cells, double y) {
+        for (size_t i = 0, j = 0; i < cells.size(); i = j) {
             Style const& st = styleOf(cells[i]);
-            size_t j = i + 1;
+            j = i + 1;
             while (j < cells.size() && &styleOf(cells[j]) == &st &&
                    cells[j].frame == cells[j - 1].frame + 1) {
                 ++j;
             }
-            double x = xOf(cells[i].frame);
-            double w = px * (cells[j - 1].frame - cells[i].frame + 1);
-            out << "<rect x=\"" << num(x) << "\" y=\"" << num(y + stripH + 2) << "\" width=\""
-                << num(w) << "\" height=\"" << num(cellH) << "\" fill=\"" << st.colour << "\""
+            double w = g.px * (cells[j - 1].frame - cells[i].frame + 1);
+            out << "<rect x=\"" << num(g.xOf(cells[i].frame)) << "\" y=\"" << num(y + g.stripH + 2)
+                << "\" width=\"" << num(w) << "\" height=\"" << num(g.cellH) << "\" fill=\""
+                << st.colour << "\""
                 << (std::string(st.key) == "notrun" ? " stroke=\"#cfd8dc\" stroke-width=\"0.5\""
                                                     : "")
                 << "><title>sensor " << esc(s.label) << " f" << cells[i].frame;
@@ -321,121 +367,120 @@ void writeSvg(std::ostream& out, Timeline const& r) {
                 out << "..f" << cells[j - 1].frame;
             }
             out << ": " << esc(st.label) << "</title></rect>\n";
-            i = j;
         }
-        // Master frames: a strip along the top of the lane.
-        i = 0;
-        while (i < cells.size()) {
+    }
+
+    // Master frames: a strip along the top of the lane.
+    void writeMasterRuns(SensorFigures const& s, std::vector<SensorCell> const& cells, double y) {
+        for (size_t i = 0, j = 0; i < cells.size(); i = j) {
+            j = i + 1;
             if (!cells[i].c->master) {
-                ++i;
                 continue;
             }
-            size_t j = i + 1;
             while (j < cells.size() && cells[j].c->master &&
                    cells[j].frame == cells[j - 1].frame + 1) {
                 ++j;
             }
-            out << "<rect x=\"" << num(xOf(cells[i].frame)) << "\" y=\"" << num(y + 1)
-                << "\" width=\"" << num(px * (cells[j - 1].frame - cells[i].frame + 1))
-                << "\" height=\"" << num(stripH) << "\" fill=\"#0d47a1\"><title>sensor "
+            out << "<rect x=\"" << num(g.xOf(cells[i].frame)) << "\" y=\"" << num(y + 1)
+                << "\" width=\"" << num(g.px * (cells[j - 1].frame - cells[i].frame + 1))
+                << "\" height=\"" << num(g.stripH) << "\" fill=\"#0d47a1\"><title>sensor "
                 << esc(s.label) << " master f" << cells[i].frame << "..f" << cells[j - 1].frame
                 << "</title></rect>\n";
-            i = j;
         }
-        // Own drops and blocked calls get a mark, so that single frames stay visible.
+    }
+
+    // Own drops and blocked calls get a mark, so that single frames stay visible.
+    void writeCellMarks(SensorFigures const& s, std::vector<SensorCell> const& cells, double y) {
         for (auto const& lc : cells) {
             CameraCell const& c = *lc.c;
-            double cx = xOf(lc.frame) + px / 2;
-            double cy = y + stripH + 2 + cellH / 2;
+            double cx = g.xOf(lc.frame) + g.px / 2;
+            double cy = y + g.stripH + 2 + g.cellH / 2;
             if (c.cause == DropCause::Own) {
                 out << "<path d=\"M" << num(cx - 4) << " " << num(cy - 4) << " l8 8 m0 -8 l-8 8\" "
                     << "stroke=\"#263238\" stroke-width=\"1.6\"><title>sensor " << esc(s.label)
                     << " drops f" << lc.frame << "</title></path>\n";
             } else if (c.verdict == Verdict::Blocked) {
-                if (px >= 60) {
+                if (g.px >= 60) {
                     out << "<text x=\"" << num(cx) << "\" y=\"" << num(cy + 4)
                         << "\" text-anchor=\"middle\" fill=\"#ffffff\" font-weight=\"bold\">"
                         << "blocked</text>\n";
                 }
             } else if (c.verdict == Verdict::OutOfSync2 || c.verdict == Verdict::OutOfSync1 ||
                        c.verdict == Verdict::OutOfSync || c.cause == DropCause::Refused) {
-                out << "<path d=\"M" << num(cx) << " " << num(y + laneH - 1) << " l-4 -5 l8 0 z\" "
-                    << "fill=\"" << styleOf(lc).colour << "\"/>\n";
+                out << "<path d=\"M" << num(cx) << " " << num(y + g.laneH - 1)
+                    << " l-4 -5 l8 0 z\" fill=\"" << styleOf(lc).colour << "\"/>\n";
             }
         }
     }
 
-    // Axis: one tick a second, labelled in frames and seconds.
-    out << "<line x1=\"" << num(left) << "\" y1=\"" << num(axisTop) << "\" x2=\""
-        << num(left + plotW) << "\" y2=\"" << num(axisTop) << "\" stroke=\"#90a4ae\"/>\n";
     // The smallest step of 1, 2, 5, 10 frames or whole seconds that leaves room for a label.
-    int const second = std::max(1, static_cast<int>(std::lround(r.fps)));
-    std::vector<int> steps{1,           2,           5,           10,
-                           second,      2 * second,  5 * second,  10 * second,
-                           30 * second, 60 * second, 300 * second};
-    std::sort(steps.begin(), steps.end());
-    double const pxPerFrame = px / perColumn;
-    int step = 1;
-    for (int s : steps) {
-        step = s;
-        if (s * pxPerFrame >= 60) {
-            break;
+    int axisStep() const {
+        int const second = std::max(1, static_cast<int>(std::lround(r.fps)));
+        std::vector<int> steps{1,           2,           5,           10,
+                               second,      2 * second,  5 * second,  10 * second,
+                               30 * second, 60 * second, 300 * second};
+        std::sort(steps.begin(), steps.end());
+        double const pxPerFrame = g.px / g.perColumn;
+        int step = 1;
+        for (int s : steps) {
+            step = s;
+            if (s * pxPerFrame >= 60) {
+                break;
+            }
         }
-    }
-    while (step * pxPerFrame < 60 && step < INT32_MAX / 10) {
-        step *= 10;
-    }
-    for (int64_t f = first - ((first % step) + step) % step; f <= r.lastFrame; f += step) {
-        if (f < first) {
-            continue;
+        while (step * pxPerFrame < 60 && step < INT32_MAX / 10) {
+            step *= 10;
         }
-        double x = xOf(static_cast<int>(f));
-        out << "<line x1=\"" << num(x) << "\" y1=\"" << num(axisTop) << "\" x2=\"" << num(x)
-            << "\" y2=\"" << num(axisTop + 5) << "\" stroke=\"#90a4ae\"/>\n";
-        std::snprintf(buf, sizeof buf, "f%lld", static_cast<long long>(f));
-        out << "<text x=\"" << num(x) << "\" y=\"" << num(axisTop + 16)
-            << "\" text-anchor=\"middle\" fill=\"#455a64\">" << buf << "</text>\n";
-        if (r.fps > 0) {
-            std::snprintf(buf, sizeof buf, "%.1f s", (f - first) / r.fps);
-            out << "<text x=\"" << num(x) << "\" y=\"" << num(axisTop + 28)
-                << "\" text-anchor=\"middle\" fill=\"#90a4ae\" font-size=\"9\">" << buf
-                << "</text>\n";
-        }
-    }
-    // Crop sets: diamonds on the axis at the first frame each set serves (one a column).
-    double lastDiamond = -1;
-    for (auto const& [f, q] : r.cropSets) {
-        if (f < first || f > r.lastFrame || xOf(f) == lastDiamond) {
-            continue;
-        }
-        lastDiamond = xOf(f);
-        double x = xOf(f) + px / 2;
-        out << "<path d=\"M" << num(x) << " " << num(axisTop - 4) << " l4 4 l-4 4 l-4 -4 z\" "
-            << "fill=\"#00897b\"><title>crop set of request " << q << " for f" << f
-            << "</title></path>\n";
+        return step;
     }
 
-    // Legend.
-    out << "<text x=\"12\" y=\"" << num(legendTop) << "\" font-weight=\"bold\">legend</text>\n";
-    struct Item {
-        std::string kind;  // "box", "strip", "line", "dash", "diamond", "cross"
+    // One tick a step, labelled in frames and seconds.
+    void writeAxis() {
+        out << "<line x1=\"" << num(g.left) << "\" y1=\"" << num(g.axisTop) << "\" x2=\""
+            << num(g.left + g.plotW) << "\" y2=\"" << num(g.axisTop) << "\" stroke=\"#90a4ae\"/>\n";
+        int const step = axisStep();
+        char buf[64];
+        for (int64_t f = g.first - ((g.first % step) + step) % step; f <= r.lastFrame; f += step) {
+            if (f < g.first) {
+                continue;
+            }
+            double x = g.xOf(static_cast<int>(f));
+            out << "<line x1=\"" << num(x) << "\" y1=\"" << num(g.axisTop) << "\" x2=\"" << num(x)
+                << "\" y2=\"" << num(g.axisTop + 5) << "\" stroke=\"#90a4ae\"/>\n";
+            std::snprintf(buf, sizeof buf, "f%lld", static_cast<long long>(f));
+            out << "<text x=\"" << num(x) << "\" y=\"" << num(g.axisTop + 16)
+                << "\" text-anchor=\"middle\" fill=\"#455a64\">" << buf << "</text>\n";
+            if (r.fps > 0) {
+                std::snprintf(buf, sizeof buf, "%.1f s", (f - g.first) / r.fps);
+                out << "<text x=\"" << num(x) << "\" y=\"" << num(g.axisTop + 28)
+                    << "\" text-anchor=\"middle\" fill=\"#90a4ae\" font-size=\"9\">" << buf
+                    << "</text>\n";
+            }
+        }
+    }
+
+    // Crop sets: diamonds on the axis at the first frame each set serves (one a column).
+    void writeCropSets() {
+        double lastDiamond = -1;
+        for (auto const& [f, q] : r.cropSets) {
+            if (f < g.first || f > r.lastFrame || g.xOf(f) == lastDiamond) {
+                continue;
+            }
+            lastDiamond = g.xOf(f);
+            double x = g.xOf(f) + g.px / 2;
+            out << "<path d=\"M" << num(x) << " " << num(g.axisTop - 4) << " l4 4 l-4 4 l-4 -4 z\" "
+                << "fill=\"#00897b\"><title>crop set of request " << q << " for f" << f
+                << "</title></path>\n";
+        }
+    }
+
+    struct LegendItem {
+        std::string kind;  // "box", "strip", "cross", "dash", "tri", "diamond"
         char const* colour;
         std::string label;
     };
-    std::vector<Item> items;
-    for (auto const& s : kStyles) {
-        items.push_back({"box", s.colour, s.label});
-    }
-    items.push_back({"strip", "#0d47a1", "master camera (bMasterCam)"});
-    items.push_back({"cross", "#263238", "the sensor called notifyDrop"});
-    items.push_back({"dash", "#1e88e5", "flush / master drop / leave (dashed)"});
-    items.push_back({"diamond", "#00897b", "crop set (setSensorCropRegion)"});
-    items.push_back({"tri", "#e53935", "marks a frame out of sync or refused"});
-    double colW = std::max(280.0, (width - 24) / legendCols);
-    for (size_t k = 0; k < items.size(); ++k) {
-        double x = 12 + colW * static_cast<double>(k % legendCols);
-        double y = legendTop + 10 + 20.0 * static_cast<double>(k / legendCols);
-        auto const& it = items[k];
+
+    void writeSwatch(LegendItem const& it, double x, double y) {
         if (it.kind == "box") {
             out << "<rect x=\"" << num(x) << "\" y=\"" << num(y) << "\" width=\"18\" height=\"12\""
                 << " fill=\"" << it.colour << "\" stroke=\"#b0bec5\" stroke-width=\"0.5\"/>\n";
@@ -456,10 +501,41 @@ void writeSvg(std::ostream& out, Timeline const& r) {
             out << "<path d=\"M" << num(x + 9) << " " << num(y + 1) << " l5 5 l-5 5 l-5 -5 z\" "
                 << "fill=\"" << it.colour << "\"/>\n";
         }
-        out << "<text x=\"" << num(x + 24) << "\" y=\"" << num(y + 10) << "\">" << esc(it.label)
-            << "</text>\n";
     }
-    out << "</svg>\n";
+
+    void writeLegend() {
+        out << "<text x=\"12\" y=\"" << num(g.legendTop)
+            << "\" font-weight=\"bold\">legend</text>\n";
+        std::vector<LegendItem> items;
+        for (auto const& s : kStyles) {
+            items.push_back({"box", s.colour, s.label});
+        }
+        items.push_back({"strip", "#0d47a1", "master camera (bMasterCam)"});
+        items.push_back({"cross", "#263238", "the sensor called notifyDrop"});
+        items.push_back({"dash", "#1e88e5", "flush / master drop / leave (dashed)"});
+        items.push_back({"diamond", "#00897b", "crop set (setSensorCropRegion)"});
+        items.push_back({"tri", "#e53935", "marks a frame out of sync or refused"});
+        double colW = std::max(280.0, (g.width - 24) / kLegendColumns);
+        for (size_t k = 0; k < items.size(); ++k) {
+            double x = 12 + colW * static_cast<double>(k % kLegendColumns);
+            double y = g.legendTop + 10 + 20.0 * static_cast<double>(k / kLegendColumns);
+            writeSwatch(items[k], x, y);
+            out << "<text x=\"" << num(x + 24) << "\" y=\"" << num(y + 10) << "\">"
+                << esc(items[k].label) << "</text>\n";
+        }
+    }
+
+    std::ostream& out;
+    Timeline const& r;
+    Geometry g;
+    std::vector<Marker> markers;
+    std::vector<int> markerRow;
+};
+
+}  // namespace
+
+void writeSvg(std::ostream& out, Timeline const& r) {
+    SvgWriter(out, r).write();
 }
 
 namespace {
