@@ -216,10 +216,15 @@ std::string outOfSyncWhy(Timeline const& t, FrameRecord const& f) {
     return s + " -> RESULT 1 (delivered, flagged) or 2 (failed)" + on;
 }
 
-std::string explain(Timeline const& t, FrameRecord const& f) {
+// A frame's cameras sorted by what happened to them.
+struct FrameParts {
     std::vector<int> own, master, flush, refused, left, blocked, notRun;
     bool outOfSync = false;
-    int dropper = -1;
+};
+
+FrameParts partsOf(FrameRecord const& f) {
+    FrameParts p;
+    auto& [own, master, flush, refused, left, blocked, notRun, outOfSync] = p;
     for (auto const& c : f.cells) {
         switch (c.cause) {
             case DropCause::Own:
@@ -248,6 +253,12 @@ std::string explain(Timeline const& t, FrameRecord const& f) {
             notRun.push_back(c.sensor);
         }
     }
+    return p;
+}
+
+std::string explain(Timeline const& t, FrameRecord const& f) {
+    auto [own, master, flush, refused, left, blocked, notRun, outOfSync] = partsOf(f);
+    int dropper = -1;
     for (auto const& e : t.masterDrops) {
         if (e.frame == f.frame) {
             dropper = e.sensor;
@@ -396,6 +407,49 @@ void FrameStrip::add(FrameRecord const& f) {
     }
 }
 
+namespace {
+
+// One camera's cell in its sensor's counts.
+void countCell(SensorFigures& s, CameraCell const& c) {
+    s.sensor = c.sensor;
+    s.offered++;
+    switch (c.verdict) {
+        case Verdict::InSync:
+            s.inSync++;
+            break;
+        case Verdict::Unchecked:
+            s.unchecked++;
+            break;
+        case Verdict::OutOfSync1:
+            s.outOfSync1++;
+            break;
+        case Verdict::OutOfSync2:
+            s.outOfSync2++;
+            break;
+        case Verdict::OutOfSync:
+            s.outOfSync++;
+            break;
+        case Verdict::Dropped:
+            s.dropped++;
+            break;
+        case Verdict::Blocked:
+            s.blocked++;
+            break;
+        case Verdict::NotRun:
+            s.notRun++;
+            break;
+    }
+    s.dropOwn += c.cause == DropCause::Own;
+    s.dropMaster += c.cause == DropCause::MasterDrop;
+    s.dropFlush += c.cause == DropCause::Flush;
+    s.dropRefused += c.cause == DropCause::Refused;
+    s.dropLeave += c.cause == DropCause::Leave;
+    s.masterFrames += c.master;
+    s.cropOverrides += c.cropOverride.has_value();
+}
+
+}  // namespace
+
 void foldFrame(Timeline& t, FrameRecord f) {
     TimelineTally& tally = t.tally;
     int last = -1;
@@ -403,42 +457,7 @@ void foldFrame(Timeline& t, FrameRecord f) {
     size_t arrivals = 0;
     for (auto const& c : f.cells) {
         TimelineTally::Sensor& ts = tally.sensors[c.sensor];
-        SensorFigures& s = ts.figures;
-        s.sensor = c.sensor;
-        s.offered++;
-        switch (c.verdict) {
-            case Verdict::InSync:
-                s.inSync++;
-                break;
-            case Verdict::Unchecked:
-                s.unchecked++;
-                break;
-            case Verdict::OutOfSync1:
-                s.outOfSync1++;
-                break;
-            case Verdict::OutOfSync2:
-                s.outOfSync2++;
-                break;
-            case Verdict::OutOfSync:
-                s.outOfSync++;
-                break;
-            case Verdict::Dropped:
-                s.dropped++;
-                break;
-            case Verdict::Blocked:
-                s.blocked++;
-                break;
-            case Verdict::NotRun:
-                s.notRun++;
-                break;
-        }
-        s.dropOwn += c.cause == DropCause::Own;
-        s.dropMaster += c.cause == DropCause::MasterDrop;
-        s.dropFlush += c.cause == DropCause::Flush;
-        s.dropRefused += c.cause == DropCause::Refused;
-        s.dropLeave += c.cause == DropCause::Leave;
-        s.masterFrames += c.master;
-        s.cropOverrides += c.cropOverride.has_value();
+        countCell(ts.figures, c);
         if (c.cause != DropCause::Own && c.cause != DropCause::Leave && c.arriveNs && c.releaseNs) {
             ts.wait.add(*c.releaseNs - *c.arriveNs);
             tally.wait.add(*c.releaseNs - *c.arriveNs);

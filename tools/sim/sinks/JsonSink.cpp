@@ -114,19 +114,102 @@ void writeReportJson(std::ostream& out, std::vector<Timeline> const& sessions) {
     out << "\n";
 }
 
-nlohmann::json timelineJson(Timeline const& r, bool frameLists) {
-    using nlohmann::json;
-    auto wait = [](WaitStats const& w) {
-        return json{
-            {"calls", w.count}, {"p50_us", w.p50Us}, {"p99_us", w.p99Us}, {"max_us", w.maxUs}};
-    };
-    auto anomalies = [](std::vector<LoggedAnomaly> const& v) {
+namespace {
+
+using nlohmann::json;
+
+json waitJson(WaitStats const& w) {
+    return json{{"calls", w.count}, {"p50_us", w.p50Us}, {"p99_us", w.p99Us}, {"max_us", w.maxUs}};
+}
+
+json anomaliesJson(std::vector<LoggedAnomaly> const& v) {
+    json a = json::array();
+    for (auto const& x : v) {
+        a.push_back({{"frame", x.frame}, {"master", x.master}, {"log", x.text}});
+    }
+    return a;
+}
+
+json sensorJson(Timeline const& r, SensorFigures const& f, bool frameLists) {
+    json frames = json::array();
+    if (!frameLists) {
+        frames = kFramesMark + std::to_string(f.sensor);
+    } else {
+        for (auto const& [frame, c] : r.cellsOf(f.sensor)) {
+            frames.push_back(cellJson(frame, *c));
+        }
+    }
+    return {{"id", f.sensor},
+            {"label", f.label},
+            {"offered", f.offered},
+            {"in_sync", f.inSync},
+            {"unchecked", f.unchecked},
+            {"out_of_sync_1", f.outOfSync1},
+            {"out_of_sync_2", f.outOfSync2},
+            {"out_of_sync_unknown_mode", f.outOfSync},
+            {"dropped", f.dropped},
+            {"blocked", f.blocked},
+            {"not_run", f.notRun},
+            {"master_frames", f.masterFrames},
+            {"crop_overrides", f.cropOverrides},
+            {"dropped_by_cause",
+             {{"own_drop", f.dropOwn},
+              {"master_drop", f.dropMaster},
+              {"flush", f.dropFlush},
+              {"refused", f.dropRefused},
+              {"sensor_left", f.dropLeave}}},
+            {"wait", waitJson(f.wait)},
+            {"cpu_us_per_call", f.cpuUsPerCall},
+            {"last_to_arrive", f.lastToArrive},
+            {"lateness", waitJson(f.lateness)},
+            {"frames", frames}};
+}
+
+json anomalySectionJson(Timeline const& r) {
+    json blocked = json::array();
+    for (auto const& b : r.blocked) {
+        blocked.push_back({{"sensor", b.sensor},
+                           {"call", b.call},
+                           {"frame", b.frame},
+                           {"request", b.request},
+                           {"seconds", b.seconds}});
+    }
+    return {{"frame_inversions", anomaliesJson(r.frameInversions)},
+            {"time_inversions", anomaliesJson(r.timeInversions)},
+            {"missing_timestamps", anomaliesJson(r.missingTimestamps)},
+            {"never_completed", r.neverCompleted},
+            {"blocked_threads", blocked}};
+}
+
+json eventsJson(Timeline const& r) {
+    json events;
+    events["flushes"] = json::array();
+    for (auto const& e : r.flushes) {
+        events["flushes"].push_back(e.frame);
+    }
+    auto bySensor = [](std::vector<Timeline::Event> const& list) {
         json a = json::array();
-        for (auto const& x : v) {
-            a.push_back({{"frame", x.frame}, {"master", x.master}, {"log", x.text}});
+        for (auto const& e : list) {
+            a.push_back({{"frame", e.frame}, {"sensor", e.sensor}});
         }
         return a;
     };
+    events["master_drops"] = bySensor(r.masterDrops);
+    events["leaves"] = bySensor(r.leaves);
+    events["crop_sets"] = json::array();
+    for (auto const& [f, q] : r.cropSets) {
+        events["crop_sets"].push_back({{"frame", f}, {"request", q}});
+    }
+    events["requested_master"] = json::array();
+    for (auto const& [f, m] : r.masterChanges) {
+        events["requested_master"].push_back({{"from_frame", f}, {"sensor", m}});
+    }
+    return events;
+}
+
+}  // namespace
+
+nlohmann::json timelineJson(Timeline const& r, bool frameLists) {
     json j;
     j["tool"] = "synchelper-sim";
     j["name"] = r.name;
@@ -147,80 +230,15 @@ nlohmann::json timelineJson(Timeline const& r, bool frameLists) {
     j["wall_s"] = r.wallSeconds;
     j["stream_s"] = r.streamSeconds;
     j["process_cpu_s"] = r.cpuSeconds;
-    json sensors = json::array();
+    j["sensors"] = json::array();
     for (auto const& f : r.sensors) {
-        json frames = json::array();
-        if (!frameLists) {
-            frames = kFramesMark + std::to_string(f.sensor);
-        } else {
-            for (auto const& [frame, c] : r.cellsOf(f.sensor)) {
-                frames.push_back(cellJson(frame, *c));
-            }
-        }
-        sensors.push_back({{"id", f.sensor},
-                           {"label", f.label},
-                           {"offered", f.offered},
-                           {"in_sync", f.inSync},
-                           {"unchecked", f.unchecked},
-                           {"out_of_sync_1", f.outOfSync1},
-                           {"out_of_sync_2", f.outOfSync2},
-                           {"out_of_sync_unknown_mode", f.outOfSync},
-                           {"dropped", f.dropped},
-                           {"blocked", f.blocked},
-                           {"not_run", f.notRun},
-                           {"master_frames", f.masterFrames},
-                           {"crop_overrides", f.cropOverrides},
-                           {"dropped_by_cause",
-                            {{"own_drop", f.dropOwn},
-                             {"master_drop", f.dropMaster},
-                             {"flush", f.dropFlush},
-                             {"refused", f.dropRefused},
-                             {"sensor_left", f.dropLeave}}},
-                           {"wait", wait(f.wait)},
-                           {"cpu_us_per_call", f.cpuUsPerCall},
-                           {"last_to_arrive", f.lastToArrive},
-                           {"lateness", wait(f.lateness)},
-                           {"frames", frames}});
+        j["sensors"].push_back(sensorJson(r, f, frameLists));
     }
-    j["sensors"] = sensors;
-    j["timing"] = {{"wait", wait(r.wait)},
+    j["timing"] = {{"wait", waitJson(r.wait)},
                    {"library_cpu_us_per_frame", r.libCpuUsPerFrame},
                    {"library_cpu_us_per_call", r.libCpuUsPerCall}};
-    json blocked = json::array();
-    for (auto const& b : r.blocked) {
-        blocked.push_back({{"sensor", b.sensor},
-                           {"call", b.call},
-                           {"frame", b.frame},
-                           {"request", b.request},
-                           {"seconds", b.seconds}});
-    }
-    j["anomalies"] = {{"frame_inversions", anomalies(r.frameInversions)},
-                      {"time_inversions", anomalies(r.timeInversions)},
-                      {"missing_timestamps", anomalies(r.missingTimestamps)},
-                      {"never_completed", r.neverCompleted},
-                      {"blocked_threads", blocked}};
-    json events;
-    events["flushes"] = json::array();
-    for (auto const& e : r.flushes) {
-        events["flushes"].push_back(e.frame);
-    }
-    events["master_drops"] = json::array();
-    for (auto const& e : r.masterDrops) {
-        events["master_drops"].push_back({{"frame", e.frame}, {"sensor", e.sensor}});
-    }
-    events["leaves"] = json::array();
-    for (auto const& e : r.leaves) {
-        events["leaves"].push_back({{"frame", e.frame}, {"sensor", e.sensor}});
-    }
-    events["crop_sets"] = json::array();
-    for (auto const& [f, q] : r.cropSets) {
-        events["crop_sets"].push_back({{"frame", f}, {"request", q}});
-    }
-    events["requested_master"] = json::array();
-    for (auto const& [f, m] : r.masterChanges) {
-        events["requested_master"].push_back({{"from_frame", f}, {"sensor", m}});
-    }
-    j["events"] = events;
+    j["anomalies"] = anomalySectionJson(r);
+    j["events"] = eventsJson(r);
     j["unpassed"] = unpassedJson(r);
     j["exit_status"] = r.exitStatus;
     return j;

@@ -40,7 +40,8 @@ json instant(int pid, int tid, double ts, std::string name, json args) {
             {"args", std::move(args)}};
 }
 
-void addSession(json& events, Timeline const& t, int pid) {
+// The process and thread names of a session's tracks.
+void addNames(json& events, Timeline const& t, int pid) {
     auto meta = [&](int tid, char const* what, std::string const& name) {
         events.push_back(
             {{"ph", "M"}, {"pid", pid}, {"tid", tid}, {"name", what}, {"args", {{"name", name}}}});
@@ -52,45 +53,68 @@ void addSession(json& events, Timeline const& t, int pid) {
         meta(trackOf(s.sensor), "thread_name",
              "camera " + s.label + (th != t.threadOf.end() ? " (" + th->second + ")" : ""));
     }
+}
 
+// One camera's part in a frame: its call as a slice, its own drop as an instant, its start of
+// frame offset as a counter.
+void addCell(json& events, Timeline const& t, FrameRecord const& f, CameraCell const& c, int pid) {
+    double at = frameUs(t, f);
+    std::string name = "f" + std::to_string(f.frame);
+    json args{{"verdict", verdictName(c.verdict)}, {"request", f.request}};
+    if (c.cause != DropCause::None) {
+        args["cause"] = dropCauseName(c.cause);
+    }
+    if (c.master) {
+        args["master"] = true;
+    }
+    if (c.completed) {
+        args["completed the frame"] = true;
+    }
+    if (c.arriveNs && c.releaseNs && c.cause != DropCause::Own && c.cause != DropCause::Leave) {
+        events.push_back({{"ph", "X"},
+                          {"pid", pid},
+                          {"tid", trackOf(c.sensor)},
+                          {"ts", *c.arriveNs / 1000.0},
+                          {"dur", (*c.releaseNs - *c.arriveNs) / 1000.0},
+                          {"name", name},
+                          {"args", args}});
+    }
+    if (c.cause == DropCause::Own) {
+        events.push_back(instant(pid, trackOf(c.sensor), c.arriveNs ? *c.arriveNs / 1000.0 : at,
+                                 "drop " + name, args));
+    }
+    if (auto off = f.sofOffsetNs(c.sensor)) {
+        events.push_back({{"ph", "C"},
+                          {"pid", pid},
+                          {"tid", trackOf(c.sensor)},
+                          {"ts", at},
+                          {"name", "sof offset camera " + std::to_string(c.sensor)},
+                          {"args", {{"us", *off / 1000.0}}}});
+    }
+}
+
+void addEvents(json& events, Timeline const& t, int pid, std::vector<Timeline::Event> const& list,
+               char const* what, char const* cause) {
+    for (auto const& e : list) {
+        double at = e.atNs ? *e.atNs / 1000.0 : 0.0;
+        if (!e.atNs) {
+            if (FrameRecord* f = const_cast<Timeline&>(t).findFrame(e.frame)) {
+                at = frameUs(t, *f);
+            }
+        }
+        events.push_back(instant(pid, e.sensor >= 0 ? trackOf(e.sensor) : kSessionTrack, at,
+                                 std::string(what) + " f" + std::to_string(e.frame),
+                                 {{"cause", cause}, {"frame", e.frame}, {"sensor", e.sensor}}));
+    }
+}
+
+void addSession(json& events, Timeline const& t, int pid) {
+    addNames(events, t, pid);
     std::optional<int> lastMaster;
     for (auto const& f : t.frames) {
         double at = frameUs(t, f);
-        std::string name = "f" + std::to_string(f.frame);
         for (auto const& c : f.cells) {
-            json args{{"verdict", verdictName(c.verdict)}, {"request", f.request}};
-            if (c.cause != DropCause::None) {
-                args["cause"] = dropCauseName(c.cause);
-            }
-            if (c.master) {
-                args["master"] = true;
-            }
-            if (c.completed) {
-                args["completed the frame"] = true;
-            }
-            if (c.arriveNs && c.releaseNs && c.cause != DropCause::Own &&
-                c.cause != DropCause::Leave) {
-                events.push_back({{"ph", "X"},
-                                  {"pid", pid},
-                                  {"tid", trackOf(c.sensor)},
-                                  {"ts", *c.arriveNs / 1000.0},
-                                  {"dur", (*c.releaseNs - *c.arriveNs) / 1000.0},
-                                  {"name", name},
-                                  {"args", args}});
-            }
-            if (c.cause == DropCause::Own) {
-                events.push_back(instant(pid, trackOf(c.sensor),
-                                         c.arriveNs ? *c.arriveNs / 1000.0 : at, "drop " + name,
-                                         args));
-            }
-            if (auto off = f.sofOffsetNs(c.sensor)) {
-                events.push_back({{"ph", "C"},
-                                  {"pid", pid},
-                                  {"tid", trackOf(c.sensor)},
-                                  {"ts", at},
-                                  {"name", "sof offset camera " + std::to_string(c.sensor)},
-                                  {"args", {{"us", *off / 1000.0}}}});
-            }
+            addCell(events, t, f, c, pid);
             if (c.master && lastMaster != c.sensor) {
                 events.push_back(
                     instant(pid, kSessionTrack, at, "master " + t.label(c.sensor),
@@ -100,28 +124,16 @@ void addSession(json& events, Timeline const& t, int pid) {
             }
         }
         if (!f.why.empty()) {
-            events.push_back(instant(pid, kSessionTrack, at, name + " did not pass",
+            events.push_back(instant(pid, kSessionTrack, at,
+                                     "f" + std::to_string(f.frame) + " did not pass",
                                      {{"why", f.why}, {"frame", f.frame}}));
         }
     }
-    auto eventList = [&](std::vector<Timeline::Event> const& list, char const* what,
-                         char const* cause) {
-        for (auto const& e : list) {
-            double at = e.atNs ? *e.atNs / 1000.0 : 0.0;
-            if (!e.atNs) {
-                if (FrameRecord* f = const_cast<Timeline&>(t).findFrame(e.frame)) {
-                    at = frameUs(t, *f);
-                }
-            }
-            events.push_back(instant(pid, e.sensor >= 0 ? trackOf(e.sensor) : kSessionTrack, at,
-                                     std::string(what) + " f" + std::to_string(e.frame),
-                                     {{"cause", cause}, {"frame", e.frame}, {"sensor", e.sensor}}));
-        }
-    };
-    eventList(t.flushes, "flush", "notifyDrop(frame, 0): the frame is dropped for every camera");
-    eventList(t.masterDrops, "master drop",
+    addEvents(events, t, pid, t.flushes, "flush",
+              "notifyDrop(frame, 0): the frame is dropped for every camera");
+    addEvents(events, t, pid, t.masterDrops, "master drop",
               "the master dropped the frame: its other cameras fail it");
-    eventList(t.leaves, "sensor leaves",
+    addEvents(events, t, pid, t.leaves, "sensor leaves",
               "notifyDropBySensor: the sensor counts as arrived in every live frame");
 }
 

@@ -9,6 +9,118 @@ std::string parentPath(std::string const& path) {
     return cut == std::string::npos ? std::string() : path.substr(0, cut);
 }
 
+namespace {
+
+// A quoted string starting at text[i]: its unescaped text; i ends past the closing quote.
+std::string readString(std::string const& text, size_t& i) {
+    std::string s;
+    for (++i; i < text.size() && text[i] != '"';) {
+        if (text[i] == '\\' && i + 1 < text.size()) {
+            s += text[i + 1];
+            i += 2;
+        } else {
+            s += text[i++];
+        }
+    }
+    ++i;
+    return s;
+}
+
+}  // namespace
+
+// Walks the text once, keeping a stack of the objects and arrays it is inside.
+class JsonLines::Indexer {
+  public:
+    Indexer(JsonLines& lines, std::string const& text) : mLines(lines), mText(text) {}
+
+    void run() {
+        for (size_t i = 0; i < mText.size();) {
+            char c = mText[i];
+            if (std::isspace(static_cast<unsigned char>(c)) || c == ':') {
+                ++i;
+            } else if (c == '{' || c == '[') {
+                valueStarts(i);
+                std::string path = childPath();
+                mStack.push_back({c == '{', path});
+                ++i;
+            } else if (c == '}' || c == ']') {
+                if (!mStack.empty()) {
+                    mStack.pop_back();
+                }
+                ++i;
+            } else if (c == ',') {
+                nextMember();
+                ++i;
+            } else if (c == '"') {
+                size_t start = i;
+                std::string s = readString(mText, i);
+                keyOrValue(s, start);
+            } else {
+                valueStarts(i);
+                while (i < mText.size() && !std::isspace(static_cast<unsigned char>(mText[i])) &&
+                       mText[i] != ',' && mText[i] != '}' && mText[i] != ']') {
+                    ++i;
+                }
+            }
+        }
+    }
+
+  private:
+    struct Frame {
+        bool object;
+        std::string path;
+        size_t index = 0;
+        bool expectKey = true;
+    };
+
+    void add(std::string path, size_t at) {
+        mLines.mEntries.push_back({std::move(path), at, mLines.lineAt(at)});
+    }
+
+    // Records the start of a value inside an array (object members are recorded at their key).
+    void valueStarts(size_t at) {
+        if (!mStack.empty() && !mStack.back().object) {
+            Frame& f = mStack.back();
+            add(f.path + "[" + std::to_string(f.index) + "]", at);
+        }
+    }
+
+    std::string childPath() const {
+        if (mStack.empty()) {
+            return "";
+        }
+        Frame const& f = mStack.back();
+        if (f.object) {
+            return mLines.mEntries.empty() ? f.path : mLines.mEntries.back().path;
+        }
+        return f.path + "[" + std::to_string(f.index) + "]";
+    }
+
+    void nextMember() {
+        if (!mStack.empty()) {
+            if (mStack.back().object) {
+                mStack.back().expectKey = true;
+            } else {
+                ++mStack.back().index;
+            }
+        }
+    }
+
+    void keyOrValue(std::string const& s, size_t start) {
+        if (!mStack.empty() && mStack.back().object && mStack.back().expectKey) {
+            mStack.back().expectKey = false;
+            std::string const& p = mStack.back().path;
+            add(p.empty() ? s : p + "." + s, start);
+        } else {
+            valueStarts(start);
+        }
+    }
+
+    JsonLines& mLines;
+    std::string const& mText;
+    std::vector<Frame> mStack;
+};
+
 JsonLines::JsonLines(std::string const& text) {
     mLineStarts.push_back(0);
     for (size_t i = 0; i < text.size(); ++i) {
@@ -16,86 +128,7 @@ JsonLines::JsonLines(std::string const& text) {
             mLineStarts.push_back(i + 1);
         }
     }
-    struct Frame {
-        bool object;
-        std::string path;
-        size_t index = 0;
-        bool expectKey = true;
-    };
-    std::vector<Frame> stack;
-    auto memberPath = [&](std::string const& key) {
-        std::string const& p = stack.back().path;
-        return p.empty() ? key : p + "." + key;
-    };
-    // Records the start of a value inside an array (object members are recorded at their key).
-    auto valueStarts = [&](size_t at) {
-        if (!stack.empty() && !stack.back().object) {
-            Frame& f = stack.back();
-            mEntries.push_back({f.path + "[" + std::to_string(f.index) + "]", at, lineAt(at)});
-        }
-    };
-    auto childPath = [&]() -> std::string {
-        if (stack.empty()) {
-            return "";
-        }
-        Frame& f = stack.back();
-        if (f.object) {
-            return mEntries.empty() ? f.path : mEntries.back().path;
-        }
-        return f.path + "[" + std::to_string(f.index) + "]";
-    };
-    size_t i = 0;
-    while (i < text.size()) {
-        char c = text[i];
-        if (std::isspace(static_cast<unsigned char>(c))) {
-            ++i;
-        } else if (c == '{' || c == '[') {
-            valueStarts(i);
-            std::string path = childPath();
-            stack.push_back({c == '{', path});
-            ++i;
-        } else if (c == '}' || c == ']') {
-            if (!stack.empty()) {
-                stack.pop_back();
-            }
-            ++i;
-        } else if (c == ',') {
-            if (!stack.empty()) {
-                if (stack.back().object) {
-                    stack.back().expectKey = true;
-                } else {
-                    ++stack.back().index;
-                }
-            }
-            ++i;
-        } else if (c == ':') {
-            ++i;
-        } else if (c == '"') {
-            size_t start = i++;
-            std::string s;
-            while (i < text.size() && text[i] != '"') {
-                if (text[i] == '\\' && i + 1 < text.size()) {
-                    s += text[i + 1];
-                    i += 2;
-                } else {
-                    s += text[i++];
-                }
-            }
-            ++i;
-            if (!stack.empty() && stack.back().object && stack.back().expectKey) {
-                stack.back().expectKey = false;
-                mEntries.push_back({memberPath(s), start, lineAt(start)});
-            } else {
-                valueStarts(start);
-            }
-        } else {
-            valueStarts(i);
-            while (i < text.size() && !std::isspace(static_cast<unsigned char>(text[i])) &&
-                   text[i] != ',' && text[i] != '}' && text[i] != ']') {
-                ++i;
-            }
-        }
-    }
+    Indexer(*this, text).run();
 }
 
 int JsonLines::lineAt(size_t offset) const {

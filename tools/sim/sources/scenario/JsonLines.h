@@ -23,6 +23,8 @@ class JsonLines {
     int lineAt(size_t offset) const;
 
   private:
+    class Indexer;
+
     struct Entry {
         std::string path;
         size_t offset;
