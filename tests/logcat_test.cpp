@@ -137,8 +137,8 @@ TEST(LogcatCaptures, DebugCaptureGivesEveryFramesCause) {
           "  f599   still waiting when the capture ended: camera 2 and camera 1 came, camera 0 "
           "never did\n",
           // syncOK is cumulative in the line: camera 1, in tolerance, is not named.
-          "  f14    out of sync: camera 0 started 7.7 ms before camera 2, tolerance 1.0 ms, mode "
-          "not in the log -> RESULT 1 (delivered, flagged) or 2 (failed) on all 3\n",
+          "  f14    out of sync: camera 2 started 7.7 ms after camera 0, camera 1 started 7.8 ms "
+          "after camera 0, tolerance 1.0 ms, mode not in the log -> RESULT 1 (delivered, flagged) or 2 (failed) on all 3\n",
           "frames that did not pass or passed flagged: 5\n"}) {
         EXPECT_NE(text.str().find(line), std::string::npos) << line << text.str();
     }

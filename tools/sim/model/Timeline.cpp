@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdio>
 #include <set>
+#include <tuple>
 
 namespace ryxsim {
 
@@ -160,25 +161,41 @@ std::string names(Timeline const& t, std::vector<int> const& ids) {
     return s;
 }
 
-// The frame's skews against the first target, for every camera beyond the tolerance (all of
-// them when the tolerance is unknown).
-std::string skews(Timeline const& t, FrameRecord const& f) {
-    std::string s;
+// The camera whose frame started first (the lowest id among equals): the fixed reference an
+// out-of-sync frame is explained against, so that the words do not follow the arrival order.
+CameraCell const* earliestStart(FrameRecord const& f) {
+    CameraCell const* ref = nullptr;
     for (auto const& c : f.cells) {
-        if (!f.firstTarget || c.sensor == *f.firstTarget) {
-            continue;
+        if (c.sofNs && (ref == nullptr || *c.sofNs < *ref->sofNs ||
+                        (*c.sofNs == *ref->sofNs && c.sensor < ref->sensor))) {
+            ref = &c;
         }
-        auto off = f.sofOffsetNs(c.sensor);
-        if (!off) {
-            continue;
+    }
+    return ref;
+}
+
+// The frame's skews against the camera that started first, for every camera beyond the
+// tolerance (all of them when the tolerance is unknown).
+std::string skews(Timeline const& t, FrameRecord const& f) {
+    CameraCell const* ref = earliestStart(f);
+    std::vector<CameraCell const*> later;
+    for (auto const& c : f.cells) {
+        if (ref != nullptr && &c != ref && c.sofNs) {
+            later.push_back(&c);
         }
+    }
+    std::sort(later.begin(), later.end(), [](CameraCell const* a, CameraCell const* b) {
+        return std::tie(*a->sofNs, a->sensor) < std::tie(*b->sofNs, b->sensor);
+    });
+    std::string s;
+    for (CameraCell const* c : later) {
         // The library compares whole milliseconds.
-        int64_t d = std::abs(*f.cell(*f.firstTarget)->sofNs / 1000000 - *c.sofNs / 1000000);
+        int64_t d = std::abs(*ref->sofNs / 1000000 - *c->sofNs / 1000000);
         if (f.toleranceUs && d <= *f.toleranceUs / 1000) {
             continue;
         }
-        s += (s.empty() ? "" : ", ") + shortName(t, c.sensor) + " started " + ms(*off) +
-             (*off >= 0 ? " after " : " before ") + shortName(t, *f.firstTarget);
+        s += (s.empty() ? "" : ", ") + shortName(t, c->sensor) + " started " +
+             ms(*c->sofNs - *ref->sofNs) + " after " + shortName(t, ref->sensor);
     }
     return s.empty() ? "start-of-frame times not known" : s;
 }
