@@ -18,5 +18,6 @@ if(RYX_BUILD_TOOLS AND EXISTS ${PROJECT_SOURCE_DIR}/tools/CMakeLists.txt)
   ryx_add_test(sim_cli_test LABEL e2e SOURCES sim_cli_test.cpp LIBS synchelper_sim_core)
   add_dependencies(sim_cli_test synchelper-sim)
   target_compile_definitions(sim_cli_test PRIVATE ${RYX_SIM_SCENARIOS}
-    RYX_SIM_BINARY="$<TARGET_FILE:synchelper-sim>" ${RYX_SCHEMA_CHECKS})
+    RYX_SIM_BINARY="$<TARGET_FILE:synchelper-sim>" ${RYX_SCHEMA_CHECKS}
+    RYX_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
 endif()

@@ -248,3 +248,25 @@ TEST_F(CommandLine, ReportsSayWhatTheSourceKnowsAndNoMore) {
     }
     EXPECT_EQ(r.out.find(": none\n  threads still blocked"), std::string::npos);
 }
+
+// The README's sample is what the built-in run prints, but for the figures a run measures (its
+// speed and timings); its out-of-sync frames read the same every run.
+TEST_F(CommandLine, TheReadmeSampleIsWhatTheBuiltInRunPrints) {
+    std::ifstream readme(std::string(RYX_SOURCE_DIR) + "/README.md");
+    std::string text((std::istreambuf_iterator<char>(readme)), std::istreambuf_iterator<char>());
+    size_t intro = text.find("`bash scripts/demo.sh` prints on standard output");
+    ASSERT_NE(intro, std::string::npos);
+    size_t open = text.find("```\n", intro) + 4;
+    std::string sample = text.substr(open, text.find("```\n", open) - open);
+    // The timing section and the header's speed are measured, so they differ run to run.
+    auto measuredOut = [](std::string s) {
+        s = std::regex_replace(s, std::regex("run in [0-9.]+ s \\([^)]*\\)"), "run in # s");
+        size_t timing = s.find("\ntiming\n"), anomalies = s.find("\nanomalies\n");
+        return timing < anomalies ? s.erase(timing, anomalies - timing) : s;
+    };
+    for (int run = 0; run < 3; ++run) {
+        Result r = sim("run");
+        ASSERT_EQ(r.status, 0) << r.err;
+        EXPECT_EQ(measuredOut(r.out), measuredOut(sample)) << "run " << run;
+    }
+}

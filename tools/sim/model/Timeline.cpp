@@ -270,6 +270,10 @@ FrameParts partsOf(FrameRecord const& f) {
             notRun.push_back(c.sensor);
         }
     }
+    // Named by id, not in arrival order, so that a frame reads the same every run.
+    for (auto* ids : {&own, &master, &flush, &refused, &left, &blocked, &notRun}) {
+        std::sort(ids->begin(), ids->end());
+    }
     return p;
 }
 
@@ -289,6 +293,7 @@ std::string explain(Timeline const& t, FrameRecord const& f) {
                 came.push_back(c.sensor);
             }
         }
+        std::sort(came.begin(), came.end());
         parts.push_back("still waiting when the " + std::string(t.imported ? "capture" : "run") +
                         " ended: " + (came.empty() ? std::string("nobody") : names(t, came)) +
                         " came, " + names(t, f.neverCame) + " never did");
