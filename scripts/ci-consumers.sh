@@ -57,6 +57,15 @@ ninja -C "$work/example-subdirectory" -t targets all | grep -qE '^(synchelper-si
 run_sim() {  # where, binary
     "$2" run --frames 20 --quiet >"$work/sim.out" 2>&1 || { cat "$work/sim.out" >&2; fail "$1: synchelper-sim exited $?"; }
     echo "consumers: synchelper-sim runs from $1: $(sed -n 2p "$work/sim.out")"
+    # Its help points to the documents installed beside it, wherever the prefix went.
+    local help named=0
+    help=$("$2" run --help; "$2" replay --help)
+    for path in $(grep -oE '/[^ ]*/share/synchelper-sim/[^ ]*' <<<"$help"); do
+        [ -e "$path" ] || fail "$1: the help names $path, which is not there"
+        case "$path" in "$(dirname "$(dirname "$2")")"/*) named=$((named + 1)) ;; *) fail "$1: the help names $path, outside the prefix" ;; esac
+    done
+    [ "$named" -ge 3 ] || fail "$1: the help names $named installed documents, expected the README, the trace format and the scenarios"
+    echo "consumers: synchelper-sim's help from $1 names $named installed documents, all there"
 }
 run_sim "the prefix" "$prefix/bin/synchelper-sim"
 mv "$prefix" "$work/moved"
