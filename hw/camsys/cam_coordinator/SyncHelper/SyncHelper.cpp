@@ -48,8 +48,8 @@ SyncHelper::SyncHelper(unsigned long sessionKey, bool allowCropReplace,
     {
         MutexLock lock(mCropLock);
         mLatestCrop.max_load_factor(1.0f);
-        mFrameCropSnapshots.max_load_factor(1.0f);
-        mFrameCropUsersLeft.max_load_factor(1.0f);
+        // The per-frame crop records (mFrameCrops) live in pages of their own, made as frames
+        // come.
     }
     mSyncFlags.max_load_factor(1.0f);
 
@@ -267,6 +267,7 @@ bool SyncHelper::setSensorCropRegion(int requestNo,
     mLatestCropRequest = requestNo;
     mLatestCrop = crops;
     mLatestCrop.max_load_factor(crops.max_load_factor());
+    mFrameCrops.latestChanged();
     return true;
 }
 
@@ -277,28 +278,27 @@ bool SyncHelper::getSensorCropRegion(SyncResultInputParams const& input) {
     bool found = false;
     NSCam::MRect crop;
 
-    auto snapshot = mFrameCropSnapshots.find(frameNo);
-    if (snapshot != mFrameCropSnapshots.end()) {
+    // A frame's snapshot serves one further caller after the first: the second caller consumes
+    // it and counts one user down; a third starts over, with a fresh snapshot and the count set
+    // to the group size again. For groups of two or more the count never reaches 0, so a record
+    // stays for every frame served; the table keeps each in 8 bytes.
+    if (FrameCropTable::CropSet const* snapshot = mFrameCrops.snapshot(frameNo)) {
         // The frame's second caller takes its crop from the snapshot the first one made.
-        auto rect = snapshot->second.find(sensorId);
-        if (rect == snapshot->second.end()) {
+        auto rect = std::find_if(snapshot->begin(), snapshot->end(),
+                                 [&](auto const& r) { return r.first == sensorId; });
+        if (rect == snapshot->end()) {
             return true;
         }
         crop = rect->second;
         found = true;
-        mFrameCropSnapshots.erase(snapshot);
-        auto usersLeft = mFrameCropUsersLeft.find(frameNo);
-        if (usersLeft != mFrameCropUsersLeft.end()) {
-            if (--usersLeft->second <= 0) {
-                mFrameCropUsersLeft.erase(usersLeft);
-            }
-        }
+        mFrameCrops.dropSnapshot(frameNo);
+        mFrameCrops.countDownUser(frameNo);
     } else {
         if (input.HalControl != nullptr) {
             IMetadata::IEntry syncIds = input.HalControl->entryFor(RYX_FRAMESYNC_ID);
             if (!syncIds.isEmpty()) {
-                mFrameCropSnapshots[frameNo] = mLatestCrop;
-                mFrameCropUsersLeft[frameNo] = static_cast<int32_t>(syncIds.count());
+                mFrameCrops.takeSnapshot(frameNo, mLatestCrop);
+                mFrameCrops.setUsersLeft(frameNo, static_cast<int32_t>(syncIds.count()));
             }
         }
         auto rect = mLatestCrop.find(sensorId);

@@ -14,6 +14,7 @@
 // Locks: mDropLock serialises notifyDrop(input) around its queue call; mCropLock guards the crop
 // tables and is never held with another lock. Lock order: mDropLock -> the queue's locks.
 
+#include "FrameCropTable.h"
 #include "ISyncDataUpdater.h"
 #include "ISyncHelper.h"
 #include "MetaRead.h"
@@ -90,8 +91,7 @@ class RYX_SYNCHELPER_EXPORT SyncHelper : public virtual ISyncHelper {
     bool mAllowCropReplace;
     int32_t mLatestCropRequest RYX_GUARDED_BY(mCropLock) = -1;
     CropMap mLatestCrop RYX_GUARDED_BY(mCropLock);
-    std::unordered_map<int, CropMap> mFrameCropSnapshots RYX_GUARDED_BY(mCropLock);
-    std::unordered_map<int, int32_t> mFrameCropUsersLeft RYX_GUARDED_BY(mCropLock);
+    FrameCropTable mFrameCrops RYX_GUARDED_BY(mCropLock);  // snapshots and users-left counts
     bool mNeedCropReplace = false;  // fixed after construction
     // Not locked: each entry is touched only by its own sensor's thread; only a sensor's first
     // entry changes the table's shape, so that insertion takes mSyncFlagLock.

@@ -24,21 +24,20 @@ class SyncHelperInspector {
     // Frames holding a crop snapshot, and frames with a users-left count.
     static size_t cropSnapshotCount(SyncHelper& helper) {
         MutexLock lock(helper.mCropLock);
-        return helper.mFrameCropSnapshots.size();
+        return helper.mFrameCrops.snapshotCount();
     }
     static size_t cropUsersLeftCount(SyncHelper& helper) {
         MutexLock lock(helper.mCropLock);
-        return helper.mFrameCropUsersLeft.size();
+        return helper.mFrameCrops.usersLeftCount();
     }
     static bool hasCropSnapshot(SyncHelper& helper, int frameNo) {
         MutexLock lock(helper.mCropLock);
-        return helper.mFrameCropSnapshots.count(frameNo) != 0;
+        return helper.mFrameCrops.snapshot(frameNo) != nullptr;
     }
     // The users-left count of the frame's crop snapshot, or -1 when the frame has none.
     static int32_t cropUsersLeft(SyncHelper& helper, int frameNo) {
         MutexLock lock(helper.mCropLock);
-        auto it = helper.mFrameCropUsersLeft.find(frameNo);
-        return it == helper.mFrameCropUsersLeft.end() ? -1 : it->second;
+        return helper.mFrameCrops.usersLeft(frameNo);
     }
     // Number of sensors with a switch-flag record.
     static size_t syncFlagCount(SyncHelper& helper) {
