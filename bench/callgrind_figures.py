@@ -159,6 +159,12 @@ def main():
     print('  queue steps (inclusive of their locks and heap use)')
     for label, needle in QUEUE_STEPS:
         print('    %-47s%8.0f' % (label, per('lib3', needle)))
+    if 'crops3' in phases:
+        crops = per('crops3', 'SyncHelper::getSensorCropRegion(')
+        sets = per('crops3', 'SyncHelper::setSensorCropRegion(')
+        print('crop path per 3-sensor frame (getSensorCropRegion x3, a new set every 30 frames)')
+        print('  getSensorCropRegion, 3 calls                       %8.0f' % crops)
+        print('  setSensorCropRegion, amortised                     %8.0f' % sets)
     print('RATIO 3-sensor frame / required-work baseline = %.2f (goal <= 1.5)' % (lib / required))
     print('RATIO 3-sensor frame instructions = %.0f (goal <= 9000)' % lib)
     print('RATIO single camera / its metadata edits = %.2f (goal <= 1.3)' % (single / single_req))

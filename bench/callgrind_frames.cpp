@@ -1,12 +1,13 @@
 // synchelper_callgrind: the frames whose instructions bench/callgrind.sh counts under callgrind.
 //
-// Four phases, each a fixed number of frames after a warm-up, each ending in a callgrind dump of
+// Five phases, each a fixed number of frames after a warm-up, each ending in a callgrind dump of
 // its own name (outside valgrind the dumps are no-ops and the phases simply run):
 //   lib3       3 sensor threads meet through syncResultCheck, all updaters, logging gated off
 //   required3  the required-work baseline: the same 3 threads meet on a plain mutex and condition
 //              variable, and do exactly the metadata reads and writes a 3-camera frame needs
 //   single     one camera's frames through syncResultCheck's single-camera path
 //   single_req the metadata edits such a frame needs anyway
+//   crops3     lib3's frames with getSensorCropRegion before each call and a crop set every second
 // Usage: synchelper_callgrind [frames]   (default 2000; warm-up 200)
 
 #include <NSCam/ULogger.h>
@@ -28,6 +29,8 @@
 #include <vector>
 
 #include "bench_session.h"
+
+#include <SyncHelper.h>
 
 namespace ryxbench {
 namespace {
@@ -191,6 +194,24 @@ int main(int argc, char** argv) {
         failed += measure("lib3", kSensors, frames, [&](int t, int n) {
             cams[size_t(t)]->setFrame(n);
             return helper->syncResultCheck(cams[size_t(t)]->in, &cams[size_t(t)]->out);
+        });
+    }
+    {
+        auto helper = std::dynamic_pointer_cast<SyncHelper>(
+            ISyncHelper::createInstance(0xc40b, true, infoFor(kSensors)));
+        auto cams = camsOf(kSensors, true);
+        failed += measure("crops3", kSensors, frames, [&](int t, int n) {
+            CamSlot& cam = *cams[size_t(t)];
+            cam.setFrame(n);
+            if (t == 0 && n % 30 == 0) {
+                std::unordered_map<int, NSCam::MRect> set;
+                for (int s = 0; s < kSensors; ++s) {
+                    set[s] = NSCam::MRect(n % 97, s, 4000 - n % 97, 3000);
+                }
+                helper->setSensorCropRegion(n, set);
+            }
+            helper->getSensorCropRegion(cam.in);
+            return helper->syncResultCheck(cam.in, &cam.out);
         });
     }
     {
