@@ -13,3 +13,8 @@ if(RYX_BUILD_TOOLS AND EXISTS ${PROJECT_SOURCE_DIR}/tools/CMakeLists.txt)
     SOURCES report_schema_test.cpp perfetto_format_test.cpp LIBS synchelper_sim_run)
   target_compile_definitions(sim_formats_test PRIVATE ${RYX_LOGCAT_DATA} ${RYX_SCHEMA_CHECKS})
 endif()
+# Captures printed by Android's own logcat formatter in every format and modifier, read back.
+if(RYX_BUILD_TOOLS AND EXISTS ${PROJECT_SOURCE_DIR}/tools/CMakeLists.txt)
+  ryx_add_test(logcat_formats_test LABEL e2e SOURCES logcat_formats_test.cpp
+    LIBS synchelper_sim_run Android::log)
+endif()

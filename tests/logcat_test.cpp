@@ -80,7 +80,8 @@ TEST(LogLineFormats, NoiseIsNoLine) {
          {"", "\r", "--------- beginning of main", "random text",
           "11-22 21:48:47.549  1234  1301 D RyxCam/SyncHel", "11-22 21:4",
           "13-40 21:48:47.438  1 2 D T: month 13", "11-22 21:48:47.43  1 2 D T: two digits",
-          "D/T 1234: no parens", "T X 11-22 21:48:47  1  2 not a level"}) {
+          "D/T 1234 no colon", "T X 11-22 21:48:47  1  2 not a level",
+          "( 12 ) [f] not the library's frame", "D( x) no ids"}) {
         LogLine l;
         EXPECT_FALSE(parseLogLine(noise, l)) << noise;
     }
@@ -211,8 +212,8 @@ TEST(LogcatCaptures, ANonLogIsAnErrorWithItsLineAndNoiseAloneIsNoSession) {
     } catch (ParseError const& e) {
         EXPECT_EQ(std::string(e.what()), kData +
                                              "/not_a_log.csv:1: not an Android log line (expected "
-                                             "logcat threadtime, time or brief format, or the "
-                                             "host liblog format)");
+                                             "a logcat capture in any of its "
+                                             "formats, or the host liblog format)");
     }
     EXPECT_THROW(readLogcat("", "empty.txt"), ParseError);
     EXPECT_THROW(readLogcat(std::string("\x7f"

@@ -50,7 +50,7 @@ TEST(ReportSchema, RealReportsConformAndBrokenOnesDoNot) {
               "$.events.flushes[1]: 'f3' is not of type 'integer'\n"
               "$.sensors[1].frames[0].verdict: 'fine' is not one of ['in sync', 'unchecked', "
               "'out of sync (1)', 'out of sync (2)', 'out of sync', 'dropped', 'blocked', "
-              "'not run']\n"
+              "'not run', 'undetermined']\n"
               "$.unpassed[0]: 'why' is a required property\n");
     // A single session is not wrapped in an array; an array holds two or more.
     EXPECT_NE(errors(nlohmann::json::array({simulated})), "");

@@ -333,9 +333,10 @@ TEST_F(CommandLine, ALogCaptureIsExplainedAndANonLogIsRefused) {
     std::string notALog = kScenarios + "/default.json";
     r = sim("explain '" + notALog + "'");
     EXPECT_EQ(r.status, 2);
-    EXPECT_EQ(r.err, "synchelper-sim: error: " + notALog +
-                         ":1: not an Android log line (expected logcat threadtime, time or brief "
-                         "format, or the host liblog format)\n");
+    EXPECT_EQ(r.err,
+              "synchelper-sim: error: " + notALog +
+                  ":1: not an Android log line (expected a logcat capture in any of its formats, "
+                  "or the host liblog format)\n");
     r = sim("explain '" + path("run.log") + "' --seed 3");
     EXPECT_EQ(r.status, 2);
     EXPECT_EQ(r.err,

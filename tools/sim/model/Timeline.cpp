@@ -26,6 +26,8 @@ char const* verdictName(Verdict v) {
             return "blocked";
         case Verdict::NotRun:
             return "not run";
+        case Verdict::Undetermined:
+            return "undetermined";
     }
     return "?";
 }
@@ -235,13 +237,13 @@ std::string outOfSyncWhy(Timeline const& t, FrameRecord const& f) {
 
 // A frame's cameras sorted by what happened to them.
 struct FrameParts {
-    std::vector<int> own, master, flush, refused, left, blocked, notRun;
+    std::vector<int> own, master, flush, refused, left, blocked, notRun, undetermined;
     bool outOfSync = false;
 };
 
 FrameParts partsOf(FrameRecord const& f) {
     FrameParts p;
-    auto& [own, master, flush, refused, left, blocked, notRun, outOfSync] = p;
+    auto& [own, master, flush, refused, left, blocked, notRun, undetermined, outOfSync] = p;
     for (auto const& c : f.cells) {
         switch (c.cause) {
             case DropCause::Own:
@@ -268,17 +270,19 @@ FrameParts partsOf(FrameRecord const& f) {
             blocked.push_back(c.sensor);
         } else if (c.verdict == Verdict::NotRun && c.cause == DropCause::None) {
             notRun.push_back(c.sensor);
+        } else if (c.verdict == Verdict::Undetermined) {
+            undetermined.push_back(c.sensor);
         }
     }
     // Named by id, not in arrival order, so that a frame reads the same every run.
-    for (auto* ids : {&own, &master, &flush, &refused, &left, &blocked, &notRun}) {
+    for (auto* ids : {&own, &master, &flush, &refused, &left, &blocked, &notRun, &undetermined}) {
         std::sort(ids->begin(), ids->end());
     }
     return p;
 }
 
 std::string explain(Timeline const& t, FrameRecord const& f) {
-    auto [own, master, flush, refused, left, blocked, notRun, outOfSync] = partsOf(f);
+    auto [own, master, flush, refused, left, blocked, notRun, undetermined, outOfSync] = partsOf(f);
     int dropper = -1;
     for (auto const& e : t.masterDrops) {
         if (e.frame == f.frame) {
@@ -333,6 +337,11 @@ std::string explain(Timeline const& t, FrameRecord const& f) {
     }
     if (!notRun.empty() && f.neverCame.empty()) {
         parts.push_back("never called on " + names(t, notRun));
+    }
+    if (!undetermined.empty()) {
+        parts.push_back("undetermined on " + names(t, undetermined) +
+                        ": a camera of this frame was dropped, and the capture (no thread ids) "
+                        "does not show which");
     }
     std::string s;
     for (auto const& p : parts) {
@@ -422,6 +431,7 @@ void FrameStrip::add(FrameRecord const& f) {
                 break;
             case Verdict::Blocked:
             case Verdict::NotRun:
+            case Verdict::Undetermined:
                 ++n.stuck;
                 break;
         }
@@ -459,6 +469,9 @@ void countCell(SensorFigures& s, CameraCell const& c) {
             break;
         case Verdict::NotRun:
             s.notRun++;
+            break;
+        case Verdict::Undetermined:
+            s.undetermined++;
             break;
     }
     s.dropOwn += c.cause == DropCause::Own;

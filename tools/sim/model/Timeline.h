@@ -31,6 +31,9 @@ enum class Verdict {
     Dropped,     // verdict false for another reason, or the sensor dropped the frame itself
     Blocked,     // the call never returned
     NotRun,      // the call was never made (its thread was blocked before), or never came
+    // The source cannot tell: a capture without thread ids shows that some camera of the frame
+    // was dropped, not which one. Never counted as passed.
+    Undetermined,
 };
 char const* verdictName(Verdict v);
 bool passed(Verdict v);  // delivered and not flagged
@@ -85,7 +88,7 @@ struct SensorFigures {
     int sensor = 0;
     std::string label;
     int offered = 0, inSync = 0, unchecked = 0, outOfSync1 = 0, outOfSync2 = 0, outOfSync = 0,
-        dropped = 0, blocked = 0, notRun = 0, masterFrames = 0;
+        dropped = 0, blocked = 0, notRun = 0, undetermined = 0, masterFrames = 0;
     int cropOverrides = 0;
     int dropOwn = 0, dropMaster = 0, dropFlush = 0, dropRefused = 0, dropLeave = 0;
     WaitStats wait;  // time inside syncResultCheck

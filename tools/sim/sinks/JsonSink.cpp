@@ -150,6 +150,7 @@ json sensorJson(Timeline const& r, SensorFigures const& f, bool frameLists) {
             {"dropped", f.dropped},
             {"blocked", f.blocked},
             {"not_run", f.notRun},
+            {"undetermined", f.undetermined},
             {"master_frames", f.masterFrames},
             {"crop_overrides", f.cropOverrides},
             {"dropped_by_cause",

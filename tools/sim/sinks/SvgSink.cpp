@@ -32,6 +32,7 @@ Style const kStyles[] = {
     {"out", "#fb8c00", "out of sync, 1 or 2 (mode not logged)"},
     {"blocked", "#212121", "blocked, never returned"},
     {"notrun", "#eceff1", "never called"},
+    {"undetermined", "#bdbdbd", "undetermined: the capture cannot tell"},
 };
 
 Style const& styleOf(SensorCell const& lc) {
@@ -59,6 +60,8 @@ Style const& styleOf(SensorCell const& lc) {
             return find("blocked");
         case Verdict::NotRun:
             return find("notrun");
+        case Verdict::Undetermined:
+            return find("undetermined");
         case Verdict::Dropped:
             break;
     }
@@ -133,7 +136,7 @@ std::string columnText(FrameColumn::Counts const& c) {
     add(c.flagged, "out of sync, delivered");
     add(c.failed, "out of sync, failed");
     add(c.dropped, "dropped");
-    add(c.stuck, "blocked or never called");
+    add(c.stuck, "blocked, never called or undetermined");
     return s.empty() ? "no frames" : s;
 }
 

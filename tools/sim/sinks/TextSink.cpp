@@ -100,10 +100,13 @@ void writeSensorTable(std::ostream& out, Timeline const& r) {
                              [](SensorFigures const& f) { return f.blocked > 0 || f.notRun > 0; });
     bool unknownMode = std::any_of(r.sensors.begin(), r.sensors.end(),
                                    [](SensorFigures const& f) { return f.outOfSync > 0; });
+    bool undetermined = std::any_of(r.sensors.begin(), r.sensors.end(),
+                                    [](SensorFigures const& f) { return f.undetermined > 0; });
     int w = static_cast<int>(labelWidth(r));
     std::snprintf(line, sizeof line, "%-*s %8s %8s %10s %8s %8s %8s %7s", w, "sensor", "offered",
                   "in sync", "unchecked", "out (1)", "out (2)", "dropped", "master");
-    out << line << (unknownMode ? "  out (?)" : "") << (stuck ? "  blocked  not run" : "") << "\n";
+    out << line << (unknownMode ? "  out (?)" : "") << (stuck ? "  blocked  not run" : "")
+        << (undetermined ? "  undetermined" : "") << "\n";
     for (auto const& f : r.sensors) {
         std::snprintf(line, sizeof line, "%-*s %8d %8d %10d %8d %8d %8d %7d", w, f.label.c_str(),
                       f.offered, f.inSync, f.unchecked, f.outOfSync1, f.outOfSync2, f.dropped,
@@ -117,6 +120,10 @@ void writeSensorTable(std::ostream& out, Timeline const& r) {
             std::snprintf(line, sizeof line, " %8d %8d", f.blocked, f.notRun);
             out << line;
         }
+        if (undetermined) {
+            std::snprintf(line, sizeof line, " %13d", f.undetermined);
+            out << line;
+        }
         out << "\n";
     }
     out << "  out (1): out of sync, RYX_FRAMESYNC_RESULT 1 (delivered); out (2): "
@@ -124,6 +131,9 @@ void writeSensorTable(std::ostream& out, Timeline const& r) {
            "master: frames with bMasterCam set\n";
     if (unknownMode) {
         out << "  out (?): out of sync, 1 or 2: the log does not carry the mode\n";
+    }
+    if (undetermined) {
+        out << "  undetermined: the capture cannot tell (see its notes); never counted in sync\n";
     }
     out << "dropped by cause, and crop overrides written:\n";
     for (auto const& f : r.sensors) {

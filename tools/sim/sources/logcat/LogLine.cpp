@@ -82,7 +82,7 @@ bool readTime(Cursor& c, bool fraction, int64_t& ns, int& digits) {
         return false;
     }
     int64_t year = 2000;
-    if (c.peek() == '.' && n >= 6) {  // epoch seconds
+    if (c.peek() == '.') {  // epoch or monotonic seconds
         ss = a;
     } else if (c.eat('-')) {
         if (!c.digits(b, 2)) {
@@ -258,6 +258,142 @@ bool readHost(Cursor& c, LogLine& out) {
     return true;
 }
 
+// "( [UID: ]PID[: TID])": the numbers of a process or thread line; `count` says how many.
+bool readIds(Cursor& c, int64_t ids[3], int& count) {
+    Cursor save = c;
+    if (!c.eat('(')) {
+        return false;
+    }
+    count = 0;
+    while (count < 3) {
+        c.spaces();
+        int64_t v = 0;
+        if (c.digits(v)) {
+            ids[count++] = v;
+        } else {
+            while (!c.done() && c.peek() != ':' && c.peek() != ')' && c.peek() != ' ') {
+                ++c.i;  // a user name for the UID
+            }
+            ids[count++] = -1;
+        }
+        if (!c.eat(':')) {
+            break;
+        }
+    }
+    if (!c.eat(')') || count == 0) {
+        c = save;
+        return false;
+    }
+    return true;
+}
+
+// "L(  PID:  TID) message" (thread) or "L(  PID) message  (TAG)" (process), with a UID first
+// under the uid modifier.
+bool readThreadOrProcess(Cursor& c, LogLine& out) {
+    if (c.s.size() < c.i + 2 || !isLevel(c.s[c.i]) || c.s[c.i + 1] != '(') {
+        return false;
+    }
+    Cursor p = c;
+    ++p.i;
+    int64_t ids[3];
+    int n = 0;
+    if (!readIds(p, ids, n) || !p.eat(' ')) {
+        return false;
+    }
+    out.level = c.s[c.i];
+    std::string_view message = p.s.substr(p.i);
+    size_t open = message.rfind("  (");
+    bool process = !message.empty() && message.back() == ')' && open != std::string_view::npos &&
+                   message.find(' ', open + 3) == std::string_view::npos;
+    if (process && n <= 2) {
+        out.tag = message.substr(open + 3, message.size() - open - 4);
+        out.message = message.substr(0, open);
+        out.pid = static_cast<int>(ids[n - 1]);
+        return true;
+    }
+    if (n < 2) {
+        return false;
+    }
+    out.pid = static_cast<int>(ids[n - 2]);
+    out.tid = static_cast<int>(ids[n - 1]);
+    out.message = message;
+    return true;
+}
+
+// "L/TAG: message" (tag).
+bool readTag(Cursor& c, LogLine& out) {
+    if (c.s.size() < c.i + 2 || !isLevel(c.s[c.i]) || c.s[c.i + 1] != '/') {
+        return false;
+    }
+    size_t colon = c.s.find(": ", c.i + 2);
+    if (colon == std::string_view::npos) {
+        return false;
+    }
+    out.level = c.s[c.i];
+    out.tag = c.s.substr(c.i + 2, colon - c.i - 2);
+    out.message = c.s.substr(colon + 2);
+    return true;
+}
+
+// "[ TIME  [UID: ]PID: TID L/TAG ]" (long); the message follows on the next lines.
+bool readLongHeader(Cursor& c, LogLine& out) {
+    if (!c.eat('[') || c.spaces() == 0 || c.s.size() < 2 || c.s.substr(c.s.size() - 2) != " ]") {
+        return false;
+    }
+    int64_t ns = 0;
+    int digits = 0;
+    if (!readTime(c, true, ns, digits) || c.spaces() == 0) {
+        return false;
+    }
+    int64_t ids[3];
+    int n = 0;
+    while (n < 3) {
+        c.spaces();
+        if (!c.digits(ids[n])) {
+            std::string_view user = c.token();  // a user name for the UID
+            if (user.empty() || user.back() != ':') {
+                return false;
+            }
+            ids[n++] = -1;
+            continue;
+        }
+        ++n;
+        if (!c.eat(':')) {
+            break;
+        }
+    }
+    if (n < 2 || c.spaces() == 0 || c.done() || !isLevel(c.peek()) || c.s[c.i + 1] != '/') {
+        return false;
+    }
+    out.level = c.s[c.i];
+    out.tag = c.s.substr(c.i + 2, c.s.size() - 2 - (c.i + 2));
+    while (!out.tag.empty() && out.tag.back() == ' ') {
+        out.tag.remove_suffix(1);
+    }
+    out.timeNs = ns;
+    out.fractionDigits = digits;
+    out.pid = static_cast<int>(ids[n - 2]);
+    out.tid = static_cast<int>(ids[n - 1]);
+    out.longHeader = true;
+    return true;
+}
+
+// A message alone (raw): taken only when it is framed as the library frames its messages,
+// "( 247) [function] ...", since nothing else on the line says whose it is.
+bool readRaw(std::string_view line, LogLine& out) {
+    Cursor c{line};
+    int64_t n = 0;
+    if (!c.eat('(')) {
+        return false;
+    }
+    c.spaces();
+    if (!c.digits(n) || !c.eat(')') || !c.eat(' ') || !c.eat('[')) {
+        return false;
+    }
+    out.message = line;
+    return true;
+}
+
 }  // namespace
 
 bool parseLogLine(std::string_view line, LogLine& out) {
@@ -266,6 +402,7 @@ bool parseLogLine(std::string_view line, LogLine& out) {
     }
     out = LogLine{};
     Cursor c{line};
+    c.spaces();  // epoch and monotonic seconds are right-aligned
     if (c.isDigit()) {
         int64_t ns = 0;
         int digits = 0;
@@ -281,11 +418,24 @@ bool parseLogLine(std::string_view line, LogLine& out) {
         c = afterTime;
         return c.spaces() > 0 && readBrief(c, out);
     }
-    if (readBrief(c, out)) {
-        return true;
+    c = Cursor{line};
+    if (c.peek() == '[') {
+        return readLongHeader(c, out);
+    }
+    for (auto read : {readBrief, readThreadOrProcess, readTag}) {
+        c = Cursor{line};
+        out = LogLine{};
+        if (read(c, out)) {
+            return true;
+        }
     }
     c = Cursor{line};
-    return readHost(c, out);
+    out = LogLine{};
+    if (readHost(c, out)) {
+        return true;
+    }
+    out = LogLine{};
+    return readRaw(line, out);
 }
 
 }  // namespace ryxsim

@@ -1,11 +1,19 @@
 #pragma once
-// One line of an Android log capture, in the formats engineers save:
+// One line of an Android log capture, in every format logcat writes:
 //   threadtime  "MM-DD HH:MM:SS.mmm  PID  TID L TAG: message" (logcat's default)
 //   time        "MM-DD HH:MM:SS.mmm L/TAG(  PID): message"
-//   brief       "L/TAG(  PID): message" (no time)
+//   brief       "L/TAG(  PID): message"
+//   process     "L(  PID) message  (TAG)"
+//   tag         "L/TAG: message"
+//   thread      "L(  PID:  TID) message"
+//   raw         "message"
+//   long        "[ MM-DD HH:MM:SS.mmm  PID:  TID L/TAG ]", the message on the next line
 //   host        "TAG L MM-DD HH:MM:SS  PID  TID message" (liblog on a host, 1 s resolution)
-// with the year ("YYYY-MM-DD ..."), epoch ("SSSSSSSSSS.mmm ...") and uid (a UID or user name
-// before the PID) modifiers, fractions of 3, 6 or 9 digits, and an optional zone ("+0000").
+// with the year ("YYYY-MM-DD ..."), epoch and monotonic (seconds, right-aligned:
+// "  1732483200.123 ...") and uid (a UID or user name before the PID) modifiers, fractions of 3,
+// 6 or 9 digits (usec, nsec) and an optional zone ("+0000"). Colour escapes are taken out before
+// (CaptureDecoder). What a format leaves out stays unknown: no time, no PID or TID (-1), no tag
+// (empty), no level ('?').
 
 #include <cstdint>
 #include <optional>
@@ -17,10 +25,11 @@ struct LogLine {
     std::optional<int64_t> timeNs;  // on the capture's clock (nanoseconds since 1970 or so)
     int fractionDigits = 0;         // resolution of the time: 0 (1 s), 3, 6 or 9
     int pid = -1;
-    int tid = -1;      // -1 when the format has none (time, brief)
-    char level = '?';  // V D I W E F
-    std::string_view tag;
+    int tid = -1;          // -1 when the format has none (time, brief)
+    char level = '?';      // V D I W E F
+    std::string_view tag;  // empty when the format has none (thread, raw)
     std::string_view message;
+    bool longHeader = false;  // a 'long' header: the message is on the lines after it
 };
 
 // Parses `line` (without its line end; a trailing CR is ignored). False when it is no log line in

@@ -1,5 +1,7 @@
 #include "sources/logcat/LogcatSource.h"
 
+#include "model/Words.h"
+#include "sources/logcat/CaptureDecoder.h"
 #include "sources/logcat/LogLine.h"
 
 #include <algorithm>
@@ -116,6 +118,8 @@ class SessionBuilder {
     std::vector<int> mSessionCams;  // the cameras the session was created with
     std::vector<int> mLastTargets;
     std::vector<Deferred> mDeferred;
+    bool mNoThreads = false;      // a line without a thread id: calls cannot be told apart
+    std::set<int> mUnattributed;  // frames with a drop line no camera can be given
     std::vector<std::string> mErrors;
     std::string mMissingWithoutFrame;
 };
@@ -220,6 +224,7 @@ void SessionBuilder::onLine(LogLine const& l, std::string_view func, std::string
     if (l.level == 'D' || l.level == 'V' || l.level == 'I') {
         mSawDebug = true;
     }
+    mNoThreads = mNoThreads || l.tid < 0;
     static thread_local std::string s;
     s.assign(rest.data(), rest.size());
     int f = 0, r = 0, c = 0, v = 0, a = 0, b = 0;
@@ -440,6 +445,12 @@ void SessionBuilder::resolve(FrameRecord& f) {
         if (c.cause == DropCause::Refused && f.refusal == Refusal::None) {
             f.refusal = Refusal::Unknown;
         }
+        // Some camera of the frame was dropped, and the lines do not say which: every camera
+        // not known to be dropped is undetermined, never in sync.
+        bool known = c.cause != DropCause::None || c.verdict == Verdict::Blocked;
+        if (mUnattributed.count(f.frame) != 0 && !known) {
+            c.verdict = Verdict::Undetermined;
+        }
     }
     if (waiting) {
         for (int id : mLastTargets.empty() ? mSessionCams : mLastTargets) {
@@ -486,16 +497,19 @@ Timeline SessionBuilder::finish(int lastLine, bool anyTime, int digits) {
             syncOff.insert(f);
         }
     }
-    if (!noRendezvous.empty()) {
-        t.notes.push_back(std::to_string(noRendezvous.size() - syncOff.size()) +
-                          " frame(s) taken as flushed on arrival and " +
-                          std::to_string(syncOff.size()) +
+    if (!noRendezvous.empty() && !mNoThreads) {
+        t.notes.push_back(plural(static_cast<long long>(noRendezvous.size() - syncOff.size()),
+                                 "frame", "frames") +
+                          " taken as flushed on arrival and " + std::to_string(syncOff.size()) +
                           " as sync switched off (RYX_FRAMESYNC_ENABLE): their calls reached no "
                           "rendezvous, which is all the log shows of either");
     }
     std::set<int> flushed;
     for (auto const& d : mDeferred) {
         auto cam = camOf(d.tid);
+        if (!cam && d.kind != Deferred::Crop) {
+            mUnattributed.insert(d.frame);
+        }
         switch (d.kind) {
             case Deferred::Crop:
                 break;  // below, once every call has its cell
@@ -574,12 +588,21 @@ Timeline SessionBuilder::finish(int lastLine, bool anyTime, int digits) {
     t.description = "Android log capture, lines " + std::to_string(mFirstLine) + "-" +
                     std::to_string(lastLine) + ", process " + std::to_string(t.pid) +
                     (mCreated ? "" : " (the session started before the capture)");
-    t.completionKnown = mSawDebug;
+    t.completionKnown = mSawDebug && !mNoThreads;
     if (!mSawDebug) {
         t.notes.push_back(
             "only warnings and errors in this capture (the default log level): out-of-sync "
             "frames, inversions and errors are shown; frames in sync, drops, flushes, sensor "
             "leaves, masters, crop overrides and arrival times are not logged at this level");
+    }
+    if (mNoThreads) {
+        t.notes.push_back(
+            "this capture has no thread ids (logcat's time, brief, process, tag or raw format): "
+            "the lines of one camera's call cannot be told from another's, so a frame whose "
+            "drop the lines do not give a camera is undetermined on its other cameras (" +
+            std::to_string(mUnattributed.size()) +
+            (mUnattributed.size() == 1 ? " frame" : " frames") +
+            "); capture with 'adb logcat -v threadtime' to see every frame");
     }
     bool anyOut = std::any_of(mFrames.begin(), mFrames.end(),
                               [](auto const& e) { return e.second.syncOK == false; });
@@ -621,6 +644,48 @@ bool splitFrame(std::string_view m, std::string_view& func, std::string_view& re
     return true;
 }
 
+// The functions whose lines the library writes, for the formats that drop the tag (thread,
+// raw): a framed line naming one of them is the library's.
+bool isLibraryFunction(std::string_view func) {
+    static constexpr std::string_view kFunctions[] = {"SyncHelper",
+                                                      "~SyncHelper",
+                                                      "syncResultCheck",
+                                                      "notifyDrop",
+                                                      "notifyDropBySensor",
+                                                      "getSensorCropRegion",
+                                                      "setSensorCropRegion",
+                                                      "getSyncSwitchFlag",
+                                                      "onEvent",
+                                                      "updateData",
+                                                      "SyncQueue",
+                                                      "~SyncQueue",
+                                                      "enque",
+                                                      "addDropFrameInfo",
+                                                      "clearDropQueue",
+                                                      "dropItem",
+                                                      "dropItemsBySensor",
+                                                      "dropItemsForFlush",
+                                                      "dropLastItem",
+                                                      "isNeedDropFrame",
+                                                      "sequenceCheck",
+                                                      "updateArrivedSyncMap",
+                                                      "createSyncElement",
+                                                      "updateSyncElement",
+                                                      "removeItem",
+                                                      "operator()",
+                                                      "update",
+                                                      "TimestampSyncDataUpdater",
+                                                      "MasterCamSyncDataUpdater",
+                                                      "ActiveSyncDataUpdater",
+                                                      "PhysicalMetaSyncDataUpdater"};
+    for (auto f : kFunctions) {
+        if (f == func) {
+            return true;
+        }
+    }
+    return false;
+}
+
 // Feeds the capture line by line, so that a long capture is never held whole.
 class CaptureReader {
   public:
@@ -629,6 +694,16 @@ class CaptureReader {
     void line(std::string_view line) {
         ++mLineNo;
         LogLine l;
+        if (!mLongHeader.empty()) {
+            // The message of a 'long' record: its header's fields, this line's text.
+            std::string header = std::move(mLongHeader);
+            mLongHeader.clear();
+            parseLogLine(header, l);
+            l.message = line;
+            l.longHeader = false;
+            ours(l);
+            return;
+        }
         if (!parseLogLine(line, l)) {
             bool blank = line.find_first_not_of(" \t\r") == std::string_view::npos;
             if (!blank && !startsWith(line, "--------- ") && mFirstNoise == 0) {
@@ -641,11 +716,22 @@ class CaptureReader {
             mAnyTime = true;
             mDigits = mDigits < 0 ? l.fractionDigits : std::min(mDigits, l.fractionDigits);
         }
-        if (!startsWith(l.tag, kTagPrefix)) {
+        if (l.longHeader) {
+            mLongHeader.assign(line);
             return;
         }
+        ours(l);
+    }
+
+    // A parsed line: handed to its session when it is one of the library's.
+    void ours(LogLine const& l) {
         std::string_view func, rest;
-        if (!splitFrame(l.message, func, rest)) {
+        bool framed = splitFrame(l.message, func, rest);
+        bool tagless = l.tag.empty();
+        if (!(tagless ? framed && isLibraryFunction(func) : startsWith(l.tag, kTagPrefix))) {
+            return;
+        }
+        if (!framed) {
             if (l.level != 'F') {
                 return;  // a line of our tags with unexpected text
             }
@@ -666,9 +752,9 @@ class CaptureReader {
         if (mParsed == 0) {
             throw ParseError(mFile, mFirstNoise > 0 ? mFirstNoise : 1, "",
                              mLineNo == 0 ? "empty file, not a log capture"
-                                          : "not an Android log line (expected logcat "
-                                            "threadtime, time or brief format, or the host "
-                                            "liblog format)");
+                                          : "not an Android log line (expected a logcat "
+                                            "capture in any of its formats, or the host liblog "
+                                            "format)");
         }
         std::vector<Timeline> out;
         for (size_t i = 0; i < mSessions.size(); ++i) {
@@ -699,19 +785,16 @@ class CaptureReader {
     std::unordered_map<int, size_t> mCurrent;  // pid -> session
     int mLineNo = 0, mParsed = 0, mFirstNoise = 0, mDigits = -1;
     bool mAnyTime = false;
+    std::string mLongHeader;  // a 'long' header whose message line comes next
 };
 
 }  // namespace
 
 std::vector<Timeline> readLogcat(std::string_view text, std::string const& fileName) {
     CaptureReader reader(fileName);
-    size_t pos = 0;
-    while (pos < text.size()) {
-        size_t nl = text.find('\n', pos);
-        size_t end = nl == std::string_view::npos ? text.size() : nl;
-        reader.line(text.substr(pos, end - pos));
-        pos = end + 1;
-    }
+    CaptureDecoder decoder([&](std::string_view line) { reader.line(line); });
+    decoder.feed(text);
+    decoder.finish();
     return reader.finish();
 }
 
@@ -721,10 +804,12 @@ std::vector<Timeline> readLogcatFile(std::string const& path) {
         throw ParseError(path, 0, "", "cannot read the file");
     }
     CaptureReader reader(path);
-    std::string line;
-    while (std::getline(in, line)) {
-        reader.line(line);
+    CaptureDecoder decoder([&](std::string_view line) { reader.line(line); });
+    std::string chunk(1 << 16, '\0');
+    while (in.read(chunk.data(), static_cast<std::streamsize>(chunk.size())) || in.gcount() > 0) {
+        decoder.feed(std::string_view(chunk.data(), static_cast<size_t>(in.gcount())));
     }
+    decoder.finish();
     return reader.finish();
 }
 
