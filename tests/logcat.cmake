@@ -18,3 +18,8 @@ if(RYX_BUILD_TOOLS AND EXISTS ${PROJECT_SOURCE_DIR}/tools/CMakeLists.txt)
   ryx_add_test(logcat_formats_test LABEL e2e SOURCES logcat_formats_test.cpp
     LIBS synchelper_sim_run Android::log)
 endif()
+# Gaps in a capture: chatty lines, cut lines, a mid-session start, time going back.
+if(RYX_BUILD_TOOLS AND EXISTS ${PROJECT_SOURCE_DIR}/tools/CMakeLists.txt)
+  ryx_add_test(logcat_gaps_test LABEL e2e SOURCES logcat_gaps_test.cpp
+    LIBS synchelper_sim_run Android::log)
+endif()

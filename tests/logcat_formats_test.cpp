@@ -2,64 +2,15 @@
 // user saves, read back: every frame right where the format carries thread ids; where it does not,
 // no frame is called in sync that the run did not pass in sync, and the report says why.
 
-#include "LogcatFormats.h"
-#include "Watchdog.h"
-#include "cli/LogSetup.h"
+#include "SimulatedCapture.h"
 #include "sources/logcat/LogcatSource.h"
-#include "sources/run/RunSource.h"
-#include "sources/run/Runner.h"
-#include "sources/scenario/Scenario.h"
 
-#include <NSCam/ULogger.h>
 #include <gtest/gtest.h>
 
-#include <map>
-
 using namespace ryxsim;
-using namespace std::chrono_literals;
+using namespace ryxtest;
 
 namespace {
-
-using Verdicts = std::map<std::pair<int, int>, Verdict>;  // (frame, camera)
-
-Verdict logged(Verdict v) {  // a log does not carry the mode: RESULT 1 and 2 read alike
-    return v == Verdict::OutOfSync1 || v == Verdict::OutOfSync2 ? Verdict::OutOfSync : v;
-}
-
-Verdicts verdictsOf(Timeline const& t) {
-    Verdicts v;
-    for (auto const& f : t.frames) {
-        for (auto const& c : f.cells) {
-            v[{f.frame, c.sensor}] = logged(c.verdict);
-        }
-    }
-    return v;
-}
-
-struct Run {
-    Timeline timeline;
-    std::vector<ryxtest::LogEntry> entries;
-};
-
-// The built-in scenario (drops, a flush, a master drop, out-of-sync frames) with its debug log.
-Run const& debugRun() {
-    static Run const run = [] {
-        configureLogging(LogLevel::Quiet);
-        NSCam::Utils::ULog::ULogger::sDetailsLevel = 5;
-        Scenario s = parseScenario(defaultScenarioText(), "built-in");
-        s.frames = 300;
-        Trace trace = generateTrace(s, s.seed);
-        std::ostringstream log;
-        RunOptions options;
-        options.logcat = &log;
-        ryxtest::Watchdog dog("debug run", 60s);
-        RunResult result = runTrace(trace, options);
-        dog.disarm();
-        configureLogging(LogLevel::Quiet);
-        return Run{timelineFromRun(trace, result), ryxtest::entriesOfThreadtime(log.str())};
-    }();
-    return run;
-}
 
 Timeline readBack(std::vector<std::string> const& formats) {
     auto sessions = readLogcat(ryxtest::formatCapture(debugRun().entries, formats), "capture");

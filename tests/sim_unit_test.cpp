@@ -4,6 +4,7 @@
 #include "cli/ProgressLines.h"
 #include "sinks/JsonSink.h"
 #include "sinks/SvgSink.h"
+#include "sinks/TextSink.h"
 #include "sources/run/FlowCheck.h"
 #include "sources/run/RunSource.h"
 #include "sources/scenario/Scenario.h"
@@ -474,4 +475,47 @@ TEST(CallFlowCheck, BlockingGroupsAreWarningsAndSoundFlowsPass) {
     r = checkCallFlow(generateTrace(s, s.seed));
     EXPECT_TRUE(r.violations.empty()) << r.violations.front();
     EXPECT_TRUE(r.warnings.empty());
+}
+
+// The tolerance a camera pair would need: from every frame that shows both starts of frame,
+// whatever the frame's verdict, and from no frame that shows one of them only.
+TEST(PairSkews, TheToleranceThatPassesEachShareOfFramesComesFromEveryFrameShowingBoth) {
+    Timeline t;
+    for (int i = 1; i <= 1000; ++i) {
+        FrameRecord f;
+        f.frame = i;
+        for (int cam : {2, 0, 1}) {
+            CameraCell c;
+            c.sensor = cam;
+            c.verdict = i % 10 == 0 ? Verdict::OutOfSync2 : Verdict::InSync;
+            // Camera 2 runs i us behind camera 0; camera 1 shows no start on odd frames.
+            if (cam != 1 || i % 2 == 0) {
+                c.sofNs = 1000000LL * i + (cam == 2 ? 1000LL * i : cam == 1 ? -250000 : 0);
+            }
+            f.cells.push_back(c);
+        }
+        t.frames.push_back(f);
+    }
+    finishTimeline(t);
+    ASSERT_EQ(t.skews.size(), 3u);
+    PairSkew const& p02 = t.skews[1];
+    EXPECT_EQ(std::make_pair(p02.a, p02.b), std::make_pair(0, 2));
+    EXPECT_EQ(p02.skew.count, 1000u);
+    EXPECT_DOUBLE_EQ(p02.skew.p50Us, 500);
+    EXPECT_DOUBLE_EQ(p02.tolerance99Us, 990);
+    EXPECT_DOUBLE_EQ(p02.tolerance999Us, 999);
+    EXPECT_DOUBLE_EQ(p02.skew.maxUs, 1000);
+    PairSkew const& p01 = t.skews[0];
+    EXPECT_EQ(p01.skew.count, 500u);
+    EXPECT_DOUBLE_EQ(p01.skew.maxUs, 250);
+    EXPECT_EQ(std::make_pair(t.skews[2].a, t.skews[2].b), std::make_pair(1, 2));
+
+    std::ostringstream text;
+    writeText(text, t);
+    EXPECT_NE(text.str().find("    0 - 2: p50 500 us, p99 990 us, max 1.00 ms over 1000 frames; "
+                              "990 us / 999 us\n"),
+              std::string::npos)
+        << text.str();
+    nlohmann::json j = timelineJson(t);
+    EXPECT_EQ(j["timing"]["sof_skew"][1]["tolerance_99_9_us"], 999.0);
 }

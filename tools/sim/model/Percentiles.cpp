@@ -59,25 +59,29 @@ WaitStats Percentiles::stats() const {
         return w;
     }
     w.maxUs = static_cast<double>(mMax) / 1000.0;
-    auto at = [&](double q) {
-        size_t k = rankOf(q, mCount);
-        if (mBins.empty()) {
-            std::vector<int64_t> v = mSamples;
-            std::nth_element(v.begin(), v.begin() + static_cast<std::ptrdiff_t>(k - 1), v.end());
-            return static_cast<double>(v[k - 1]) / 1000.0;
-        }
-        size_t seen = 0;
-        for (size_t b = 0; b < mBins.size(); ++b) {
-            seen += mBins[b];
-            if (seen >= k) {
-                return std::min(middleOf(b), static_cast<double>(mMax)) / 1000.0;
-            }
-        }
-        return w.maxUs;
-    };
-    w.p50Us = at(0.50);
-    w.p99Us = at(0.99);
+    w.p50Us = percentileUs(0.50);
+    w.p99Us = percentileUs(0.99);
     return w;
+}
+
+double Percentiles::percentileUs(double q) const {
+    if (mCount == 0) {
+        return 0;
+    }
+    size_t k = rankOf(q, mCount);
+    if (mBins.empty()) {
+        std::vector<int64_t> v = mSamples;
+        std::nth_element(v.begin(), v.begin() + static_cast<std::ptrdiff_t>(k - 1), v.end());
+        return static_cast<double>(v[k - 1]) / 1000.0;
+    }
+    size_t seen = 0;
+    for (size_t b = 0; b < mBins.size(); ++b) {
+        seen += mBins[b];
+        if (seen >= k) {
+            return std::min(middleOf(b), static_cast<double>(mMax)) / 1000.0;
+        }
+    }
+    return static_cast<double>(mMax) / 1000.0;
 }
 
 }  // namespace ryxsim

@@ -21,6 +21,7 @@ class Percentiles {
 
     void add(int64_t ns);
     WaitStats stats() const;
+    double percentileUs(double q) const;  // nearest rank; 0 when empty
     bool exact() const { return mBins.empty(); }
 
   private:

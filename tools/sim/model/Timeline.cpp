@@ -339,9 +339,9 @@ std::string explain(Timeline const& t, FrameRecord const& f) {
         parts.push_back("never called on " + names(t, notRun));
     }
     if (!undetermined.empty()) {
-        parts.push_back("undetermined on " + names(t, undetermined) +
-                        ": a camera of this frame was dropped, and the capture (no thread ids) "
-                        "does not show which");
+        parts.push_back("undetermined on " + names(t, undetermined) + ": " +
+                        (f.undeterminedWhy.empty() ? "the capture does not show how it came out"
+                                                   : f.undeterminedWhy));
     }
     std::string s;
     for (auto const& p : parts) {
@@ -372,6 +372,48 @@ void renameCameras(Timeline& t, std::map<int, std::string> const& labels) {
             f.why = explain(t, f);
         }
     }
+}
+
+std::string formatLogTime(LogClock const& clock, int64_t ns) {
+    using Form = LogClock::Form;
+    if (clock.form == Form::None) {
+        return "";
+    }
+    int64_t scale = 1;
+    for (int k = clock.digits; k < 9; ++k) {
+        scale *= 10;
+    }
+    int64_t whole = ns >= 0 ? ns / 1000000000 : (ns - 999999999) / 1000000000;
+    int64_t fraction = (ns - whole * 1000000000) / scale;
+    char text[64];
+    if (clock.form == Form::Seconds) {
+        std::snprintf(text, sizeof text, "%lld.%0*lld", static_cast<long long>(whole), clock.digits,
+                      static_cast<long long>(fraction));
+        return text;
+    }
+    // Days since 1970 back to a civil date.
+    int64_t z = whole / 86400 + 719468, secs = whole % 86400;
+    int64_t era = (z >= 0 ? z : z - 146096) / 146097, doe = z - era * 146097;
+    int64_t yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
+    int64_t doy = doe - (365 * yoe + yoe / 4 - yoe / 100), mp = (5 * doy + 2) / 153;
+    int64_t day = doy - (153 * mp + 2) / 5 + 1, month = mp < 10 ? mp + 3 : mp - 9;
+    int64_t year = yoe + era * 400 + (month <= 2);
+    char date[24];
+    if (clock.form == Form::DateWithYear) {
+        std::snprintf(date, sizeof date, "%04lld-", static_cast<long long>(year));
+    } else {
+        date[0] = '\0';
+    }
+    std::snprintf(text, sizeof text, "%s%02lld-%02lld %02lld:%02lld:%02lld.%0*lld", date,
+                  static_cast<long long>(month), static_cast<long long>(day),
+                  static_cast<long long>(secs / 3600), static_cast<long long>(secs / 60 % 60),
+                  static_cast<long long>(secs % 60), clock.digits,
+                  static_cast<long long>(fraction));
+    return text;
+}
+
+std::string Timeline::logTime(FrameRecord const& f) const {
+    return f.logTimeNs ? formatLogTime(logClock, *f.logTimeNs) : std::string();
 }
 
 std::vector<FrameRecord const*> unpassedFrames(Timeline const& t) {
@@ -485,6 +527,36 @@ void countCell(SensorFigures& s, CameraCell const& c) {
 
 }  // namespace
 
+namespace {
+
+// Every pair of cameras whose starts of frame the frame shows.
+void addSkews(TimelineTally& tally, FrameRecord const& f) {
+    for (size_t i = 0; i < f.cells.size(); ++i) {
+        for (size_t j = i + 1; j < f.cells.size(); ++j) {
+            CameraCell const *a = &f.cells[i], *b = &f.cells[j];
+            if (!a->sofNs || !b->sofNs) {
+                continue;
+            }
+            if (a->sensor > b->sensor) {
+                std::swap(a, b);
+            }
+            int64_t d = *a->sofNs - *b->sofNs;
+            tally.skews[{a->sensor, b->sensor}].add(d < 0 ? -d : d);
+        }
+    }
+}
+
+std::vector<PairSkew> pairSkews(TimelineTally const& tally) {
+    std::vector<PairSkew> v;
+    for (auto const& [pair, p] : tally.skews) {
+        v.push_back(
+            {pair.first, pair.second, p.stats(), p.percentileUs(0.99), p.percentileUs(0.999)});
+    }
+    return v;
+}
+
+}  // namespace
+
 void foldFrame(Timeline& t, FrameRecord f) {
     TimelineTally& tally = t.tally;
     int last = -1;
@@ -506,6 +578,7 @@ void foldFrame(Timeline& t, FrameRecord f) {
             }
         }
     }
+    addSkews(tally, f);
     bool blocked = std::any_of(f.cells.begin(), f.cells.end(),
                                [](CameraCell const& c) { return c.verdict == Verdict::Blocked; });
     if (blocked || !f.neverCame.empty()) {
@@ -573,6 +646,7 @@ void finishTimeline(Timeline& t) {
         t.sensors.push_back(s);
     }
     t.wait = tally.wait.stats();
+    t.skews = pairSkews(tally);
     std::set<int> never(t.neverCompleted.begin(), t.neverCompleted.end());
     never.insert(tally.neverCompleted.begin(), tally.neverCompleted.end());
     t.neverCompleted.assign(never.begin(), never.end());

@@ -69,6 +69,12 @@ struct FrameRecord {
     Refusal refusal = Refusal::None;
     std::vector<int> neverCame;  // cameras still awaited when the run or capture ended
     std::string why;             // one line, set by finishTimeline for frames that did not pass
+    // Imported sessions: where the frame is in the capture (its first and last line) and the
+    // log's own time of its first line (LogClock).
+    std::optional<int> firstLine, lastLine;
+    std::optional<int64_t> logTimeNs;
+    // Why an undetermined camera's verdict cannot be told (the capture's words).
+    std::string undeterminedWhy;
 
     CameraCell* cell(int sensor);
     CameraCell const* cell(int sensor) const;
@@ -114,7 +120,8 @@ struct TimelineTally {
     };
     std::map<int, Sensor> sensors;
     Percentiles wait;
-    std::deque<FrameRecord> recent;  // the latest folded frames, passed or not
+    std::map<std::pair<int, int>, Percentiles> skews;  // camera pair -> |sof difference|
+    std::deque<FrameRecord> recent;                    // the latest folded frames, passed or not
     std::vector<int> neverCompleted;
     bool any = false;
     int frames = 0, firstFrame = 0, lastFrame = 0;
@@ -131,6 +138,29 @@ struct FrameStrip {
     void add(FrameRecord const& f);
 };
 
+// How a capture prints its times, so that a frame's time is given back as the log shows it.
+struct LogClock {
+    enum class Form { None, Date, DateWithYear, Seconds } form = Form::None;
+    int digits = 3;  // of the fraction
+};
+std::string formatLogTime(LogClock const& clock, int64_t ns);
+
+// Where a capture may not show everything: lines logd took out (chatty), a cut line, a capture
+// that starts after its session did, time going back. The frames it touches are marked.
+struct CaptureGap {
+    int line = 0;
+    std::string what;
+    std::vector<int> frames;  // frames marked undetermined where they would have passed
+};
+
+// The start-of-frame differences of one pair of cameras over the frames that show both, and the
+// tolerance that would have passed 99 % and 99.9 % of them.
+struct PairSkew {
+    int a = 0, b = 0;
+    WaitStats skew;  // |sof(a) - sof(b)|
+    double tolerance99Us = 0, tolerance999Us = 0;
+};
+
 // Passed frames kept with their whole record by default: the latest this many.
 constexpr size_t kDefaultDetailFrames = 20000;
 
@@ -143,6 +173,9 @@ struct Timeline {
     bool imported = false;                     // read from a log: no call figures, no CPU
     bool completionKnown = false;         // CameraCell::completed is known (a log with debug lines)
     int pid = -1;                         // process of an imported session
+    std::string section;                  // the bugreport section it was read from, if any
+    LogClock logClock;                    // how the capture prints times
+    std::optional<int64_t> logOriginNs;   // the log time of time 0
     std::map<int, std::string> threadOf;  // sensor -> thread name or id
     std::map<int, std::string> labels;    // sensor -> "0 wide"
     double fps = 30;
@@ -166,6 +199,7 @@ struct Timeline {
     TimelineTally tally;  // running figures while frames are folded in
 
     std::vector<SensorFigures> sensors;  // derived by finishTimeline
+    std::vector<PairSkew> skews;         // derived by finishTimeline
     WaitStats wait;                      // all syncResultCheck calls
 
     // Events.
@@ -192,9 +226,12 @@ struct Timeline {
     std::string fatal;               // the broken rule, in plain words
     std::string fatalText;           // the library's own fatal message
     std::vector<std::string> notes;  // what the source could not see
+    std::vector<CaptureGap> gaps;
     int exitStatus = 0;
 
     std::string label(int sensor) const;
+    // A frame's log time as the capture prints it; empty for runs and captures without times.
+    std::string logTime(FrameRecord const& f) const;
     FrameRecord& frame(int number);  // found or inserted in order
     FrameRecord* findFrame(int number);
     std::vector<SensorCell> cellsOf(int sensor) const;

@@ -43,6 +43,8 @@ nlohmann::json unpassedJson(Timeline const& r) {
                      {"tolerance_us", optionalJson(f->toleranceUs)},
                      {"mode", f->mode ? json(*f->mode) : json(nullptr)},
                      {"never_came", f->neverCame},
+                     {"lines", f->firstLine ? json{*f->firstLine, *f->lastLine} : json(nullptr)},
+                     {"log_time", r.logTime(*f).empty() ? json(nullptr) : json(r.logTime(*f))},
                      {"cameras", cams}});
     }
     return a;
@@ -208,6 +210,28 @@ json eventsJson(Timeline const& r) {
     return events;
 }
 
+nlohmann::json gapsJson(Timeline const& r) {
+    json a = json::array();
+    for (auto const& g : r.gaps) {
+        a.push_back({{"line", g.line}, {"what", g.what}, {"frames", g.frames}});
+    }
+    return a;
+}
+
+nlohmann::json skewsJson(Timeline const& r) {
+    json a = json::array();
+    for (auto const& p : r.skews) {
+        a.push_back({{"cameras", {p.a, p.b}},
+                     {"frames", p.skew.count},
+                     {"p50_us", p.skew.p50Us},
+                     {"p99_us", p.skew.p99Us},
+                     {"max_us", p.skew.maxUs},
+                     {"tolerance_99_us", p.tolerance99Us},
+                     {"tolerance_99_9_us", p.tolerance999Us}});
+    }
+    return a;
+}
+
 }  // namespace
 
 nlohmann::json timelineJson(Timeline const& r, bool frameLists) {
@@ -221,6 +245,8 @@ nlohmann::json timelineJson(Timeline const& r, bool frameLists) {
     j["imported"] = r.imported;
     j["clock"] = r.clock;
     j["notes"] = r.notes;
+    j["section"] = r.section.empty() ? json(nullptr) : json(r.section);
+    j["gaps"] = r.imported ? gapsJson(r) : json(nullptr);
     j["fatal"] = r.fatal.empty() ? json(nullptr) : json{{"rule", r.fatal}, {"log", r.fatalText}};
     j["frames"] = r.frameCount;
     j["first_frame"] = r.firstFrame;
@@ -237,7 +263,8 @@ nlohmann::json timelineJson(Timeline const& r, bool frameLists) {
     }
     j["timing"] = {{"wait", waitJson(r.wait)},
                    {"library_cpu_us_per_frame", r.libCpuUsPerFrame},
-                   {"library_cpu_us_per_call", r.libCpuUsPerCall}};
+                   {"library_cpu_us_per_call", r.libCpuUsPerCall},
+                   {"sof_skew", skewsJson(r)}};
     j["anomalies"] = anomalySectionJson(r);
     j["events"] = eventsJson(r);
     j["unpassed"] = unpassedJson(r);

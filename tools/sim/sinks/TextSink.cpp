@@ -150,13 +150,74 @@ void writeSensorTable(std::ostream& out, Timeline const& r) {
     }
 }
 
+// " [lines 120-134, 01-02 03:04:05.678]" for a frame of a capture.
+std::string whereInCapture(Timeline const& r, FrameRecord const& f) {
+    if (!f.firstLine) {
+        return "";
+    }
+    std::string s = "line" + std::string(*f.lastLine != *f.firstLine ? "s " : " ") +
+                    std::to_string(*f.firstLine);
+    if (*f.lastLine != *f.firstLine) {
+        s += "-" + std::to_string(*f.lastLine);
+    }
+    std::string time = r.logTime(f);
+    return " [" + s + (time.empty() ? "" : ", " + time) + "]";
+}
+
+// "f3, f5-f9" for ascending frame numbers.
+std::string frameRange(std::vector<int> const& frames) {
+    std::string s;
+    for (size_t i = 0; i < frames.size(); ++i) {
+        size_t j = i;
+        while (j + 1 < frames.size() && frames[j + 1] == frames[j] + 1) {
+            ++j;
+        }
+        s += (s.empty() ? "f" : ", f") + std::to_string(frames[i]);
+        if (j > i) {
+            s += "-f" + std::to_string(frames[j]);
+        }
+        i = j;
+    }
+    return s;
+}
+
 void writeUnpassed(std::ostream& out, Timeline const& r) {
     auto frames = unpassedFrames(r);
     out << "\nframes that did not pass or passed flagged: " << frames.size() << "\n";
     for (FrameRecord const* f : frames) {
         char head[32];
         std::snprintf(head, sizeof head, "  f%-5d ", f->frame);
-        out << head << f->why << "\n";
+        out << head << f->why << whereInCapture(r, *f) << "\n";
+    }
+}
+
+void writeGaps(std::ostream& out, Timeline const& r) {
+    if (!r.imported) {
+        return;
+    }
+    out << "\ngaps in the capture: "
+        << (r.gaps.empty() ? "none seen" : std::to_string(r.gaps.size())) << "\n";
+    for (auto const& g : r.gaps) {
+        out << "  line " << g.line << ": " << g.what;
+        if (!g.frames.empty()) {
+            out << "; " << plural(static_cast<long long>(g.frames.size()), "frame", "frames")
+                << " touched: " << frameRange(g.frames);
+        }
+        out << "\n";
+    }
+}
+
+// Per camera pair, how far apart the starts of frame were and what tolerance would have passed.
+void writeSkews(std::ostream& out, Timeline const& r) {
+    if (r.skews.empty()) {
+        return;
+    }
+    out << "  start-of-frame difference per camera pair (tolerance that passes 99 % / 99.9 %):\n";
+    for (auto const& p : r.skews) {
+        out << "    " << r.label(p.a) << " - " << r.label(p.b) << ": p50 " << fmtUs(p.skew.p50Us)
+            << ", p99 " << fmtUs(p.skew.p99Us) << ", max " << fmtUs(p.skew.maxUs) << " over "
+            << plural(static_cast<long long>(p.skew.count), "frame", "frames") << "; "
+            << fmtUs(p.tolerance99Us) << " / " << fmtUs(p.tolerance999Us) << "\n";
     }
 }
 
@@ -194,6 +255,7 @@ void writeTiming(std::ostream& out, Timeline const& r) {
         }
         out << "\n";
     }
+    writeSkews(out, r);
     if (!r.imported) {
         std::snprintf(line, sizeof line,
                       "  library CPU: %.1f us per frame (all sensors), %.1f us per call; process "
@@ -275,6 +337,9 @@ void writeText(std::ostream& out, Timeline const& r) {
     if (!r.source.empty()) {
         out << ", " << r.source;
     }
+    if (!r.section.empty()) {
+        out << ", section " << r.section;
+    }
     out << "\n";
     if (!r.description.empty()) {
         out << r.description << "\n";
@@ -286,6 +351,7 @@ void writeText(std::ostream& out, Timeline const& r) {
     }
     writeSensorTable(out, r);
     writeUnpassed(out, r);
+    writeGaps(out, r);
     writeEvents(out, r);
     writeTiming(out, r);
     writeAnomalies(out, r);

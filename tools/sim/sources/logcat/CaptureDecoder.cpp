@@ -146,6 +146,7 @@ void CaptureDecoder::finish() {
         detect();
     }
     if (!mLine.empty()) {
+        mEndedMidLine = true;
         emit();
     }
 }

@@ -20,6 +20,9 @@ class CaptureDecoder {
     // The last line, when the capture does not end with a line end.
     void finish();
 
+    // After finish: the capture's last line had no line end (the capture was cut in it).
+    bool endedMidLine() const { return mEndedMidLine; }
+
     // "UTF-8", "UTF-8 with a byte-order mark", "UTF-16LE" or "UTF-16BE".
     char const* encoding() const;
 
@@ -36,6 +39,7 @@ class CaptureDecoder {
     std::string mHead;     // the first bytes, until the encoding is known
     std::string mPending;  // a UTF-16 byte or code unit split between chunks
     std::string mLine;
+    bool mEndedMidLine = false;
 };
 
 // `line` without ANSI escape sequences (ESC '[' ... final letter).

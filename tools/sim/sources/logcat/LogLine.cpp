@@ -74,7 +74,7 @@ int64_t daysFromCivil(int64_t y, int64_t m, int64_t d) {
 
 // "[YYYY-]MM-DD HH:MM:SS[.f...][ +zzzz]" or "SSSSSSSSSS[.f...]"; `fraction` false for the host
 // format, whose seconds are whole.
-bool readTime(Cursor& c, bool fraction, int64_t& ns, int& digits) {
+bool readTime(Cursor& c, bool fraction, int64_t& ns, int& digits, LogLine::TimeForm& form) {
     Cursor save = c;
     int64_t a = 0, b = 0, d = 0, hh = 0, mm = 0, ss = 0;
     int n = 0;
@@ -82,8 +82,10 @@ bool readTime(Cursor& c, bool fraction, int64_t& ns, int& digits) {
         return false;
     }
     int64_t year = 2000;
+    form = LogLine::TimeForm::Date;
     if (c.peek() == '.') {  // epoch or monotonic seconds
         ss = a;
+        form = LogLine::TimeForm::Seconds;
     } else if (c.eat('-')) {
         if (!c.digits(b, 2)) {
             c = save;
@@ -91,6 +93,7 @@ bool readTime(Cursor& c, bool fraction, int64_t& ns, int& digits) {
         }
         if (n == 4 && c.eat('-')) {
             year = a;
+            form = LogLine::TimeForm::DateWithYear;
             a = b;
             if (!c.digits(b, 2)) {
                 c = save;
@@ -244,8 +247,8 @@ bool readHost(Cursor& c, LogLine& out) {
     out.level = c.s[c.i++];
     int64_t ns = 0, pid = 0, tid = 0;
     int digits = 0;
-    if (c.spaces() != 1 || !readTime(c, false, ns, digits) || c.spaces() == 0 || !c.digits(pid) ||
-        c.spaces() == 0 || !c.digits(tid)) {
+    if (c.spaces() != 1 || !readTime(c, false, ns, digits, out.timeForm) || c.spaces() == 0 ||
+        !c.digits(pid) || c.spaces() == 0 || !c.digits(tid)) {
         return false;
     }
     c.eat(' ');
@@ -342,7 +345,7 @@ bool readLongHeader(Cursor& c, LogLine& out) {
     }
     int64_t ns = 0;
     int digits = 0;
-    if (!readTime(c, true, ns, digits) || c.spaces() == 0) {
+    if (!readTime(c, true, ns, digits, out.timeForm) || c.spaces() == 0) {
         return false;
     }
     int64_t ids[3];
@@ -406,7 +409,7 @@ bool parseLogLine(std::string_view line, LogLine& out) {
     if (c.isDigit()) {
         int64_t ns = 0;
         int digits = 0;
-        if (!readTime(c, true, ns, digits)) {
+        if (!readTime(c, true, ns, digits, out.timeForm)) {
             return false;
         }
         out.timeNs = ns;

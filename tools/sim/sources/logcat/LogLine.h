@@ -24,6 +24,8 @@ namespace ryxsim {
 struct LogLine {
     std::optional<int64_t> timeNs;  // on the capture's clock (nanoseconds since 1970 or so)
     int fractionDigits = 0;         // resolution of the time: 0 (1 s), 3, 6 or 9
+    // How the time was written: a date, a date with its year, or seconds (epoch, monotonic).
+    enum class TimeForm { None, Date, DateWithYear, Seconds } timeForm = TimeForm::None;
     int pid = -1;
     int tid = -1;          // -1 when the format has none (time, brief)
     char level = '?';      // V D I W E F

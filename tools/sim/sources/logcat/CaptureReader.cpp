@@ -1,0 +1,147 @@
+#include "sources/logcat/CaptureReader.h"
+
+#include "sources/logcat/LibraryLine.h"
+
+#include <algorithm>
+
+namespace ryxsim {
+
+CaptureReader::CaptureReader(std::string fileName, std::string section)
+    : mFile(std::move(fileName)), mSection(std::move(section)) {}
+
+void CaptureReader::line(std::string_view line) {
+    ++mLineNo;
+    mLastHeldOurs = holdsLibraryText(line);
+    LogLine l;
+    if (!mLongHeader.empty()) {
+        // The message of a 'long' record: its header's fields, this line's text.
+        std::string header = std::move(mLongHeader);
+        mLongHeader.clear();
+        parseLogLine(header, l);
+        l.message = line;
+        l.longHeader = false;
+        ours(l);
+        return;
+    }
+    if (!parseLogLine(line, l)) {
+        bool blank = line.find_first_not_of(" \t\r") == std::string_view::npos;
+        if (!blank && !startsWith(line, "--------- ") && mFirstNoise == 0) {
+            mFirstNoise = mLineNo;
+        }
+        if (holdsLibraryText(line)) {
+            cut(-1, "a library line cut short", line);
+        }
+        return;
+    }
+    ++mParsed;
+    if (l.timeNs) {
+        mTimeForm = mTimeForm == LogLine::TimeForm::None ? l.timeForm : mTimeForm;
+        mDigits = mDigits < 0 ? l.fractionDigits : std::min(mDigits, l.fractionDigits);
+    }
+    if (l.longHeader) {
+        mLongHeader.assign(line);
+        return;
+    }
+    ours(l);
+}
+
+void CaptureReader::lastLineCut() {
+    if (mLastHeldOurs) {
+        cut(-1, "the capture's last line is cut short");
+    }
+}
+
+SessionBuilder* CaptureReader::sessionOf(int pid) {
+    if (pid < 0) {
+        return mSessions.empty() ? nullptr : mSessions.back().get();
+    }
+    auto it = mCurrent.find(pid);
+    return it == mCurrent.end() ? nullptr : mSessions[it->second].get();
+}
+
+void CaptureReader::cut(int pid, std::string what, std::string_view text) {
+    if (mCutLine == mLineNo) {
+        return;  // one gap a line
+    }
+    mCutLine = mLineNo;
+    if (SessionBuilder* s = sessionOf(pid)) {
+        s->gap(mLineNo, std::move(what), frameIn(text));
+    }
+}
+
+// logd's own lines where it left lines of a process out: "... expire N lines" (the buffer was
+// full) and "... identical N lines" (repeats folded).
+void CaptureReader::chatty(LogLine const& l) {
+    std::string_view m = l.message;
+    size_t at = m.find(" expire ");
+    if (at == std::string_view::npos) {
+        at = m.find(" identical ");
+    }
+    if (at == std::string_view::npos || m.find(" line", at) == std::string_view::npos) {
+        return;
+    }
+    cut(l.pid, "logd left lines out (\"chatty: " + std::string(m.substr(at + 1)) + "\")");
+}
+
+// A parsed line: handed to its session when it is one of the library's.
+void CaptureReader::ours(LogLine const& l) {
+    if (l.tag == "chatty") {
+        chatty(l);
+        return;
+    }
+    std::string_view func, rest;
+    LineKind kind = classify(l, func, rest);
+    if (kind == LineKind::Cut) {
+        mLastHeldOurs = true;
+        cut(l.pid, "a library line cut short", l.message);
+    }
+    if (kind != LineKind::Ours) {
+        return;
+    }
+    mLastHeldOurs = true;
+    bool create = func == "SyncQueue" && startsWith(rest, "2020/01/14 - create type");
+    auto it = mCurrent.find(l.pid);
+    if (create || it == mCurrent.end()) {
+        mSessions.push_back(std::make_unique<SessionBuilder>(mFile, l.pid, mLineNo, create));
+        mLastLineOf.push_back(mLineNo);
+        it = mCurrent.insert_or_assign(l.pid, mSessions.size() - 1).first;
+    }
+    mLastLineOf[it->second] = mLineNo;
+    mSessions[it->second]->onLine(l, mLineNo, func, rest);
+}
+
+std::vector<Timeline> CaptureReader::finish() {
+    if (mParsed == 0) {
+        throw ParseError(mFile, mFirstNoise > 0 ? mFirstNoise : 1, "",
+                         mLineNo == 0 ? "empty file, not a log capture"
+                                      : "not an Android log line (expected a logcat capture in "
+                                        "any of its formats, or the host liblog format)");
+    }
+    LogClock clock;
+    clock.form = static_cast<LogClock::Form>(mTimeForm);
+    clock.digits = std::max(mDigits, 0);
+    std::vector<Timeline> out;
+    for (size_t i = 0; i < mSessions.size(); ++i) {
+        out.push_back(mSessions[i]->finish(mLastLineOf[i], clock));
+        mSessions[i].reset();
+        out.back().section = mSection;
+        if (mSessions.size() > 1) {
+            out.back().name +=
+                " (" + std::to_string(i + 1) + " of " + std::to_string(mSessions.size()) + ")";
+        }
+    }
+    if (out.empty()) {
+        Timeline t;
+        t.imported = true;
+        t.name = "no session";
+        t.source = "logcat " + mFile;
+        t.section = mSection;
+        t.description = "Android log capture of " + std::to_string(mLineNo) + " lines";
+        t.notes.push_back("no line of the library's tags (RyxCam/...) in this capture");
+        finishTimeline(t);
+        out.push_back(t);
+    }
+    return out;
+}
+
+}  // namespace ryxsim

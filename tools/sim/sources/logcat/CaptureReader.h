@@ -1,0 +1,52 @@
+#pragma once
+// Routes the lines of a capture to its sessions: the library's lines (LibraryLine.h) of each
+// process go to that process's current session, a queue's creation line starts a new one; the
+// gaps the capture shows (logd's chatty lines, cut lines) go to the session they fall in. The
+// capture is fed line by line, so that it is never held whole.
+
+#include "model/ParseError.h"
+#include "model/Timeline.h"
+#include "sources/logcat/LogLine.h"
+#include "sources/logcat/SessionBuilder.h"
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+namespace ryxsim {
+
+class CaptureReader {
+  public:
+    // `fileName` names the capture in the report and in errors; `section` labels its sessions
+    // (a bugreport's "SYSTEM LOG"), empty for a plain capture.
+    explicit CaptureReader(std::string fileName, std::string section = "");
+
+    void line(std::string_view line);
+    // The last line fed had no line end: the capture was cut in it.
+    void lastLineCut();
+    // Throws ParseError when nothing in the capture was a log line.
+    std::vector<Timeline> finish();
+
+    int lines() const { return mLineNo; }
+    int logLines() const { return mParsed; }
+
+  private:
+    void ours(LogLine const& l);
+    void chatty(LogLine const& l);
+    void cut(int pid, std::string what, std::string_view text = {});
+    SessionBuilder* sessionOf(int pid);
+
+    std::string mFile, mSection;
+    std::vector<std::unique_ptr<SessionBuilder>> mSessions;
+    std::vector<int> mLastLineOf;
+    std::unordered_map<int, size_t> mCurrent;  // pid -> session
+    int mLineNo = 0, mParsed = 0, mFirstNoise = 0, mDigits = -1;
+    LogLine::TimeForm mTimeForm = LogLine::TimeForm::None;
+    int mCutLine = 0;            // the latest line named as a gap
+    bool mLastHeldOurs = false;  // the latest line was, or held a piece of, one of ours
+    std::string mLongHeader;     // a 'long' header whose message line comes next
+};
+
+}  // namespace ryxsim

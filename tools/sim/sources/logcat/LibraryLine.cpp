@@ -1,0 +1,106 @@
+#include "sources/logcat/LibraryLine.h"
+
+namespace ryxsim {
+
+bool splitFrame(std::string_view m, std::string_view& func, std::string_view& rest) {
+    if (m.empty() || m[0] != '(') {
+        return false;
+    }
+    size_t close = m.find(") [");
+    if (close == std::string_view::npos || close > 8) {
+        return false;
+    }
+    size_t end = m.find("] ", close + 3);
+    if (end == std::string_view::npos) {
+        if (m.back() != ']') {
+            return false;
+        }
+        end = m.size() - 1;
+    }
+    func = m.substr(close + 3, end - close - 3);
+    rest = end + 2 <= m.size() ? m.substr(end + 2) : std::string_view();
+    return true;
+}
+
+bool isLibraryFunction(std::string_view func) {
+    static constexpr std::string_view kFunctions[] = {"SyncHelper",
+                                                      "~SyncHelper",
+                                                      "syncResultCheck",
+                                                      "notifyDrop",
+                                                      "notifyDropBySensor",
+                                                      "getSensorCropRegion",
+                                                      "setSensorCropRegion",
+                                                      "getSyncSwitchFlag",
+                                                      "onEvent",
+                                                      "updateData",
+                                                      "SyncQueue",
+                                                      "~SyncQueue",
+                                                      "enque",
+                                                      "addDropFrameInfo",
+                                                      "clearDropQueue",
+                                                      "dropItem",
+                                                      "dropItemsBySensor",
+                                                      "dropItemsForFlush",
+                                                      "dropLastItem",
+                                                      "isNeedDropFrame",
+                                                      "sequenceCheck",
+                                                      "updateArrivedSyncMap",
+                                                      "createSyncElement",
+                                                      "updateSyncElement",
+                                                      "removeItem",
+                                                      "operator()",
+                                                      "update",
+                                                      "TimestampSyncDataUpdater",
+                                                      "MasterCamSyncDataUpdater",
+                                                      "ActiveSyncDataUpdater",
+                                                      "PhysicalMetaSyncDataUpdater"};
+    for (auto f : kFunctions) {
+        if (f == func) {
+            return true;
+        }
+    }
+    return false;
+}
+
+LineKind classify(LogLine const& l, std::string_view& func, std::string_view& rest) {
+    bool framed = splitFrame(l.message, func, rest);
+    bool tagged = startsWith(l.tag, kLibraryTagPrefix);
+    if (!tagged && !(l.tag.empty() && framed && isLibraryFunction(func))) {
+        return LineKind::Other;
+    }
+    if (l.message.find(kLibraryTagPrefix) != std::string_view::npos) {
+        return LineKind::Cut;  // the next line's header inside this one's text
+    }
+    if (!framed) {
+        if (l.level != 'F') {
+            // "(1234) [enq": a frame that never closes was cut; other text is a shape we skip.
+            return startsWith(l.message, "(") ? LineKind::Cut : LineKind::Other;
+        }
+        rest = l.message;  // a fatal line is the message as given
+    }
+    return LineKind::Ours;
+}
+
+bool holdsLibraryText(std::string_view line) {
+    return line.find(kLibraryTagPrefix) != std::string_view::npos;
+}
+
+std::optional<int> frameIn(std::string_view text) {
+    for (std::string_view key : {"[f", "f(", "Frame:", "frameno("}) {
+        for (size_t at = text.find(key); at != std::string_view::npos;
+             at = text.find(key, at + 1)) {
+            size_t i = at + key.size();
+            int n = 0, digits = 0;
+            while (i < text.size() && text[i] >= '0' && text[i] <= '9' && digits < 9) {
+                n = n * 10 + (text[i++] - '0');
+                ++digits;
+            }
+            if (digits > 0) {
+                return n;
+            }
+        }
+    }
+    return std::nullopt;
+}
+
+}  // namespace ryxsim

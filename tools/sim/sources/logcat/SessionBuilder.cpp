@@ -1,0 +1,203 @@
+#include "sources/logcat/SessionBuilder.h"
+
+#include "sources/logcat/LibraryLine.h"
+
+#include <sstream>
+
+namespace ryxsim {
+
+namespace {
+constexpr int64_t kTimeBackGap = 1000000000;
+}  // namespace
+
+SessionBuilder::SessionBuilder(std::string const& file, int pid, int line, bool created) {
+    t.imported = true;
+    t.pid = pid;
+    t.name = "session of process " + std::to_string(pid);
+    t.source = "logcat " + file;
+    mFirstLine = line;
+    mCreated = created;
+    if (!created) {
+        gap(line, "the capture starts after the session did");
+    }
+}
+
+void SessionBuilder::gap(int line, std::string what, std::optional<int> frame) {
+    std::set<int> inFlight(mLive.begin(), mLive.end());
+    // A call is under way until its thread's next one starts: the drop checks on its way out
+    // come after its release line.
+    for (auto const& [tid, call] : mCalls) {
+        inFlight.insert(call.frame);
+    }
+    mGaps.push_back({line, std::move(what), mHighestFrame, std::move(inFlight)});
+    if (frame) {
+        mLine = line;  // the cut line is the frame's too
+        seen(*frame);
+    }
+}
+
+void SessionBuilder::seen(int frame) {
+    mHighestFrame = std::max(mHighestFrame, frame);
+    auto [it, added] = mSpans.try_emplace(frame, Span{mLine, mLine, mLineTimeNs});
+    if (!added) {
+        it->second.last = std::max(it->second.last, mLine);
+    }
+}
+
+FrameRecord& SessionBuilder::frameAt(int frame) {
+    if (!mFinishing) {
+        seen(frame);
+    }
+    return t.frame(frame);
+}
+
+CameraCell& SessionBuilder::cell(int frame, int cam) {
+    mCams.insert(cam);
+    FrameRecord& f = frameAt(frame);
+    if (CameraCell* c = f.cell(cam)) {
+        return *c;
+    }
+    f.cells.push_back({});
+    f.cells.back().sensor = cam;
+    return f.cells.back();
+}
+
+std::optional<int> SessionBuilder::camOf(int tid) const {
+    auto it = mCamOfTid.find(tid);
+    return it == mCamOfTid.end() ? std::nullopt : std::optional<int>(it->second);
+}
+
+void SessionBuilder::learn(int tid, int cam) {
+    if (tid >= 0) {
+        mCamOfTid[tid] = cam;
+    }
+}
+
+void SessionBuilder::arrive(LogLine const& l, int frame, int cam) {
+    learn(l.tid, cam);
+    CameraCell& c = cell(frame, cam);
+    auto it = mCalls.find(l.tid);
+    if (it != mCalls.end() && it->second.frame == frame) {
+        it->second.enqueued = true;
+        c.arriveNs = it->second.at;
+        mCells[{frame, cam}].entered = true;
+    } else if (!c.arriveNs) {
+        c.arriveNs = at(l);
+    }
+    mCells[{frame, cam}].enqueued = true;
+    mLive.insert(frame);
+}
+
+// The thread's previous syncResultCheck ended; without a rendezvous line it was dropped on
+// arrival (a flushed frame; a frame with RYX_FRAMESYNC_ENABLE off looks the same).
+void SessionBuilder::closeCall(int tid) {
+    auto it = mCalls.find(tid);
+    if (it == mCalls.end()) {
+        return;
+    }
+    Call call = it->second;
+    mCalls.erase(it);
+    if (!call.enqueued) {
+        mDeferred.push_back({Deferred::FlushedArrival, tid, call.frame, call.at, {}});
+    }
+}
+
+void SessionBuilder::onLine(LogLine const& l, int line, std::string_view func,
+                            std::string_view rest) {
+    mLine = line;
+    mLineTimeNs = l.timeNs;
+    if (l.timeNs) {
+        if (!mOriginSet) {
+            mOrigin = *l.timeNs;
+            mOriginSet = true;
+            t.logOriginNs = mOrigin;
+        }
+        // Threads stamp their lines before logd orders them, so lines a few milliseconds out of
+        // order are normal; a step back of a second or more is another capture or a clock set.
+        if (mLastTimeNs && *l.timeNs <= *mLastTimeNs - kTimeBackGap) {
+            char back[96];
+            std::snprintf(back, sizeof back, "the log's time goes back by %.3f s",
+                          static_cast<double>(*mLastTimeNs - *l.timeNs) / 1e9);
+            gap(line, back);
+        }
+        mLastTimeNs = std::max(mLastTimeNs.value_or(*l.timeNs), *l.timeNs);
+    }
+    if (l.level == 'D' || l.level == 'V' || l.level == 'I') {
+        mSawDebug = true;
+    }
+    mNoThreads = mNoThreads || l.tid < 0;
+    static thread_local std::string s;
+    s.assign(rest.data(), rest.size());
+    if (l.level == 'F') {
+        fatal(l, rest);
+        return;
+    }
+    int c = 0;
+    if (func == "PhysicalMetaSyncDataUpdater" && scan(s, "Sensor %d LENS_INFO", &c)) {
+        mSessionCams.push_back(c);
+        mCams.insert(c);
+        return;
+    }
+    if (onCheckLine(l, func, s) || onEnqueLine(l, func, s, rest) || onUpdaterLine(l, func, s) ||
+        onRefusalLine(l, s, rest) || onDropLine(l, func, s)) {
+        return;
+    }
+    if (startsWith(s, "please check flow") || startsWith(s, "SyncElement should be NULL") ||
+        startsWith(s, "Invalid operation.") || startsWith(s, "(input) Duplicate") ||
+        startsWith(s, "(output) Duplicate") || startsWith(s, "camid is NOT")) {
+        fatal(l, rest);
+        return;
+    }
+    if (l.level == 'E') {
+        mErrors.push_back(std::string(l.tag) + ": " + s);
+    }
+}
+
+bool SessionBuilder::onCheckLine(LogLine const& l, std::string_view func, std::string const& s) {
+    if (func != "syncResultCheck") {
+        return false;
+    }
+    int f = 0, c = 0;
+    if (scan(s, "[f%d] +", &f)) {
+        closeCall(l.tid);
+        mCalls[l.tid] = {f, at(l), false};
+        seen(f);
+    } else if (scan(s, "m_id(%d) [f%d] sync check diff", &c, &f)) {
+        learn(l.tid, c);
+        cell(f, c).master = true;
+    } else if (startsWith(s, "output->HalDynamic")) {
+        mErrors.push_back(s);
+    }
+    return true;
+}
+
+bool SessionBuilder::onEnqueLine(LogLine const& l, std::string_view func, std::string const& s,
+                                 std::string_view rest) {
+    if (func != "enque") {
+        return false;
+    }
+    int f = 0, c = 0;
+    char what[16] = {};
+    if (scan(s, "[syncResultCheck][f%d] CamId = %d %15s", &f, &c, what)) {
+        if (startsWith(what, "wait(")) {
+            arrive(l, f, c);
+        } else if (std::strcmp(what, "notify") == 0) {
+            arrive(l, f, c);
+            cell(f, c).completed = true;
+        } else if (std::strcmp(what, "unlock") == 0 || std::strcmp(what, "wait-") == 0) {
+            cell(f, c).releaseNs = at(l);
+            mCells[{f, c}].released = true;
+            mLive.erase(f);
+        }
+    } else if (scan(s, "[syncResultCheck][f%d] no need wait CamId = %d", &f, &c)) {
+        arrive(l, f, c);
+        cell(f, c).releaseNs = at(l);
+        mCells[{f, c}].released = true;
+    } else if (startsWith(s, "(input) Duplicate") || startsWith(s, "camid is NOT") ||
+               startsWith(s, "please check flow")) {
+        fatal(l, rest);
+    }
+    return true;
+}
+
+}  // namespace ryxsim

@@ -1,0 +1,136 @@
+#pragma once
+// One session (one queue of one process) rebuilt from its lines of a capture. The reader hands
+// it the library's lines of its process in capture order, and the gaps it finds between them;
+// finish() resolves every frame and returns the timeline. Calls are told apart by thread id; a
+// line whose camera is known only by its thread waits until the thread's camera is known.
+
+#include "model/Timeline.h"
+#include "sources/logcat/LogLine.h"
+
+#include <map>
+#include <set>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+namespace ryxsim {
+
+class SessionBuilder {
+  public:
+    // `line`: the capture line of the session's first line; `created`: that line created it.
+    SessionBuilder(std::string const& file, int pid, int line, bool created);
+
+    void onLine(LogLine const& l, int line, std::string_view func, std::string_view rest);
+    // Something the capture lost at `line` (logd's chatty lines, a cut line naming `frame`).
+    void gap(int line, std::string what, std::optional<int> frame = std::nullopt);
+    // `clock`: how the capture prints times (Form::None when it has none).
+    Timeline finish(int lastLine, LogClock clock);
+
+  private:
+    // What the lines said about one camera's part in a frame, beyond its cell.
+    struct CellFlags {
+        bool entered = false;   // its syncResultCheck entry line is in the capture
+        bool enqueued = false;  // reached the rendezvous
+        bool released = false;  // and came out of it
+        bool needDrop = false;  // found its frame in the drop queue or flush list on the way out
+        bool dropOnArrival = false;
+        bool flushedOnArrival = false;  // entered syncResultCheck and never reached the rendezvous
+        bool ownDrop = false;
+        bool left = false;
+        bool syncOff = false;  // no rendezvous in a run of such frames: RYX_FRAMESYNC_ENABLE off
+    };
+    struct FrameFlags {
+        bool ready = false;       // the updaters ran (onEvent type 0)
+        bool dropEvent = false;   // dropped while live (onEvent type 1)
+        bool masterDrop = false;  // the master's notifyDrop put it into the drop queue
+        bool refused = false;     // the updaters said no
+        std::optional<bool> syncOK;
+    };
+    struct Call {
+        int frame;
+        std::optional<int64_t> at;
+        bool enqueued;
+    };
+    // A line whose camera is known only by its thread, kept until the thread's camera is known.
+    struct Deferred {
+        enum { Crop, FlushedArrival, NeedDrop, MasterDrop } kind;
+        int tid, frame;
+        std::optional<int64_t> at;
+        NSCam::MRect rect;
+    };
+    struct Span {
+        int first = 0, last = 0;
+        std::optional<int64_t> firstTimeNs;
+    };
+    struct PendingGap {
+        int line;
+        std::string what;
+        int highestBefore;       // the highest frame number seen before it
+        std::set<int> inFlight;  // frames with a call or an update under way at it
+    };
+
+    // Line handlers, by the function that wrote the line; true when the line was theirs.
+    bool onCheckLine(LogLine const& l, std::string_view func, std::string const& s);
+    bool onEnqueLine(LogLine const& l, std::string_view func, std::string const& s,
+                     std::string_view rest);
+    bool onUpdaterLine(LogLine const& l, std::string_view func, std::string const& s);
+    bool onRefusalLine(LogLine const& l, std::string const& s, std::string_view rest);
+    bool onDropLine(LogLine const& l, std::string_view func, std::string const& s);
+    void fatal(LogLine const& l, std::string_view text);
+    std::string fatalInFlight(int frame);
+
+    // Finishing steps.
+    void closeOpenCalls();
+    std::set<int> takeSyncOff();
+    void attributeDeferred(std::set<int> const& syncOff);
+    void resolveFrames();
+    void resolve(FrameRecord& f);
+    void placeFrames();
+    void markGaps();
+    void markEnd(int lastLine);
+    void addNotes(LogClock clock);
+    bool shownWhole(int frame, CameraCell const& c);
+
+    std::optional<int64_t> at(LogLine const& l) const {
+        return l.timeNs ? std::optional<int64_t>(*l.timeNs - mOrigin) : std::nullopt;
+    }
+    void seen(int frame);
+    FrameRecord& frameAt(int frame);
+    CameraCell& cell(int frame, int cam);
+    std::optional<int> camOf(int tid) const;
+    void learn(int tid, int cam);
+    void arrive(LogLine const& l, int frame, int cam);
+    void closeCall(int tid);
+
+    Timeline t;
+    int64_t mOrigin = 0;
+    bool mOriginSet = false;
+    std::optional<int64_t> mLastTimeNs;
+    std::optional<int64_t> mLineTimeNs;  // of the line being read, on the log's clock
+    int mLine = 0;
+    int mFirstLine = 0;
+    int mHighestFrame = -1;
+    bool mCreated = false;
+    bool mSawDebug = false;
+    bool mFinishing = false;  // cells made while resolving are not lines of the capture
+    std::unordered_map<int, int> mCamOfTid;
+    std::unordered_map<int, Call> mCalls;    // tid -> syncResultCheck in progress
+    std::unordered_map<int, int> mUpdating;  // tid -> frame whose updaters run on it
+    std::unordered_map<int, int> mPruned;    // tid -> frame last pushed out of the record
+    std::map<int, FrameFlags> mFrames;
+    std::map<std::pair<int, int>, CellFlags> mCells;  // (frame, camera)
+    std::map<int, Span> mSpans;                       // frame -> its lines in the capture
+    std::set<int> mLive;                              // frames in the queue, by what the lines say
+    std::set<int> mCams;
+    std::vector<int> mSessionCams;  // the cameras the session was created with
+    std::vector<int> mLastTargets;
+    std::vector<Deferred> mDeferred;
+    std::vector<PendingGap> mGaps;
+    bool mNoThreads = false;      // a line without a thread id: calls cannot be told apart
+    std::set<int> mUnattributed;  // frames with a drop line no camera can be given
+    std::vector<std::string> mErrors;
+    std::string mMissingWithoutFrame;
+};
+
+}  // namespace ryxsim

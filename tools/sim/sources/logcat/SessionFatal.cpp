@@ -1,0 +1,63 @@
+// A fatal line: the rule the call flow broke, in plain words.
+#include "sources/logcat/LibraryLine.h"
+#include "sources/logcat/SessionBuilder.h"
+
+#include <algorithm>
+
+namespace ryxsim {
+
+// "please check flow": an 11th frame entered while ten waited; which camera held them up.
+std::string SessionBuilder::fatalInFlight(int frame) {
+    std::vector<int> waiting(mLive.begin(), mLive.end());
+    waiting.erase(std::remove(waiting.begin(), waiting.end(), frame), waiting.end());
+    std::string held;
+    if (!waiting.empty()) {
+        FrameRecord const& oldest = t.frame(waiting.front());
+        std::vector<int> missing;
+        for (int id :
+             mLastTargets.empty() ? std::vector<int>(mCams.begin(), mCams.end()) : mLastTargets) {
+            if (oldest.cell(id) == nullptr) {
+                missing.push_back(id);
+            }
+        }
+        held = " while frames " + std::to_string(waiting.front()) + "-" +
+               std::to_string(waiting.back()) + " waited";
+        for (size_t i = 0; i < missing.size(); ++i) {
+            held += (i ? ", " : " for camera ") + std::to_string(missing[i]);
+        }
+    }
+    return "an 11th frame" + (frame >= 0 ? " (f" + std::to_string(frame) + ")" : "") +
+           " was put in flight" + held;
+}
+
+void SessionBuilder::fatal(LogLine const& l, std::string_view text) {
+    if (!t.fatal.empty()) {
+        return;
+    }
+    std::string msg(text);
+    size_t suffix = msg.find(" (");
+    t.fatalText = msg;
+    std::string cam = camOf(l.tid) ? "camera " + std::to_string(*camOf(l.tid)) : "a camera";
+    int frame = mCalls.count(l.tid) ? mCalls[l.tid].frame : -1;
+    int f = 0, c = 0;
+    if (scan(msg, "(input) Duplicate insert! frameno(%d) input cam(%d)", &f, &c) ||
+        scan(msg, "(output) Duplicate insert! frameno(%d) input cam(%d)", &f, &c)) {
+        t.fatal = "camera " + std::to_string(c) + " entered frame " + std::to_string(f) + " twice";
+    } else if (startsWith(msg, "please check flow")) {
+        t.fatal = fatalInFlight(frame);
+    } else if (startsWith(msg, "camid is NOT exist in sync target")) {
+        t.fatal = cam + " called for frame " + std::to_string(frame) +
+                  ", whose sync targets do not include it";
+    } else if (startsWith(msg, "SyncElement should be NULL")) {
+        int pruned = mPruned.count(l.tid) ? mPruned[l.tid] : -1;
+        t.fatal = "frame " + std::to_string(pruned) +
+                  " fell out of the 20-frame arrival record while it still waited";
+    } else if (startsWith(msg, "Invalid operation.")) {
+        t.fatal = "an updater was given a frame with no sync targets";
+    } else {
+        t.fatal = "the library stopped the process: " +
+                  (suffix == std::string::npos ? msg : msg.substr(0, suffix));
+    }
+}
+
+}  // namespace ryxsim

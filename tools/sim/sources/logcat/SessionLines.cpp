@@ -1,0 +1,135 @@
+// The session's lines after the rendezvous: the updaters' verdicts and refusals, and drops.
+#include "sources/logcat/LibraryLine.h"
+#include "sources/logcat/SessionBuilder.h"
+
+#include <sstream>
+
+namespace ryxsim {
+
+bool SessionBuilder::onUpdaterLine(LogLine const& l, std::string_view func, std::string const& s) {
+    int f = 0, r = 0, v = 0, a = 0;
+    if (func == "onEvent" && scan(s, "[r%d:f%d] type(%d) process type(%d)", &r, &f, &v, &a)) {
+        frameAt(f).request = r;
+        mUpdating[l.tid] = f;
+        mLive.erase(f);
+        (v == 0 ? mFrames[f].ready : mFrames[f].dropEvent) = true;
+        return true;
+    }
+    if (func == "update" && s.empty() && l.tag == "RyxCam/TimestampSyncDataUpdater") {
+        // In sync with nobody else to compare: the frame's other cameras dropped it.
+        auto it = mUpdating.find(l.tid);
+        if (it != mUpdating.end()) {
+            mFrames[it->second].syncOK = true;
+        }
+        return true;
+    }
+    if (func != "update" || !startsWith(s, "[r")) {
+        return false;
+    }
+    // "[rR:fF], CamId=F, time1=Tns, SyncId=S, time2=Tns, tolerance=Tus, syncOK=K" repeated.
+    char const* p = s.c_str();
+    long long t1 = 0, t2 = 0, tol = 0;
+    int first = 0, id = 0, ok = 1, n = 0;
+    while (std::sscanf(p,
+                       "[r%d:f%d], CamId=%d, time1=%lldns, SyncId=%d, time2=%lldns, "
+                       "tolerance=%lldus, syncOK=%d%n",
+                       &r, &f, &first, &t1, &id, &t2, &tol, &ok, &n) == 8) {
+        FrameRecord& fr = frameAt(f);
+        fr.request = r;
+        fr.firstTarget = first;
+        fr.toleranceUs = tol;
+        cell(f, first).sofNs = t1;
+        cell(f, id).sofNs = t2;
+        mFrames[f].syncOK = ok != 0;
+        p += n;
+    }
+    return true;
+}
+
+bool SessionBuilder::onRefusalLine(LogLine const& l, std::string const& s, std::string_view rest) {
+    int f = 0, c = 0, a = 0, b = 0;
+    auto refuse = [&](Refusal why) {
+        frameAt(f).refusal = why;
+        mFrames[f].refused = true;
+    };
+    if (startsWith(s, "Timestamp not exist")) {
+        // No frame number in it: the frame whose updaters run on this thread.
+        auto it = mUpdating.find(l.tid);
+        if (it != mUpdating.end() && mFrames[it->second].ready) {
+            f = it->second;
+            refuse(Refusal::MissingTimestamp);
+            t.missingTimestamps.push_back(
+                {LoggedAnomaly::Kind::MissingTimestamp, f, -1, std::string(l.message)});
+        } else {
+            mMissingWithoutFrame = "a start-of-frame timestamp was missing (\"" +
+                                   std::string(rest) + "\"), the frame is not in the log";
+        }
+    } else if (scan(s, "masterId(%d), f(%d) frame inversion:previous master(%d), f(%d)", &c, &f, &a,
+                    &b)) {
+        t.frameInversions.push_back({LoggedAnomaly::Kind::FrameInversion, f, c, s});
+        refuse(Refusal::FrameInversion);
+        cell(f, c);
+    } else if (scan(s, "time inversion, drop directly, change masterId(%d), f(%d)", &c, &f)) {
+        t.timeInversions.push_back({LoggedAnomaly::Kind::TimeInversion, f, c, s});
+        refuse(Refusal::TimeInversion);
+        cell(f, c);
+    } else if (scan(s, "[cam%d::f%d] Fail to get", &c, &f)) {
+        t.missingTimestamps.push_back({LoggedAnomaly::Kind::MissingTimestamp, f, c, s});
+        refuse(Refusal::MissingTimestamp);
+    } else if (scan(s, "master id(%d) f(%d)", &c, &f)) {
+        cell(f, c).master = true;
+    } else {
+        return false;
+    }
+    return true;
+}
+
+bool SessionBuilder::onDropLine(LogLine const& l, std::string_view func, std::string const& s) {
+    int f = 0, c = 0, v = 0, r = 0;
+    if (scan(s, "Frame:%d Drop slave cam(%d), isLastItem(%d)", &f, &c, &v)) {
+        learn(l.tid, c);
+        CameraCell& x = cell(f, c);
+        x.arriveNs = x.releaseNs = at(l);
+        x.completed = v != 0;
+        mCells[{f, c}].ownDrop = true;
+    } else if (scan(s, "Frame:%d Update cameraDropList[", &f)) {
+        seen(f);
+        if (func == "notifyDrop") {  // the master's own drop
+            mFrames[f].masterDrop = true;
+            mDeferred.push_back({Deferred::MasterDrop, l.tid, f, at(l), {}});
+        } else {  // the updaters refused the frame: its other cameras give up theirs too
+            mFrames[f].refused = true;
+        }
+    } else if (scan(s, "need drop frame(%d)", &f)) {
+        seen(f);
+        mDeferred.push_back({Deferred::NeedDrop, l.tid, f, at(l), {}});
+    } else if (scan(s, "cam[%d] frame(%d) is equal to DROP", &c, &f)) {
+        arrive(l, f, c);
+        cell(f, c).releaseNs = at(l);
+        mCells[{f, c}].dropOnArrival = true;
+    } else if (scan(s, "Remove frame: %d in mArrivedSyncMap", &f)) {
+        mPruned[l.tid] = f;
+    } else if (func == "dropItemsBySensor" || startsWith(s, "[S:")) {
+        if (scan(s, "[S:%d] list :", &c)) {
+            std::istringstream frames(s.substr(s.find(':', 3) + 1));
+            int first = -1;
+            while (frames >> f) {
+                first = first < 0 ? f : first;
+                cell(f, c);
+                mCells[{f, c}].left = true;
+            }
+            t.leaves.push_back({first, c, at(l)});
+        }
+    } else if (func == "getSensorCropRegion") {
+        int left = 0, top = 0, w = 0, h = 0;
+        if (scan(s, "[%d] souReq: %d, crop override: (%d, %d, %dx%d)", &f, &r, &left, &top, &w,
+                 &h)) {
+            mDeferred.push_back({Deferred::Crop, l.tid, f, at(l), NSCam::MRect{left, top, w, h}});
+        }
+    } else {
+        return false;
+    }
+    return true;
+}
+
+}  // namespace ryxsim
