@@ -23,3 +23,11 @@ if(RYX_BUILD_TOOLS AND EXISTS ${PROJECT_SOURCE_DIR}/tools/CMakeLists.txt)
   ryx_add_test(logcat_gaps_test LABEL e2e SOURCES logcat_gaps_test.cpp
     LIBS synchelper_sim_run Android::log)
 endif()
+# The tool stays in small functions: none over 80 lines (the script names any that is).
+if(RYX_BUILD_TOOLS AND EXISTS ${PROJECT_SOURCE_DIR}/tools/CMakeLists.txt)
+  find_package(Python3 COMPONENTS Interpreter REQUIRED)
+  add_test(NAME tool_functions_stay_short
+    COMMAND ${Python3_EXECUTABLE} ${PROJECT_SOURCE_DIR}/scripts/function-lengths.py
+      ${PROJECT_SOURCE_DIR}/tools/sim)
+  set_tests_properties(tool_functions_stay_short PROPERTIES LABELS unit)
+endif()
