@@ -385,7 +385,7 @@ std::string formatLogTime(LogClock const& clock, int64_t ns) {
     }
     int64_t whole = ns >= 0 ? ns / 1000000000 : (ns - 999999999) / 1000000000;
     int64_t fraction = (ns - whole * 1000000000) / scale;
-    char text[64];
+    char text[160];  // room for any value of every field, as the compiler counts them
     if (clock.form == Form::Seconds) {
         std::snprintf(text, sizeof text, "%lld.%0*lld", static_cast<long long>(whole), clock.digits,
                       static_cast<long long>(fraction));
