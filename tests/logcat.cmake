@@ -10,7 +10,7 @@ if(RYX_BUILD_TOOLS AND EXISTS ${PROJECT_SOURCE_DIR}/tools/CMakeLists.txt)
   target_compile_definitions(logcat_roundtrip_test PRIVATE
     RYX_SIM_SCENARIOS="${PROJECT_SOURCE_DIR}/tools/scenarios")
   ryx_add_test(sim_formats_test LABEL e2e
-    SOURCES report_schema_test.cpp perfetto_format_test.cpp LIBS synchelper_sim_run)
+    SOURCES report_schema_test.cpp perfetto_format_test.cpp LIBS synchelper_sim_run Android::log)
   target_compile_definitions(sim_formats_test PRIVATE ${RYX_LOGCAT_DATA} ${RYX_SCHEMA_CHECKS})
 endif()
 # Captures printed by Android's own logcat formatter in every format and modifier, read back.

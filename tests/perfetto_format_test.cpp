@@ -2,6 +2,7 @@
 // captures keeps the format's rules: required fields per phase (tools/trace-event.schema.json),
 // slices on one thread properly nested, names for every process and thread used.
 
+#include "LogcatFormats.h"
 #include "SchemaValidation.h"
 #include "sim_run_support.h"
 #include "sinks/PerfettoSink.h"
@@ -11,6 +12,7 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <fstream>
 #include <map>
 #include <set>
 #include <sstream>
@@ -129,4 +131,39 @@ TEST(PerfettoFormat, SimulatedAndImportedTracesKeepTheRules) {
     std::string e = formatErrors(broken);
     EXPECT_NE(e.find("overlaps its parent"), std::string::npos) << e;
     EXPECT_NE(e.find("thread 1/77 has no thread_name"), std::string::npos) << e;
+}
+
+// A capture keeps the log's own process, threads and clock, so that it lies beside a trace taken
+// on the phone; a call still waiting is a slice open to the capture's end, named with its verdict.
+TEST(PerfettoFormat, ACaptureKeepsTheLogsProcessThreadsAndClock) {
+    std::ifstream in(std::string(RYX_LOGCAT_DATA) + "/threadtime_first_frame_waits.txt");
+    std::stringstream file;
+    file << in.rdbuf();
+    std::vector<ryxtest::LogEntry> entries = ryxtest::entriesOfThreadtime(file.str());
+    ASSERT_EQ(entries.size(), 12u);
+    ryxtest::LogEntry later = entries.back();  // another process, 2.5 s on: the capture's end
+    later.pid = later.tid = 1000;
+    later.tag = "ActivityManager";
+    later.message = "Displayed";
+    later.sec += 2;
+    later.nsec += 500000000;
+    entries.push_back(later);
+    auto sessions = readLogcat(ryxtest::formatCapture(entries, {"threadtime", "epoch"}), "c");
+    json doc = traceOf(sessions);
+    EXPECT_EQ(formatErrors(doc), "");
+
+    ryxtest::LogEntry const& entered = entries[8];  // camera 0's "[f0] +", thread 845
+    ASSERT_EQ(entered.tid, 845);
+    double enteredUs = entered.sec * 1e6 + entered.nsec / 1e3;
+    size_t found = 0;
+    for (auto const& e : doc["traceEvents"]) {
+        EXPECT_EQ(e["pid"], 812) << e.dump();
+        if (e["ph"] == "X" && e["tid"] == 845) {
+            ++found;
+            EXPECT_EQ(e["name"], "f0 blocked");
+            EXPECT_DOUBLE_EQ(e["ts"].get<double>(), enteredUs);
+            EXPECT_DOUBLE_EQ(e["dur"].get<double>(), 2.5e6);
+        }
+    }
+    EXPECT_EQ(found, 1u);
 }

@@ -176,6 +176,8 @@ struct Timeline {
     std::string section;                  // the bugreport section it was read from, if any
     LogClock logClock;                    // how the capture prints times
     std::optional<int64_t> logOriginNs;   // the log time of time 0
+    std::map<int, int> tidOf;             // sensor -> the log's thread id of its calls
+    std::optional<int64_t> endNs;         // a capture's last time, on the session's clock
     std::map<int, std::string> threadOf;  // sensor -> thread name or id
     std::map<int, std::string> labels;    // sensor -> "0 wide"
     double fps = 30;

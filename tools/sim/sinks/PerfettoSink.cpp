@@ -2,6 +2,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
+#include <map>
 #include <ostream>
 
 namespace ryxsim {
@@ -12,12 +14,37 @@ using nlohmann::json;
 
 constexpr int kSessionTrack = 0;  // thread of the session-wide instants
 
-int trackOf(int sensor) {
-    return sensor + 1;
+// Where a session goes in the trace. A capture keeps the log's own process, threads and clock,
+// so that its tracks line up with a trace taken on the phone (a 'monotonic' capture shares the
+// device trace's clock); a run gets a process of its own and times from its start.
+struct Placement {
+    int pid = 1;
+    int64_t originNs = 0;  // added to every time of the session
+    double originUs = 0;
+    std::map<int, int> tids;
+    int unknownTid = 1;  // a camera whose thread the source does not know: past any real tid
+
+    int trackOf(int sensor) const {
+        auto it = tids.find(sensor);
+        return it != tids.end() ? it->second : unknownTid + sensor;
+    }
+    double us(int64_t ns) const { return static_cast<double>(originNs + ns) / 1000.0; }
+};
+
+Placement placementOf(Timeline const& t, int index) {
+    Placement p;
+    p.pid = t.imported && t.pid >= 0 ? t.pid : index;
+    if (t.imported) {
+        p.originNs = t.logOriginNs.value_or(0);
+        p.originUs = static_cast<double>(p.originNs) / 1000.0;
+        p.tids = t.tidOf;
+        p.unknownTid = 1 << 22;  // above Linux's largest pid
+    }
+    return p;
 }
 
 // When a frame happened: its first arrival, else its place in the stream at the frame rate.
-double frameUs(Timeline const& t, FrameRecord const& f) {
+double frameUs(Timeline const& t, Placement const& p, FrameRecord const& f) {
     std::optional<int64_t> first;
     for (auto const& c : f.cells) {
         if (c.arriveNs && (!first || *c.arriveNs < *first)) {
@@ -25,9 +52,15 @@ double frameUs(Timeline const& t, FrameRecord const& f) {
         }
     }
     if (first) {
-        return *first / 1000.0;
+        return p.us(*first);
     }
-    return (f.frame - t.firstFrame) * 1e6 / (t.fps > 0 ? t.fps : 30.0);
+    return p.originUs + (f.frame - t.firstFrame) * 1e6 / (t.fps > 0 ? t.fps : 30.0);
+}
+
+// "f12 in sync", "f240 dropped (flush)": the verdict on the slice itself.
+std::string sliceName(FrameRecord const& f, CameraCell const& c) {
+    std::string name = "f" + std::to_string(f.frame) + " " + verdictName(c.verdict);
+    return c.cause == DropCause::None ? name : name + " (" + dropCauseName(c.cause) + ")";
 }
 
 json instant(int pid, int tid, double ts, std::string name, json args) {
@@ -41,7 +74,8 @@ json instant(int pid, int tid, double ts, std::string name, json args) {
 }
 
 // The process and thread names of a session's tracks.
-void addNames(json& events, Timeline const& t, int pid) {
+void addNames(json& events, Timeline const& t, Placement const& p) {
+    int pid = p.pid;
     auto meta = [&](int tid, char const* what, std::string const& name) {
         events.push_back(
             {{"ph", "M"}, {"pid", pid}, {"tid", tid}, {"name", what}, {"args", {{"name", name}}}});
@@ -50,16 +84,17 @@ void addNames(json& events, Timeline const& t, int pid) {
     meta(kSessionTrack, "thread_name", "session events");
     for (auto const& s : t.sensors) {
         auto th = t.threadOf.find(s.sensor);
-        meta(trackOf(s.sensor), "thread_name",
+        meta(p.trackOf(s.sensor), "thread_name",
              "camera " + s.label + (th != t.threadOf.end() ? " (" + th->second + ")" : ""));
     }
 }
 
-// One camera's part in a frame: its call as a slice, its own drop as an instant, its start of
-// frame offset as a counter.
-void addCell(json& events, Timeline const& t, FrameRecord const& f, CameraCell const& c, int pid) {
-    double at = frameUs(t, f);
-    std::string name = "f" + std::to_string(f.frame);
+// One camera's part in a frame: its call as a slice (open to the end of a capture while it still
+// waited), its own drop as an instant, its start of frame offset as a counter.
+void addCell(json& events, Timeline const& t, Placement const& p, FrameRecord const& f,
+             CameraCell const& c) {
+    double at = frameUs(t, p, f);
+    int tid = p.trackOf(c.sensor);
     json args{{"verdict", verdictName(c.verdict)}, {"request", f.request}};
     if (c.cause != DropCause::None) {
         args["cause"] = dropCauseName(c.cause);
@@ -70,51 +105,57 @@ void addCell(json& events, Timeline const& t, FrameRecord const& f, CameraCell c
     if (c.completed) {
         args["completed the frame"] = true;
     }
-    if (c.arriveNs && c.releaseNs && c.cause != DropCause::Own && c.cause != DropCause::Leave) {
+    std::optional<int64_t> end = c.releaseNs;
+    if (!end && c.arriveNs && t.endNs && c.verdict == Verdict::Blocked) {
+        end = std::max(*t.endNs, *c.arriveNs);
+        args["still waiting"] = "when the capture ended";
+    }
+    if (c.arriveNs && end && c.cause != DropCause::Own && c.cause != DropCause::Leave) {
         events.push_back({{"ph", "X"},
-                          {"pid", pid},
-                          {"tid", trackOf(c.sensor)},
-                          {"ts", *c.arriveNs / 1000.0},
-                          {"dur", (*c.releaseNs - *c.arriveNs) / 1000.0},
-                          {"name", name},
+                          {"pid", p.pid},
+                          {"tid", tid},
+                          {"ts", p.us(*c.arriveNs)},
+                          {"dur", (*end - *c.arriveNs) / 1000.0},
+                          {"name", sliceName(f, c)},
                           {"args", args}});
     }
     if (c.cause == DropCause::Own) {
-        events.push_back(instant(pid, trackOf(c.sensor), c.arriveNs ? *c.arriveNs / 1000.0 : at,
-                                 "drop " + name, args));
+        events.push_back(instant(p.pid, tid, c.arriveNs ? p.us(*c.arriveNs) : at,
+                                 "drop f" + std::to_string(f.frame), args));
     }
     if (auto off = f.sofOffsetNs(c.sensor)) {
         events.push_back({{"ph", "C"},
-                          {"pid", pid},
-                          {"tid", trackOf(c.sensor)},
+                          {"pid", p.pid},
+                          {"tid", tid},
                           {"ts", at},
                           {"name", "sof offset camera " + std::to_string(c.sensor)},
                           {"args", {{"us", *off / 1000.0}}}});
     }
 }
 
-void addEvents(json& events, Timeline const& t, int pid, std::vector<Timeline::Event> const& list,
-               char const* what, char const* cause) {
+void addEvents(json& events, Timeline const& t, Placement const& p,
+               std::vector<Timeline::Event> const& list, char const* what, char const* cause) {
     for (auto const& e : list) {
-        double at = e.atNs ? *e.atNs / 1000.0 : 0.0;
+        double at = e.atNs ? p.us(*e.atNs) : p.originUs;
         if (!e.atNs) {
             if (FrameRecord* f = const_cast<Timeline&>(t).findFrame(e.frame)) {
-                at = frameUs(t, *f);
+                at = frameUs(t, p, *f);
             }
         }
-        events.push_back(instant(pid, e.sensor >= 0 ? trackOf(e.sensor) : kSessionTrack, at,
+        events.push_back(instant(p.pid, e.sensor >= 0 ? p.trackOf(e.sensor) : kSessionTrack, at,
                                  std::string(what) + " f" + std::to_string(e.frame),
                                  {{"cause", cause}, {"frame", e.frame}, {"sensor", e.sensor}}));
     }
 }
 
-void addSession(json& events, Timeline const& t, int pid) {
-    addNames(events, t, pid);
+void addSession(json& events, Timeline const& t, Placement const& p) {
+    int pid = p.pid;
+    addNames(events, t, p);
     std::optional<int> lastMaster;
     for (auto const& f : t.frames) {
-        double at = frameUs(t, f);
+        double at = frameUs(t, p, f);
         for (auto const& c : f.cells) {
-            addCell(events, t, f, c, pid);
+            addCell(events, t, p, f, c);
             if (c.master && lastMaster != c.sensor) {
                 events.push_back(
                     instant(pid, kSessionTrack, at, "master " + t.label(c.sensor),
@@ -129,11 +170,11 @@ void addSession(json& events, Timeline const& t, int pid) {
                                      {{"why", f.why}, {"frame", f.frame}}));
         }
     }
-    addEvents(events, t, pid, t.flushes, "flush",
+    addEvents(events, t, p, t.flushes, "flush",
               "notifyDrop(frame, 0): the frame is dropped for every camera");
-    addEvents(events, t, pid, t.masterDrops, "master drop",
+    addEvents(events, t, p, t.masterDrops, "master drop",
               "the master dropped the frame: its other cameras fail it");
-    addEvents(events, t, pid, t.leaves, "sensor leaves",
+    addEvents(events, t, p, t.leaves, "sensor leaves",
               "notifyDropBySensor: the sensor counts as arrived in every live frame");
 }
 
@@ -142,7 +183,7 @@ void addSession(json& events, Timeline const& t, int pid) {
 void writePerfetto(std::ostream& out, std::vector<Timeline> const& sessions) {
     json events = json::array();
     for (size_t i = 0; i < sessions.size(); ++i) {
-        addSession(events, sessions[i], static_cast<int>(i) + 1);
+        addSession(events, sessions[i], placementOf(sessions[i], static_cast<int>(i) + 1));
     }
     // Log text is not always UTF-8: bad bytes become U+FFFD.
     out << json{{"traceEvents", events}, {"displayTimeUnit", "ms"}}.dump(

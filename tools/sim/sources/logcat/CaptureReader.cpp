@@ -35,6 +35,7 @@ void CaptureReader::line(std::string_view line) {
     }
     ++mParsed;
     if (l.timeNs) {
+        mLastTimeNs = std::max(mLastTimeNs.value_or(*l.timeNs), *l.timeNs);
         mTimeForm = mTimeForm == LogLine::TimeForm::None ? l.timeForm : mTimeForm;
         mDigits = mDigits < 0 ? l.fractionDigits : std::min(mDigits, l.fractionDigits);
     }
@@ -125,6 +126,10 @@ std::vector<Timeline> CaptureReader::finish() {
         out.push_back(mSessions[i]->finish(mLastLineOf[i], clock));
         mSessions[i].reset();
         out.back().section = mSection;
+        Timeline& t = out.back();
+        if (mLastTimeNs && t.logOriginNs) {
+            t.endNs = *mLastTimeNs - *t.logOriginNs;  // calls still waiting wait until here
+        }
         if (mSessions.size() > 1) {
             out.back().name +=
                 " (" + std::to_string(i + 1) + " of " + std::to_string(mSessions.size()) + ")";

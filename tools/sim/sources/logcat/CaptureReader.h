@@ -10,6 +10,7 @@
 #include "sources/logcat/SessionBuilder.h"
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -44,9 +45,10 @@ class CaptureReader {
     std::unordered_map<int, size_t> mCurrent;  // pid -> session
     int mLineNo = 0, mParsed = 0, mFirstNoise = 0, mDigits = -1;
     LogLine::TimeForm mTimeForm = LogLine::TimeForm::None;
-    int mCutLine = 0;            // the latest line named as a gap
-    bool mLastHeldOurs = false;  // the latest line was, or held a piece of, one of ours
-    std::string mLongHeader;     // a 'long' header whose message line comes next
+    std::optional<int64_t> mLastTimeNs;  // of any line: where the capture ends
+    int mCutLine = 0;                    // the latest line named as a gap
+    bool mLastHeldOurs = false;          // the latest line was, or held a piece of, one of ours
+    std::string mLongHeader;             // a 'long' header whose message line comes next
 };
 
 }  // namespace ryxsim

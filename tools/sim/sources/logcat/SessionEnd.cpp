@@ -225,7 +225,9 @@ Timeline SessionBuilder::finish(int lastLine, LogClock clock) {
     }
     for (auto const& [tid, cam] : mCamOfTid) {
         t.threadOf[cam] = "tid " + std::to_string(tid);
+        t.tidOf[cam] = tid;
     }
+
     t.logClock = clock;
     t.description = "Android log capture, lines " + std::to_string(mFirstLine) + "-" +
                     std::to_string(lastLine) + ", process " + std::to_string(t.pid) +
