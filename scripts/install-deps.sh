@@ -5,7 +5,7 @@
 # Usage: scripts/install-deps.sh [core|aarch64|fuzz|bench|abi|android-bp|clang|all]
 #   core:    (default) what the library, its tests and the simulator need: the README's commands
 #   aarch64: core, plus the AArch64 cross build: cross compiler, user-mode emulator and the
-#            arm64 builds of Android's liblog and GoogleTest (Debian multiarch: adds the arm64
+#            arm64 builds of liblog, GoogleTest and libarchive (Debian multiarch: adds the arm64
 #            architecture to dpkg once)
 #   fuzz:    core, plus clang 14 with its libFuzzer and sanitizer runtimes and llvm-cov
 #   bench:   core, plus the benchmark peer (ROS message_filters) and valgrind for profiles
@@ -17,9 +17,10 @@ set -euo pipefail
 what="${1:-core}"
 core=(build-essential cmake ninja-build pkg-config
       libgtest-dev libgmock-dev libbenchmark-dev
-      android-liblog-dev libcli11-dev nlohmann-json3-dev python3 python3-jsonschema)
+      android-liblog-dev libcli11-dev nlohmann-json3-dev libarchive-dev python3
+      python3-jsonschema)
 aarch64=(g++-aarch64-linux-gnu qemu-user qemu-user-binfmt
-         android-liblog-dev:arm64 libgtest-dev:arm64)
+         android-liblog-dev:arm64 libgtest-dev:arm64 libarchive-dev:arm64)
 fuzz=(clang-14 libclang-rt-14-dev llvm-14 python3)
 bench=(libmessage-filters-dev valgrind python3)
 abi=(abigail-tools)

@@ -31,3 +31,10 @@ if(RYX_BUILD_TOOLS AND EXISTS ${PROJECT_SOURCE_DIR}/tools/CMakeLists.txt)
       ${PROJECT_SOURCE_DIR}/tools/sim)
   set_tests_properties(tool_functions_stay_short PROPERTIES LABELS unit)
 endif()
+# Bugreports (text, zip) and compressed captures, written by the tests with libarchive.
+if(RYX_BUILD_TOOLS AND EXISTS ${PROJECT_SOURCE_DIR}/tools/CMakeLists.txt)
+  find_package(LibArchive 3 REQUIRED)
+  ryx_add_test(logcat_bugreport_test LABEL e2e SOURCES logcat_bugreport_test.cpp
+    LIBS synchelper_sim_run Android::log LibArchive::LibArchive)
+  target_compile_definitions(logcat_bugreport_test PRIVATE ${RYX_LOGCAT_DATA})
+endif()

@@ -43,13 +43,8 @@ int ExplainCommand::execute() {
         return badInput(e);
     }
     std::vector<Timeline> sessions;
-    std::string text;
-    if (mCapture == "-" && !readInput(mCapture, "capture", text)) {
-        return kExitBadInput;
-    }
     try {
-        sessions =
-            mCapture == "-" ? readLogcat(text, inputName(mCapture)) : readLogcatFile(mCapture);
+        sessions = readLogcatFile(mCapture, inputName(mCapture));
     } catch (ParseError const& e) {
         return badInput(e.what());
     }

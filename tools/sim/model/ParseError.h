@@ -8,7 +8,8 @@ namespace ryxsim {
 
 class ParseError : public std::runtime_error {
   public:
-    // Renders as "FILE:LINE: field 'FIELD': PROBLEM" (without the field part when it is empty).
+    // Renders as "FILE:LINE: field 'FIELD': PROBLEM" (without the field part when it is empty,
+    // without the line when it is 0: the file as a whole).
     ParseError(std::string file, int line, std::string field, std::string problem);
 
     std::string const& file() const { return mFile; }

@@ -338,7 +338,8 @@ void writeText(std::ostream& out, Timeline const& r) {
         out << ", " << r.source;
     }
     if (!r.section.empty()) {
-        out << ", section " << r.section;
+        out << ", section " << r.section
+            << (r.section == "LAST LOGCAT" ? " (the previous boot)" : "");
     }
     out << "\n";
     if (!r.description.empty()) {

@@ -6,8 +6,8 @@
 
 namespace ryxsim {
 
-CaptureReader::CaptureReader(std::string fileName, std::string section)
-    : mFile(std::move(fileName)), mSection(std::move(section)) {}
+CaptureReader::CaptureReader(std::string fileName, std::string section, int linesBefore)
+    : mFile(std::move(fileName)), mSection(std::move(section)), mLineNo(linesBefore) {}
 
 void CaptureReader::line(std::string_view line) {
     ++mLineNo;

@@ -21,8 +21,9 @@ namespace ryxsim {
 class CaptureReader {
   public:
     // `fileName` names the capture in the report and in errors; `section` labels its sessions
-    // (a bugreport's "SYSTEM LOG"), empty for a plain capture.
-    explicit CaptureReader(std::string fileName, std::string section = "");
+    // (a bugreport's "SYSTEM LOG"), empty for a plain capture; `linesBefore`: the file's lines
+    // before the first one fed (the section's header and what came before it).
+    explicit CaptureReader(std::string fileName, std::string section = "", int linesBefore = 0);
 
     void line(std::string_view line);
     // The last line fed had no line end: the capture was cut in it.
@@ -32,6 +33,7 @@ class CaptureReader {
 
     int lines() const { return mLineNo; }
     int logLines() const { return mParsed; }
+    bool hasSessions() const { return !mSessions.empty(); }
 
   private:
     void ours(LogLine const& l);

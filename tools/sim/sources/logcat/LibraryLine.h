@@ -38,6 +38,14 @@ bool holdsLibraryText(std::string_view line);
 // The frame number a library line names ("[f12]", "f(12)", "Frame:12", "frameno(12)"), if any.
 std::optional<int> frameIn(std::string_view text);
 
+// The rule a fatal message of the library says was broken, in plain words, from the message alone
+// ("camera 1 entered frame 7 twice"); the log reader adds what only the session's lines show.
+std::string fatalRule(std::string_view message);
+
+// An abort message that is the library's: its fatal messages end "(function){#line:source}"
+// with a source under SyncHelper/.
+bool isLibraryAbort(std::string_view message);
+
 // sscanf that also needs every literal of `fmt` matched (a pattern may still be a prefix).
 template <typename... A>
 bool scan(std::string const& s, char const* fmt, A*... args) {

@@ -1,5 +1,7 @@
 #pragma once
-// Source: an Android log capture (LogLine.h formats) read back into session timelines.
+// Source: an Android log capture (LogLine.h formats) read back into session timelines: a plain
+// capture, or a bugreport whose logs and tombstones are read section by section
+// (CaptureSections.h).
 //
 // The library's own lines (tags "RyxCam/...") are picked out of whatever else the capture holds;
 // every other line is skipped. A queue's creation line starts a session; lines of another process
@@ -23,7 +25,9 @@ namespace ryxsim {
 // ("FILE:LINE: ...") when the text holds no log line at all.
 std::vector<Timeline> readLogcat(std::string_view text, std::string const& fileName);
 
-// Reads the capture from a file. Throws ParseError, also when the file cannot be read.
-std::vector<Timeline> readLogcatFile(std::string const& path);
+// Reads the capture from a file, "-" for standard input (streamed), plain or packed (a bugreport
+// zip, a .gz; CaptureInput.h); `name` names it in the report when not the path. Throws
+// ParseError, also when the file cannot be read or unpacked.
+std::vector<Timeline> readLogcatFile(std::string const& path, std::string const& name = "");
 
 }  // namespace ryxsim

@@ -30,20 +30,45 @@ std::string SessionBuilder::fatalInFlight(int frame) {
            " was put in flight" + held;
 }
 
+std::string fatalRule(std::string_view message) {
+    std::string msg(message);
+    int f = 0, c = 0;
+    if (scan(msg, "(input) Duplicate insert! frameno(%d) input cam(%d)", &f, &c) ||
+        scan(msg, "(output) Duplicate insert! frameno(%d) input cam(%d)", &f, &c)) {
+        return "camera " + std::to_string(c) + " entered frame " + std::to_string(f) + " twice";
+    }
+    if (startsWith(msg, "please check flow")) {
+        return "an 11th frame was put in flight while ten waited";
+    }
+    if (startsWith(msg, "camid is NOT exist in sync target")) {
+        return "a camera called for a frame whose sync targets do not include it";
+    }
+    if (startsWith(msg, "SyncElement should be NULL")) {
+        return "a frame fell out of the 20-frame arrival record while it still waited";
+    }
+    if (startsWith(msg, "Invalid operation.")) {
+        return "an updater was given a frame with no sync targets";
+    }
+    size_t suffix = msg.find(" (");
+    return "the library stopped the process: " +
+           (suffix == std::string::npos ? msg : msg.substr(0, suffix));
+}
+
+bool isLibraryAbort(std::string_view message) {
+    size_t at = message.rfind("){#");
+    return at != std::string_view::npos &&
+           message.find("/SyncHelper/", at) != std::string_view::npos;
+}
+
 void SessionBuilder::fatal(LogLine const& l, std::string_view text) {
     if (!t.fatal.empty()) {
         return;
     }
     std::string msg(text);
-    size_t suffix = msg.find(" (");
     t.fatalText = msg;
     std::string cam = camOf(l.tid) ? "camera " + std::to_string(*camOf(l.tid)) : "a camera";
     int frame = mCalls.count(l.tid) ? mCalls[l.tid].frame : -1;
-    int f = 0, c = 0;
-    if (scan(msg, "(input) Duplicate insert! frameno(%d) input cam(%d)", &f, &c) ||
-        scan(msg, "(output) Duplicate insert! frameno(%d) input cam(%d)", &f, &c)) {
-        t.fatal = "camera " + std::to_string(c) + " entered frame " + std::to_string(f) + " twice";
-    } else if (startsWith(msg, "please check flow")) {
+    if (startsWith(msg, "please check flow")) {
         t.fatal = fatalInFlight(frame);
     } else if (startsWith(msg, "camid is NOT exist in sync target")) {
         t.fatal = cam + " called for frame " + std::to_string(frame) +
@@ -52,11 +77,8 @@ void SessionBuilder::fatal(LogLine const& l, std::string_view text) {
         int pruned = mPruned.count(l.tid) ? mPruned[l.tid] : -1;
         t.fatal = "frame " + std::to_string(pruned) +
                   " fell out of the 20-frame arrival record while it still waited";
-    } else if (startsWith(msg, "Invalid operation.")) {
-        t.fatal = "an updater was given a frame with no sync targets";
     } else {
-        t.fatal = "the library stopped the process: " +
-                  (suffix == std::string::npos ? msg : msg.substr(0, suffix));
+        t.fatal = fatalRule(msg);
     }
 }
 

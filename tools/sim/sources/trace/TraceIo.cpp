@@ -11,7 +11,7 @@
 namespace ryxsim {
 
 ParseError::ParseError(std::string file, int line, std::string field, std::string problem)
-    : std::runtime_error(file + ":" + std::to_string(line) + ": " +
+    : std::runtime_error(file + (line > 0 ? ":" + std::to_string(line) : "") + ": " +
                          (field.empty() ? "" : "field '" + field + "': ") + problem),
       mFile(std::move(file)),
       mLine(line),

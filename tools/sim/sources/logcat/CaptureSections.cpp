@@ -1,0 +1,203 @@
+#include "sources/logcat/CaptureSections.h"
+
+#include "sources/logcat/LibraryLine.h"
+
+#include <algorithm>
+#include <cstdio>
+
+namespace ryxsim {
+
+namespace {
+
+constexpr size_t kBannerLines = 3;  // dumpstate's banner is on its second line
+
+bool endsWith(std::string_view s, std::string_view suffix) {
+    return s.size() >= suffix.size() && s.substr(s.size() - suffix.size()) == suffix;
+}
+
+// "------ SYSTEM LOG (logcat -v threadtime -d *:v) ------": name and command; false for a line
+// that is no section header.
+bool sectionHeader(std::string_view line, std::string_view& name, std::string_view& command) {
+    if (!startsWith(line, "------ ") || !endsWith(line, " ------") || line.size() < 14) {
+        return false;
+    }
+    std::string_view inner = line.substr(7, line.size() - 14);
+    size_t open = inner.find(" (");
+    name = inner.substr(0, open);
+    command = open == std::string_view::npos ? std::string_view()
+                                             : inner.substr(open + 2, inner.size() - open - 3);
+    return true;
+}
+
+}  // namespace
+
+CaptureSections::CaptureSections(std::string fileName) : mFile(std::move(fileName)) {}
+
+void CaptureSections::line(std::string_view line) {
+    if (mKind == Kind::Unknown) {
+        decide(line);
+        return;
+    }
+    ++mLineNo;
+    if (mKind == Kind::Plain) {
+        mReader->line(line);
+    } else {
+        bugreportLine(line);
+    }
+}
+
+// A bugreport starts with dumpstate's banner; anything else is a plain capture.
+void CaptureSections::decide(std::string_view line) {
+    mHead.emplace_back(line);
+    bool banner = startsWith(line, "== dumpstate:");
+    if (!banner && mHead.size() < kBannerLines) {
+        return;
+    }
+    mKind = banner ? Kind::Bugreport : Kind::Plain;
+    if (mKind == Kind::Plain) {
+        mReader = std::make_unique<CaptureReader>(mFile);
+    }
+    std::vector<std::string> head = std::move(mHead);
+    mHead.clear();
+    for (auto const& l : head) {
+        this->line(l);
+    }
+}
+
+void CaptureSections::bugreportLine(std::string_view line) {
+    std::string_view name, command;
+    if (sectionHeader(line, name, command)) {
+        closeSection();
+        if (startsWith(command, "logcat")) {
+            mReader = std::make_unique<CaptureReader>(mFile, std::string(name), mLineNo);
+            mSectionsRead.emplace_back(name);
+        }
+        return;
+    }
+    if (mReader) {
+        mReader->line(line);
+    } else {
+        scanTombstone(line, mTextScan, "line " + std::to_string(mLineNo));
+    }
+}
+
+void CaptureSections::closeSection() {
+    if (!mReader) {
+        return;
+    }
+    if (mReader->hasSessions()) {
+        for (auto& t : mReader->finish()) {
+            mSessions.push_back(std::move(t));
+        }
+    }
+    mReader.reset();
+}
+
+void CaptureSections::lastLineCut() {
+    if (mReader) {
+        mReader->lastLineCut();
+    }
+}
+
+// "pid: 812, tid: 845, name: camera_0  >>> /vendor/bin/hw/... <<<" names the thread that died;
+// "Abort message: '...'" is what it died with.
+void CaptureSections::scanTombstone(std::string_view line, TombstoneScan& scan,
+                                    std::string const& where) {
+    int pid = 0, tid = 0;
+    char name[64] = {};
+    if (startsWith(line, "pid: ") &&
+        std::sscanf(std::string(line).c_str(), "pid: %d, tid: %d, name: %63s", &pid, &tid, name) >=
+            2) {
+        scan = {pid, tid, name};
+        return;
+    }
+    constexpr std::string_view kAbort = "Abort message: '";
+    if (!startsWith(line, kAbort) || !endsWith(line, "'")) {
+        return;
+    }
+    std::string_view message = line.substr(kAbort.size(), line.size() - kAbort.size() - 1);
+    if (isLibraryAbort(message)) {
+        mAborts.push_back({where, scan.pid, scan.tid, scan.process, std::string(message)});
+    }
+}
+
+void CaptureSections::tombstoneLine(std::string_view line, std::string const& where) {
+    int n = ++mEntryLines[where];
+    scanTombstone(line, mEntryScans[where], where + ", line " + std::to_string(n));
+}
+
+// The rule a tombstone's abort broke goes to the latest session of its process; the capture may
+// have lost the fatal line itself (logd drops, a crash buffer read apart).
+void CaptureSections::attach(std::vector<Timeline>& sessions, Abort const& a) const {
+    std::string said = "tombstone at " + a.where + " (process " + std::to_string(a.pid) +
+                       ", thread " + std::to_string(a.tid) +
+                       (a.process.empty() ? "" : " " + a.process) + ")";
+    for (auto it = sessions.rbegin(); it != sessions.rend(); ++it) {
+        if (it->pid != a.pid || a.pid < 0) {
+            continue;
+        }
+        if (it->fatal.empty()) {
+            it->fatal = fatalRule(a.message);
+            it->fatalText = a.message;
+            it->notes.push_back("the abort is the " + said + "; the log does not hold its line");
+        } else {
+            it->notes.push_back("the " + said + " holds the same abort");
+        }
+        return;
+    }
+    Timeline t;
+    t.imported = true;
+    t.pid = a.pid;
+    t.name = "tombstone of process " + std::to_string(a.pid);
+    t.source = "logcat " + mFile;
+    t.section = "TOMBSTONE";
+    t.description = "the " + said + ", a process no log of this file shows";
+    t.fatal = fatalRule(a.message);
+    t.fatalText = a.message;
+    t.notes.push_back("only the abort is known: no line of the library's tags for this process");
+    finishTimeline(t);
+    sessions.push_back(std::move(t));
+}
+
+std::vector<Timeline> CaptureSections::finish() {
+    if (mKind == Kind::Unknown) {
+        mKind = Kind::Plain;
+        mReader = std::make_unique<CaptureReader>(mFile);
+        std::vector<std::string> head = std::move(mHead);
+        mHead.clear();
+        for (auto const& l : head) {
+            line(l);
+        }
+    }
+    if (mKind == Kind::Plain && mAborts.empty()) {
+        return mReader->finish();
+    }
+    if (mKind == Kind::Plain) {
+        mSessions = mReader->finish();
+        mReader.reset();
+    }
+    closeSection();
+    for (auto const& a : mAborts) {
+        attach(mSessions, a);
+    }
+    if (mSessions.empty()) {
+        Timeline t;
+        t.imported = true;
+        t.name = "no session";
+        t.source = "logcat " + mFile;
+        t.description = "bugreport of " + std::to_string(mLineNo) + " lines";
+        std::string read;
+        for (auto const& s : mSectionsRead) {
+            read += (read.empty() ? "" : ", ") + s;
+        }
+        t.notes.push_back(read.empty() ? "the bugreport holds no logcat section"
+                                       : "no line of the library's tags (RyxCam/...) in the "
+                                         "bugreport's logs (" +
+                                             read + ")");
+        finishTimeline(t);
+        mSessions.push_back(std::move(t));
+    }
+    return std::move(mSessions);
+}
+
+}  // namespace ryxsim
