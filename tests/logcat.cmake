@@ -38,3 +38,9 @@ if(RYX_BUILD_TOOLS AND EXISTS ${PROJECT_SOURCE_DIR}/tools/CMakeLists.txt)
     LIBS synchelper_sim_run Android::log LibArchive::LibArchive)
   target_compile_definitions(logcat_bugreport_test PRIVATE ${RYX_LOGCAT_DATA})
 endif()
+# Following a capture through a pipe.
+if(RYX_BUILD_TOOLS AND EXISTS ${PROJECT_SOURCE_DIR}/tools/CMakeLists.txt)
+  ryx_add_test(logcat_follow_test LABEL e2e SOURCES logcat_follow_test.cpp
+    LIBS synchelper_sim_run Android::log)
+  target_compile_definitions(logcat_follow_test PRIVATE ${RYX_LOGCAT_DATA})
+endif()

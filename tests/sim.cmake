@@ -15,6 +15,10 @@ if(RYX_BUILD_TOOLS AND EXISTS ${PROJECT_SOURCE_DIR}/tools/CMakeLists.txt)
   target_compile_definitions(sim_flow_agreement_test PRIVATE
     RYX_SIM_BINARY="$<TARGET_FILE:synchelper-sim>" ${RYX_SCHEMA_CHECKS}
     RYX_CONTRACT_TRACES="${CMAKE_CURRENT_SOURCE_DIR}/data/contracts")
+  ryx_add_test(sim_live_test LABEL e2e SOURCES sim_live_test.cpp LIBS synchelper_sim_core)
+  add_dependencies(sim_live_test synchelper-sim)
+  target_compile_definitions(sim_live_test PRIVATE RYX_SIM_BINARY="$<TARGET_FILE:synchelper-sim>"
+    ${RYX_SCHEMA_CHECKS})
   ryx_add_test(sim_cli_test LABEL e2e SOURCES sim_cli_test.cpp LIBS synchelper_sim_core)
   add_dependencies(sim_cli_test synchelper-sim)
   target_compile_definitions(sim_cli_test PRIVATE ${RYX_SIM_SCENARIOS}

@@ -38,6 +38,14 @@ bool hasCamera(Timeline const& t, int id) {
 
 }  // namespace
 
+std::map<int, std::string> CameraNames::labels() const {
+    std::map<int, std::string> out;
+    for (auto const& [id, name] : mNames) {
+        out[id] = std::to_string(id) + " " + name;
+    }
+    return out;
+}
+
 void CameraNames::apply(std::vector<Timeline>& sessions) const {
     for (auto const& [id, name] : mNames) {
         bool anywhere = false;

@@ -19,6 +19,8 @@ class CameraNames {
     std::string parse();
     // Names the cameras of the sessions (a camera no session has gets a warning).
     void apply(std::vector<Timeline>& sessions) const;
+    // The labels the names give ("1 tele"), for explanations written before the sessions end.
+    std::map<int, std::string> labels() const;
 
   private:
     std::vector<std::string> mItems;

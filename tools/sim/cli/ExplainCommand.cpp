@@ -1,50 +1,141 @@
 #include "cli/ExplainCommand.h"
 
+#include "cli/AdbLogcat.h"
 #include "cli/Cli.h"
 #include "model/ParseError.h"
+#include "sinks/TextSink.h"
 #include "sources/logcat/LogcatSource.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <iostream>
 
 namespace ryxsim::cli {
 
 namespace {
 
 char const* const kFooter = R"(
-The capture is what 'adb logcat' saved (threadtime, time or brief, with the year, epoch and uid
-modifiers) or the host liblog format. Per frame and camera it gives the verdict and its cause,
-arrival and release on the log's clock, the camera that completed the frame, masters and crop
-overrides, frames still waiting at the end, and a fatal abort as the rule it broke. Debug lines
-give every frame; the default level (warnings and errors) gives out-of-sync frames, inversions
-and errors, and the report says what it cannot see.
+The capture is what 'adb logcat' saved, in any of its formats and modifiers (threadtime is
+best: the others lack thread ids or times, and the report says what that hides), UTF-8 or
+UTF-16; a bugreport (.txt or .zip: its SYSTEM LOG and LAST LOGCAT sections, and the library's
+aborts in its tombstones); a capture compressed with gzip, xz, bzip2 or zstd. Per frame and
+camera it gives the verdict and its cause, the capture lines and the log time, the camera that
+completed the frame, masters and crop overrides, gaps in the capture and the frames they touch,
+and a fatal abort as the rule it broke. Debug lines give every frame; the default level
+(warnings and errors) gives out-of-sync frames, inversions and errors, and the report says what
+it cannot see. --follow prints each frame that did not pass as soon as it is decided; the
+report follows at the end of the input or on Ctrl-C.
 
 Examples:
   adb logcat -d -v threadtime > cam.txt && synchelper-sim explain cam.txt
-  synchelper-sim explain cam.txt --camera-names 0=wide,1=tele --perfetto cam.json
-  adb logcat -d | synchelper-sim explain -
+  synchelper-sim explain bugreport-panther-2026-11-24.zip --perfetto cam.json
+  adb logcat -v threadtime | synchelper-sim explain --follow -
+  synchelper-sim explain --adb 0123456789ABCDEF --camera-names 0=wide,1=tele
 )";
+
+volatile std::sig_atomic_t gInterrupted = 0;
+
+void onInterrupt(int) {
+    gInterrupted = 1;
+}
+
+// Ctrl-C ends the input instead of the process: reads return EINTR, the report is written.
+void catchInterrupt() {
+    struct sigaction sa {};
+    sa.sa_handler = onInterrupt;
+    sigemptyset(&sa.sa_mask);
+    sa.sa_flags = 0;  // no SA_RESTART
+    sigaction(SIGINT, &sa, nullptr);
+}
 
 }  // namespace
 
 CLI::App* ExplainCommand::addTo(CLI::App& app) {
     CLI::App* cmd = app.add_subcommand("explain", "Explain the sessions of an Android log capture");
     cmd->footer(kFooter);
-    cmd->add_option("CAPTURE", mCapture, "Log capture, - for standard input")
-        ->type_name("FILE")
-        ->required();
+    cmd->add_option("CAPTURE", mCapture, "Log capture or bugreport, - for standard input")
+        ->type_name("FILE");
+    cmd->add_flag("--follow", mFollow,
+                  "Read the capture as it is written: each frame that did not pass is printed "
+                  "once decided");
+    cmd->add_option("--adb", mSerial,
+                    "Follow a phone's log live: runs 'adb [-s SERIAL] logcat' (implies --follow)")
+        ->expected(0, 1)
+        ->type_name("[SERIAL]");
     mNames.addTo(*cmd);
     mOutputs.addTo(*cmd);
+    cmd->callback([this, cmd] { mAdb = cmd->count("--adb") > 0; });
     return cmd;
 }
 
-int ExplainCommand::execute() {
-    if (std::string e = mOutputs.check({mCapture}); !e.empty()) {
-        return badInput(e);
+std::string ExplainCommand::checkArguments() {
+    if (mAdb && !mCapture.empty()) {
+        return "explain: give a CAPTURE or --adb, not both";
     }
-    if (std::string e = mNames.parse(); !e.empty()) {
+    if (!mAdb && mCapture.empty()) {
+        return "explain: a CAPTURE is required (a file, - for standard input, or --adb)";
+    }
+    if (std::string e = mOutputs.check(mAdb ? std::vector<std::string>{} : std::vector{mCapture});
+        !e.empty()) {
+        return e;
+    }
+    return mNames.parse();
+}
+
+// The capture read as it comes; each frame that did not pass printed where the text report goes.
+std::vector<Timeline> ExplainCommand::follow() {
+    std::ostream& out = mOutputs.standardOutputTaken() ? std::cerr : std::cout;
+    FollowOptions options;
+    options.cameraNames = mNames.labels();
+    options.interrupted = [] { return gInterrupted != 0; };
+    options.folded = [&out](Timeline const& t, FrameRecord const& f) {
+        if (!f.why.empty()) {
+            out << "process " << t.pid << unpassedLine(t, f).substr(1) << std::endl;
+        }
+    };
+    catchInterrupt();
+    if (!mAdb) {
+        int fd = mCapture == "-" ? 0 : ::open(mCapture.c_str(), O_RDONLY | O_CLOEXEC);
+        if (fd < 0) {
+            throw ParseError(mCapture, 0, "",
+                             std::string("cannot read the file: ") + std::strerror(errno));
+        }
+        auto sessions = followLogcat(fd, inputName(mCapture), options);
+        if (fd > 0) {
+            ::close(fd);
+        }
+        return sessions;
+    }
+    AdbLogcat adb;
+    if (std::string e = adb.start(mSerial); !e.empty()) {
+        throw ParseError("adb", 0, "", e);
+    }
+    std::string name = "adb logcat" + (mSerial.empty() ? "" : " -s " + mSerial);
+    std::vector<Timeline> sessions;
+    try {
+        sessions = followLogcat(adb.fd(), name, options);
+    } catch (ParseError const&) {
+        if (std::string e = adb.wait(); !e.empty()) {
+            throw ParseError("adb", 0, "", e + ", before any log line");  // adb's own failure
+        }
+        throw;
+    }
+    if (std::string e = adb.wait(); !e.empty()) {
+        printWarning(e);
+    }
+    return sessions;
+}
+
+int ExplainCommand::execute() {
+    if (std::string e = checkArguments(); !e.empty()) {
         return badInput(e);
     }
     std::vector<Timeline> sessions;
     try {
-        sessions = readLogcatFile(mCapture, inputName(mCapture));
+        sessions = mFollow || mAdb ? follow() : readLogcatFile(mCapture, inputName(mCapture));
     } catch (ParseError const& e) {
         return badInput(e.what());
     }

@@ -1,10 +1,15 @@
 #pragma once
 // synchelper-sim explain CAPTURE: a device's log capture read back into its sessions, every
-// frame explained from what the library logged.
+// frame explained from what the library logged. With --follow (or --adb, which runs
+// 'adb logcat' itself) the capture is read as it is written: each frame that did not pass is
+// printed once it is decided, the report comes at the end of the input or on Ctrl-C.
 
 #include "cli/CameraNames.h"
 #include "cli/Command.h"
 #include "cli/Outputs.h"
+#include "model/Timeline.h"
+
+#include <vector>
 
 namespace ryxsim::cli {
 
@@ -14,7 +19,13 @@ class ExplainCommand : public Command {
     int execute() override;
 
   private:
+    std::string checkArguments();
+    std::vector<Timeline> follow();
+
     std::string mCapture;
+    bool mFollow = false;
+    bool mAdb = false;
+    std::string mSerial;
     CameraNames mNames;
     SharedOutputs mOutputs;
 };

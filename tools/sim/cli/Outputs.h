@@ -54,8 +54,10 @@ class SharedOutputs {
     // session's exit status, or 1 when an output could not be written and the status was 0.
     int write(std::vector<Timeline> const& sessions) const;
 
-  private:
+    // Another output than the text report writes to standard output.
     bool standardOutputTaken() const;
+
+  private:
     std::vector<OutputPath const*> all() const;
 
     OutputPath mJson{"--json", "JSON report", ""};

@@ -185,9 +185,7 @@ void writeUnpassed(std::ostream& out, Timeline const& r) {
     auto frames = unpassedFrames(r);
     out << "\nframes that did not pass or passed flagged: " << frames.size() << "\n";
     for (FrameRecord const* f : frames) {
-        char head[32];
-        std::snprintf(head, sizeof head, "  f%-5d ", f->frame);
-        out << head << f->why << whereInCapture(r, *f) << "\n";
+        out << unpassedLine(r, *f) << "\n";
     }
 }
 
@@ -328,6 +326,12 @@ void writeAnomalies(std::ostream& out, Timeline const& r) {
 }
 
 }  // namespace
+
+std::string unpassedLine(Timeline const& r, FrameRecord const& f) {
+    char head[32];
+    std::snprintf(head, sizeof head, "  f%-5d ", f.frame);
+    return head + f.why + whereInCapture(r, f);
+}
 
 void writeText(std::ostream& out, Timeline const& r) {
     out << "synchelper-sim: " << r.name;

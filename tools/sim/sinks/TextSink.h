@@ -5,9 +5,13 @@
 #include "model/Timeline.h"
 
 #include <iosfwd>
+#include <string>
 
 namespace ryxsim {
 
 void writeText(std::ostream& out, Timeline const& t);
+
+// The report's line for a frame that did not pass: "  f12    dropped ... [lines 80-95, 11-22 ...]".
+std::string unpassedLine(Timeline const& t, FrameRecord const& f);
 
 }  // namespace ryxsim

@@ -4,6 +4,7 @@
 #include <archive_entry.h>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <unistd.h>
 #include <cctype>
 #include <cerrno>
@@ -56,6 +57,21 @@ bool readSome(int fd, std::string& into, size_t want) {
         into.append(buf, static_cast<size_t>(n));
     }
     return true;
+}
+
+// Waits until `fd` can be read, asking `interrupted` every quarter second (a signal that came
+// just before the wait would otherwise go unseen); false once it says stop.
+bool waitReadable(int fd, std::function<bool()> const& interrupted) {
+    pollfd p{fd, POLLIN, 0};
+    for (;;) {
+        if (interrupted()) {
+            return false;
+        }
+        int ready = ::poll(&p, 1, 250);
+        if (ready > 0 || (ready < 0 && errno != EINTR)) {
+            return true;  // readable, closed, or an error the read will report
+        }
+    }
 }
 
 std::string systemError(char const* what) {
@@ -212,14 +228,15 @@ std::string readCaptureInput(std::string const& path, CaptureInput const& to, st
     if (fd < 0) {
         return systemError("cannot read the file");
     }
-    struct Closer {
-        int fd;
-        ~Closer() {
-            if (fd > 0) {
-                ::close(fd);
-            }
-        }
-    } closer{fd};
+    std::string error = readCaptureFd(fd, path, to, entry);
+    if (fd > 0) {
+        ::close(fd);
+    }
+    return error;
+}
+
+std::string readCaptureFd(int fd, std::string const& path, CaptureInput const& to,
+                          std::string& entry) {
     std::string head;
     if (!readSome(fd, head, 6)) {
         return systemError("cannot read the file");
@@ -227,7 +244,7 @@ std::string readCaptureInput(std::string const& path, CaptureInput const& to, st
     if (looksPacked(head, path)) {
         std::string memory;
         if (path == "-") {
-            memory = std::move(head);  // standard input cannot be read twice: kept whole
+            memory = std::move(head);  // a stream cannot be read twice: kept whole
             if (!readSome(fd, memory, SIZE_MAX)) {
                 return systemError("cannot read standard input");
             }
@@ -236,9 +253,15 @@ std::string readCaptureInput(std::string const& path, CaptureInput const& to, st
     }
     to.capture(head);
     for (;;) {
+        if (to.interrupted && !waitReadable(fd, to.interrupted)) {
+            return "";
+        }
         char buf[kChunk];
         ssize_t n = ::read(fd, buf, sizeof buf);
         if (n < 0 && errno == EINTR) {
+            if (to.interrupted && to.interrupted()) {
+                return "";
+            }
             continue;
         }
         if (n < 0) {

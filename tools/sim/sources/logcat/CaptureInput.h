@@ -19,11 +19,18 @@ struct CaptureInput {
 
     Bytes capture;
     Tombstone tombstone;
+    // Asked when a read is interrupted by a signal (Ctrl-C): true ends the input there.
+    std::function<bool()> interrupted;
 };
 
 // Reads `path` ("-" for standard input) into `to`. Returns "" when it was read, else why not
 // ("cannot read the file: No such file or directory", "an archive of 3 files without
 // main_entry.txt: ..."). `entry` is set to the archive entry read, empty for a plain capture.
 std::string readCaptureInput(std::string const& path, CaptureInput const& to, std::string& entry);
+
+// The same from an open descriptor (a pipe, standard input); `path` names it ("-" when it cannot
+// be opened twice, so that an archive is kept whole to be read).
+std::string readCaptureFd(int fd, std::string const& path, CaptureInput const& to,
+                          std::string& entry);
 
 }  // namespace ryxsim

@@ -9,6 +9,18 @@ namespace ryxsim {
 CaptureReader::CaptureReader(std::string fileName, std::string section, int linesBefore)
     : mFile(std::move(fileName)), mSection(std::move(section)), mLineNo(linesBefore) {}
 
+void CaptureReader::follow(SessionBuilder::FrameSink folded, std::map<int, std::string> names) {
+    mFollow = std::move(folded);
+    mNames = std::move(names);
+}
+
+LogClock CaptureReader::clockSoFar() const {
+    LogClock clock;
+    clock.form = static_cast<LogClock::Form>(mTimeForm);
+    clock.digits = std::max(mDigits, 0);
+    return clock;
+}
+
 void CaptureReader::line(std::string_view line) {
     ++mLineNo;
     mLastHeldOurs = holdsLibraryText(line);
@@ -103,12 +115,22 @@ void CaptureReader::ours(LogLine const& l) {
     bool create = func == "SyncQueue" && startsWith(rest, "2020/01/14 - create type");
     auto it = mCurrent.find(l.pid);
     if (create || it == mCurrent.end()) {
+        if (mFollow && it != mCurrent.end()) {  // the process's session before this one is over
+            mFinished.resize(mSessions.size());
+            mFinished[it->second] =
+                mSessions[it->second]->finish(mLastLineOf[it->second], clockSoFar(), mFollow);
+            mSessions[it->second].reset();
+        }
         mSessions.push_back(std::make_unique<SessionBuilder>(mFile, l.pid, mLineNo, create));
+        mSessions.back()->nameCameras(mNames);
         mLastLineOf.push_back(mLineNo);
         it = mCurrent.insert_or_assign(l.pid, mSessions.size() - 1).first;
     }
     mLastLineOf[it->second] = mLineNo;
     mSessions[it->second]->onLine(l, mLineNo, func, rest);
+    if (mFollow) {
+        mSessions[it->second]->settle(mFollow, clockSoFar());
+    }
 }
 
 std::vector<Timeline> CaptureReader::finish() {
@@ -118,12 +140,12 @@ std::vector<Timeline> CaptureReader::finish() {
                                       : "not an Android log line (expected a logcat capture in "
                                         "any of its formats, or the host liblog format)");
     }
-    LogClock clock;
-    clock.form = static_cast<LogClock::Form>(mTimeForm);
-    clock.digits = std::max(mDigits, 0);
+    LogClock clock = clockSoFar();
     std::vector<Timeline> out;
+    mFinished.resize(mSessions.size());
     for (size_t i = 0; i < mSessions.size(); ++i) {
-        out.push_back(mSessions[i]->finish(mLastLineOf[i], clock));
+        out.push_back(mSessions[i] ? mSessions[i]->finish(mLastLineOf[i], clock, mFollow)
+                                   : std::move(mFinished[i]));
         mSessions[i].reset();
         out.back().section = mSection;
         Timeline& t = out.back();

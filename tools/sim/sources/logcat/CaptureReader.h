@@ -9,6 +9,7 @@
 #include "sources/logcat/LogLine.h"
 #include "sources/logcat/SessionBuilder.h"
 
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -24,6 +25,11 @@ class CaptureReader {
     // (a bugreport's "SYSTEM LOG"), empty for a plain capture; `linesBefore`: the file's lines
     // before the first one fed (the section's header and what came before it).
     explicit CaptureReader(std::string fileName, std::string section = "", int linesBefore = 0);
+
+    // Following a stream: each frame is folded as soon as it is decided and handed to `folded`
+    // (cameras labelled with `names`); a session a new one of its process replaces is finished
+    // at once. Call before the first line.
+    void follow(SessionBuilder::FrameSink folded, std::map<int, std::string> names);
 
     void line(std::string_view line);
     // The last line fed had no line end: the capture was cut in it.
@@ -42,7 +48,11 @@ class CaptureReader {
     SessionBuilder* sessionOf(int pid);
 
     std::string mFile, mSection;
-    std::vector<std::unique_ptr<SessionBuilder>> mSessions;
+    std::vector<std::unique_ptr<SessionBuilder>> mSessions;  // null once finished
+    std::vector<Timeline> mFinished;                         // by session, while following
+    SessionBuilder::FrameSink mFollow;
+    std::map<int, std::string> mNames;
+    LogClock clockSoFar() const;
     std::vector<int> mLastLineOf;
     std::unordered_map<int, size_t> mCurrent;  // pid -> session
     int mLineNo = 0, mParsed = 0, mFirstNoise = 0, mDigits = -1;

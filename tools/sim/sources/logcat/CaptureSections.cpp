@@ -33,6 +33,19 @@ bool sectionHeader(std::string_view line, std::string_view& name, std::string_vi
 
 CaptureSections::CaptureSections(std::string fileName) : mFile(std::move(fileName)) {}
 
+void CaptureSections::follow(SessionBuilder::FrameSink folded, std::map<int, std::string> names) {
+    mFollow = std::move(folded);
+    mNames = std::move(names);
+}
+
+std::unique_ptr<CaptureReader> CaptureSections::reader(std::string section, int linesBefore) const {
+    auto r = std::make_unique<CaptureReader>(mFile, std::move(section), linesBefore);
+    if (mFollow) {
+        r->follow(mFollow, mNames);
+    }
+    return r;
+}
+
 void CaptureSections::line(std::string_view line) {
     if (mKind == Kind::Unknown) {
         decide(line);
@@ -55,7 +68,7 @@ void CaptureSections::decide(std::string_view line) {
     }
     mKind = banner ? Kind::Bugreport : Kind::Plain;
     if (mKind == Kind::Plain) {
-        mReader = std::make_unique<CaptureReader>(mFile);
+        mReader = reader();
     }
     std::vector<std::string> head = std::move(mHead);
     mHead.clear();
@@ -69,7 +82,7 @@ void CaptureSections::bugreportLine(std::string_view line) {
     if (sectionHeader(line, name, command)) {
         closeSection();
         if (startsWith(command, "logcat")) {
-            mReader = std::make_unique<CaptureReader>(mFile, std::string(name), mLineNo);
+            mReader = reader(std::string(name), mLineNo);
             mSectionsRead.emplace_back(name);
         }
         return;
@@ -162,7 +175,7 @@ void CaptureSections::attach(std::vector<Timeline>& sessions, Abort const& a) co
 std::vector<Timeline> CaptureSections::finish() {
     if (mKind == Kind::Unknown) {
         mKind = Kind::Plain;
-        mReader = std::make_unique<CaptureReader>(mFile);
+        mReader = reader();
         std::vector<std::string> head = std::move(mHead);
         mHead.clear();
         for (auto const& l : head) {

@@ -22,6 +22,9 @@ class CaptureSections {
     // `fileName` names the capture in the report and in errors.
     explicit CaptureSections(std::string fileName);
 
+    // Following a stream (CaptureReader::follow), in every log read. Call before the first line.
+    void follow(SessionBuilder::FrameSink folded, std::map<int, std::string> names);
+
     void line(std::string_view line);
     // The last line fed had no line end.
     void lastLineCut();
@@ -29,9 +32,6 @@ class CaptureSections {
     void tombstoneLine(std::string_view line, std::string const& where);
     // The sessions of every log read. Throws ParseError when a plain capture holds no log line.
     std::vector<Timeline> finish();
-
-    // The reader of the log being read, null between a bugreport's logs.
-    CaptureReader* current() { return mReader.get(); }
 
   private:
     enum class Kind { Unknown, Plain, Bugreport };
@@ -46,6 +46,7 @@ class CaptureSections {
     };
 
     void decide(std::string_view line);
+    std::unique_ptr<CaptureReader> reader(std::string section = "", int linesBefore = 0) const;
     void bugreportLine(std::string_view line);
     void closeSection();
     void scanTombstone(std::string_view line, TombstoneScan& scan, std::string const& where);
@@ -62,6 +63,8 @@ class CaptureSections {
     std::map<std::string, TombstoneScan> mEntryScans;  // tombstone entries of a zip
     std::map<std::string, int> mEntryLines;
     std::vector<Abort> mAborts;
+    SessionBuilder::FrameSink mFollow;
+    std::map<int, std::string> mNames;
 };
 
 }  // namespace ryxsim

@@ -27,35 +27,69 @@ std::vector<Timeline> readLogcat(std::string_view text, std::string const& fileN
     return finishDecoding(decoder, sections);
 }
 
-std::vector<Timeline> readLogcatFile(std::string const& path, std::string const& name) {
-    std::string shown = name.empty() ? path : name;
-    std::string entry;
-    std::unique_ptr<CaptureSections> sections;
-    std::unique_ptr<CaptureDecoder> decoder;
-    auto start = [&] {
-        if (!sections) {  // once the archive entry, if any, is known
-            sections =
-                std::make_unique<CaptureSections>(entry.empty() ? shown : shown + ":" + entry);
-            decoder = std::make_unique<CaptureDecoder>(
-                [&](std::string_view line) { sections->line(line); });
+namespace {
+
+// Decodes the capture's bytes into its sections once the archive entry, if any, is known.
+class CaptureFeed {
+  public:
+    CaptureFeed(std::string name, FollowOptions const* follow)
+        : mName(std::move(name)), mFollow(follow) {}
+
+    CaptureInput input() {
+        CaptureInput to;
+        to.capture = [this](std::string_view bytes) { decoder().feed(bytes); };
+        to.tombstone = [this](std::string const& where, std::string_view bytes) {
+            decoder();
+            CaptureDecoder lines([&](std::string_view l) { mSections->tombstoneLine(l, where); });
+            lines.feed(bytes);
+            lines.finish();
+        };
+        if (mFollow) {
+            to.interrupted = mFollow->interrupted;
         }
-    };
-    CaptureInput to;
-    to.capture = [&](std::string_view bytes) {
-        start();
-        decoder->feed(bytes);
-    };
-    to.tombstone = [&](std::string const& where, std::string_view bytes) {
-        start();
-        CaptureDecoder lines([&](std::string_view l) { sections->tombstoneLine(l, where); });
-        lines.feed(bytes);
-        lines.finish();
-    };
-    if (std::string e = readCaptureInput(path, to, entry); !e.empty()) {
-        throw ParseError(shown, 0, "", e);
+        return to;
     }
-    start();
-    return finishDecoding(*decoder, *sections);
+
+    std::vector<Timeline> read(std::string const& error) {
+        if (!error.empty()) {
+            throw ParseError(mName, 0, "", error);
+        }
+        decoder();
+        return finishDecoding(*mDecoder, *mSections);
+    }
+
+    std::string entry;  // the archive entry read, if any
+
+  private:
+    CaptureDecoder& decoder() {
+        if (!mSections) {
+            mSections =
+                std::make_unique<CaptureSections>(entry.empty() ? mName : mName + ":" + entry);
+            if (mFollow) {
+                mSections->follow(mFollow->folded, mFollow->cameraNames);
+            }
+            mDecoder = std::make_unique<CaptureDecoder>(
+                [this](std::string_view line) { mSections->line(line); });
+        }
+        return *mDecoder;
+    }
+
+    std::string mName;
+    FollowOptions const* mFollow;
+    std::unique_ptr<CaptureSections> mSections;
+    std::unique_ptr<CaptureDecoder> mDecoder;
+};
+
+}  // namespace
+
+std::vector<Timeline> readLogcatFile(std::string const& path, std::string const& name) {
+    CaptureFeed feed(name.empty() ? path : name, nullptr);
+    return feed.read(readCaptureInput(path, feed.input(), feed.entry));
+}
+
+std::vector<Timeline> followLogcat(int fd, std::string const& name, FollowOptions const& options) {
+    CaptureFeed feed(name, &options);
+    return feed.read(readCaptureFd(fd, "-", feed.input(), feed.entry));
 }
 
 }  // namespace ryxsim

@@ -14,7 +14,10 @@
 
 #include "model/ParseError.h"
 #include "model/Timeline.h"
+#include "sources/logcat/SessionBuilder.h"
 
+#include <functional>
+#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -29,5 +32,18 @@ std::vector<Timeline> readLogcat(std::string_view text, std::string const& fileN
 // zip, a .gz; CaptureInput.h); `name` names it in the report when not the path. Throws
 // ParseError, also when the file cannot be read or unpacked.
 std::vector<Timeline> readLogcatFile(std::string const& path, std::string const& name = "");
+
+// Following a capture while it is written (a pipe, 'adb logcat'): each frame is handed over as
+// soon as no later line can change it, and only what the report needs is kept, so that hours of
+// stream take bounded memory.
+struct FollowOptions {
+    SessionBuilder::FrameSink folded;        // every frame, once decided
+    std::map<int, std::string> cameraNames;  // labels in the explanations handed over
+    std::function<bool()> interrupted;       // asked when a read is interrupted (Ctrl-C)
+};
+
+// Reads the capture from `fd` to its end (or an interruption `options` accepts); `name` names it.
+// Throws ParseError as readLogcatFile does.
+std::vector<Timeline> followLogcat(int fd, std::string const& name, FollowOptions const& options);
 
 }  // namespace ryxsim

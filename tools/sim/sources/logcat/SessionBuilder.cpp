@@ -48,7 +48,20 @@ FrameRecord& SessionBuilder::frameAt(int frame) {
     if (!mFinishing) {
         seen(frame);
     }
-    return t.frame(frame);
+    return work(frame);
+}
+
+FrameRecord& SessionBuilder::work(int frame) {
+    auto [it, added] = mWork.try_emplace(frame);
+    if (added) {
+        it->second.frame = frame;
+    }
+    return it->second;
+}
+
+FrameRecord* SessionBuilder::findWork(int frame) {
+    auto it = mWork.find(frame);
+    return it == mWork.end() ? nullptr : &it->second;
 }
 
 CameraCell& SessionBuilder::cell(int frame, int cam) {

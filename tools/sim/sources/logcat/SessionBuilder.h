@@ -3,10 +3,14 @@
 // it the library's lines of its process in capture order, and the gaps it finds between them;
 // finish() resolves every frame and returns the timeline. Calls are told apart by thread id; a
 // line whose camera is known only by its thread waits until the thread's camera is known.
+// Following a stream, settle() resolves and folds frames as soon as no line can change them, so
+// that memory stays bounded over hours; a capture read whole gives the same timeline either way.
 
 #include "model/Timeline.h"
 #include "sources/logcat/LogLine.h"
 
+#include <climits>
+#include <functional>
 #include <map>
 #include <set>
 #include <string>
@@ -24,8 +28,23 @@ class SessionBuilder {
     void onLine(LogLine const& l, int line, std::string_view func, std::string_view rest);
     // Something the capture lost at `line` (logd's chatty lines, a cut line naming `frame`).
     void gap(int line, std::string what, std::optional<int> frame = std::nullopt);
-    // `clock`: how the capture prints times (Form::None when it has none).
-    Timeline finish(int lastLine, LogClock clock);
+    // Sees each frame as it is folded into the timeline, with its verdicts and explanation.
+    using FrameSink = std::function<void(Timeline const&, FrameRecord const&)>;
+
+    // `clock`: how the capture prints times (Form::None when it has none); `folded` sees the
+    // frames not folded before.
+    Timeline finish(int lastLine, LogClock clock, FrameSink const& folded = nullptr);
+    // Resolves and folds the frames so far behind the latest (kSettleLag frames) that no line of
+    // theirs is still to come: no call or update of theirs under way, no gap that may still touch
+    // them. Cheap when there is nothing to settle; call it after every line. `clock`: how the
+    // capture prints times so far.
+    void settle(FrameSink const& folded, LogClock clock);
+    // Labels for the cameras in explanations written while following ("1 tele").
+    void nameCameras(std::map<int, std::string> const& names) { mNames = names; }
+
+    // A frame is settled once the stream is this many frames past it: more than the library's
+    // ten frames in flight and its 20-frame arrival record.
+    static constexpr int kSettleLag = 40;
 
   private:
     // What the lines said about one camera's part in a frame, beyond its cell.
@@ -81,14 +100,22 @@ class SessionBuilder {
     std::string fatalInFlight(int frame);
 
     // Finishing steps.
+    // Each step works on the frames below `bound` not yet resolved, folded or marked.
     void closeOpenCalls();
-    std::set<int> takeSyncOff();
-    void attributeDeferred(std::set<int> const& syncOff);
-    void resolveFrames();
+    std::set<int> takeSyncOff(int bound);
+    void attributeDeferred(std::set<int> const& syncOff, int bound);
+    void resolveFrames(int bound);
     void resolve(FrameRecord& f);
-    void placeFrames();
-    void markGaps();
+    void placeFrames(int bound);
+    void resolveBelow(int bound);
+    int settleBound() const;
+    std::pair<int, int> framesUpTo(PendingGap const& g) const;
+    bool gapReady(PendingGap const& g, int bound);
+    int lowestTouched(PendingGap const& g) const;
+    void markGaps(int bound, bool all);
+    void markGap(PendingGap const& g);
     void markEnd(int lastLine);
+    void foldBelow(int bound, FrameSink const& folded);
     void addNotes(LogClock clock);
     bool shownWhole(int frame, CameraCell const& c);
 
@@ -97,13 +124,25 @@ class SessionBuilder {
     }
     void seen(int frame);
     FrameRecord& frameAt(int frame);
+    FrameRecord& work(int frame);
+    FrameRecord* findWork(int frame);
     CameraCell& cell(int frame, int cam);
     std::optional<int> camOf(int tid) const;
     void learn(int tid, int cam);
     void arrive(LogLine const& l, int frame, int cam);
     void closeCall(int tid);
 
-    Timeline t;
+    Timeline t;                        // figures, events and the frames folded so far
+    std::map<int, FrameRecord> mWork;  // frames not folded yet
+    int mResolvedBelow = INT_MIN;      // frames below are resolved
+    int mFoldedBelow = INT_MIN;        // and below this, folded
+    size_t mGapsMarked = 0;            // mGaps before this are marked
+    int mLastMaster = -1;
+    int mLastNoRendezvous = INT_MIN;  // the latest resolved frame whose calls met no rendezvous
+    size_t mNoRendezvousCount = 0, mSyncOffCount = 0, mUnattributedCount = 0;
+    bool mAnyOutOfSync = false;
+    int mLateLines = 0;  // lines of frames already folded
+    std::map<int, std::string> mNames;
     int64_t mOrigin = 0;
     bool mOriginSet = false;
     std::optional<int64_t> mLastTimeNs;

@@ -28,35 +28,45 @@ void SessionBuilder::closeOpenCalls() {
 
 // A call that reached no rendezvous was dropped on arrival (a flushed frame) or skipped the
 // check (RYX_FRAMESYNC_ENABLE off); the log cannot tell them apart. Flushes come one frame at a
-// time, switching sync off lasts: frames in a run are taken as sync off.
-std::set<int> SessionBuilder::takeSyncOff() {
+// time, switching sync off lasts: frames in a run are taken as sync off. Decides the frames below
+// `bound`, whose next frame's lines are all in.
+std::set<int> SessionBuilder::takeSyncOff(int bound) {
     std::set<int> noRendezvous, syncOff;
     for (auto const& d : mDeferred) {
-        if (d.kind == Deferred::FlushedArrival && !mFrames[d.frame].dropEvent) {
+        if (d.kind == Deferred::FlushedArrival && d.frame <= bound && !mFrames[d.frame].dropEvent) {
             noRendezvous.insert(d.frame);
         }
     }
+    if (mLastNoRendezvous != INT_MIN) {
+        noRendezvous.insert(mLastNoRendezvous);  // the last of the frames decided before
+    }
     for (int f : noRendezvous) {
-        if (noRendezvous.count(f - 1) || noRendezvous.count(f + 1)) {
+        if (f < bound && f >= mResolvedBelow &&
+            (noRendezvous.count(f - 1) || noRendezvous.count(f + 1))) {
             syncOff.insert(f);
         }
     }
-    if (!noRendezvous.empty() && !mNoThreads) {
-        t.notes.push_back(plural(static_cast<long long>(noRendezvous.size() - syncOff.size()),
-                                 "frame", "frames") +
-                          " taken as flushed on arrival and " + std::to_string(syncOff.size()) +
-                          " as sync switched off (RYX_FRAMESYNC_ENABLE): their calls reached no "
-                          "rendezvous, which is all the log shows of either");
+    for (int f : noRendezvous) {
+        if (f < bound && f >= mResolvedBelow) {
+            ++mNoRendezvousCount;
+            mLastNoRendezvous = f;
+        }
     }
+    mSyncOffCount += syncOff.size();
     return syncOff;
 }
 
-void SessionBuilder::attributeDeferred(std::set<int> const& syncOff) {
+void SessionBuilder::attributeDeferred(std::set<int> const& syncOff, int bound) {
     std::set<int> flushed;
-    for (auto const& d : mDeferred) {
+    auto below = std::stable_partition(mDeferred.begin(), mDeferred.end(),
+                                       [&](Deferred const& d) { return d.frame < bound; });
+    std::vector<Deferred> now(std::make_move_iterator(mDeferred.begin()),
+                              std::make_move_iterator(below));
+    mDeferred.erase(mDeferred.begin(), below);
+    for (auto const& d : now) {
         auto cam = camOf(d.tid);
-        if (!cam && d.kind != Deferred::Crop) {
-            mUnattributed.insert(d.frame);
+        if (!cam && d.kind != Deferred::Crop && mUnattributed.insert(d.frame).second) {
+            ++mUnattributedCount;
         }
         if (d.kind == Deferred::FlushedArrival) {
             if (cam) {
@@ -80,15 +90,17 @@ void SessionBuilder::attributeDeferred(std::set<int> const& syncOff) {
             }
         }
     }
-    for (auto const& d : mDeferred) {
+    for (auto const& d : now) {
         auto cam = camOf(d.tid);
-        FrameRecord* f = t.findFrame(d.frame);
+        FrameRecord* f = findWork(d.frame);
         // Read before the frame's check: kept only for a camera whose call came.
         if (d.kind == Deferred::Crop && f != nullptr && cam && f->cell(*cam) != nullptr) {
             f->cell(*cam)->cropOverride = d.rect;
         }
     }
-    for (auto const& [frame, ff] : mFrames) {
+    for (auto it = mFrames.lower_bound(mResolvedBelow); it != mFrames.end() && it->first < bound;
+         ++it) {
+        auto const& [frame, ff] = *it;
         if (ff.dropEvent && !ff.masterDrop && !ff.refused) {
             flushed.insert(frame);
         }
@@ -98,9 +110,11 @@ void SessionBuilder::attributeDeferred(std::set<int> const& syncOff) {
     }
 }
 
-void SessionBuilder::resolveFrames() {
-    int lastMaster = -1;
-    for (auto& f : t.frames) {
+void SessionBuilder::resolveFrames(int bound) {
+    int& lastMaster = mLastMaster;
+    for (auto it = mWork.lower_bound(mResolvedBelow); it != mWork.end() && it->first < bound;
+         ++it) {
+        FrameRecord& f = it->second;
         std::sort(f.cells.begin(), f.cells.end(), [](CameraCell const& a, CameraCell const& b) {
             return a.arriveNs.value_or(INT64_MAX) < b.arriveNs.value_or(INT64_MAX);
         });
@@ -189,20 +203,32 @@ void SessionBuilder::addNotes(LogClock clock) {
             "frames, inversions and errors are shown; frames in sync, drops, flushes, sensor "
             "leaves, masters, crop overrides and arrival times are not logged at this level");
     }
+    if (mNoRendezvousCount > 0 && !mNoThreads) {
+        t.notes.insert(
+            t.notes.begin(),
+            plural(static_cast<long long>(mNoRendezvousCount - mSyncOffCount), "frame", "frames") +
+                " taken as flushed on arrival and " + std::to_string(mSyncOffCount) +
+                " as sync switched off (RYX_FRAMESYNC_ENABLE): their calls reached no "
+                "rendezvous, which is all the log shows of either");
+    }
     if (mNoThreads) {
         t.notes.push_back(
             "this capture has no thread ids (logcat's time, brief, process, tag or raw format): "
             "the lines of one camera's call cannot be told from another's, so a frame whose "
             "drop the lines do not give a camera is undetermined on its other cameras (" +
-            plural(static_cast<long long>(mUnattributed.size()), "frame", "frames") +
+            plural(static_cast<long long>(mUnattributedCount), "frame", "frames") +
             "); capture with 'adb logcat -v threadtime' to see every frame");
     }
-    bool anyOut = std::any_of(mFrames.begin(), mFrames.end(),
-                              [](auto const& e) { return e.second.syncOK == false; });
-    if (anyOut) {
+    if (mAnyOutOfSync) {
         t.notes.push_back(
             "the log does not carry RYX_FRAMESYNC_MODE: an out-of-sync frame is RESULT 1 "
             "(delivered, flagged) or 2 (failed), which the log cannot tell");
+    }
+    if (mLateLines > 0) {
+        t.notes.push_back(plural(mLateLines, "line", "lines") + " of frames " +
+                          std::to_string(kSettleLag) +
+                          " or more behind the stream came after those frames were explained, "
+                          "and were left out");
     }
     if (!mMissingWithoutFrame.empty()) {
         t.notes.push_back(mMissingWithoutFrame);
@@ -212,28 +238,27 @@ void SessionBuilder::addNotes(LogClock clock) {
     }
 }
 
-Timeline SessionBuilder::finish(int lastLine, LogClock clock) {
+Timeline SessionBuilder::finish(int lastLine, LogClock clock, FrameSink const& folded) {
     mFinishing = true;
     closeOpenCalls();
-    attributeDeferred(takeSyncOff());
-    resolveFrames();
-    placeFrames();
-    markGaps();
+    resolveBelow(INT_MAX);
+    markGaps(INT_MAX, true);
     markEnd(lastLine);
     for (int cam : mCams) {
-        t.labels[cam] = std::to_string(cam);
+        auto name = mNames.find(cam);
+        t.labels[cam] = name != mNames.end() ? name->second : std::to_string(cam);
     }
     for (auto const& [tid, cam] : mCamOfTid) {
         t.threadOf[cam] = "tid " + std::to_string(tid);
         t.tidOf[cam] = tid;
     }
-
     t.logClock = clock;
     t.description = "Android log capture, lines " + std::to_string(mFirstLine) + "-" +
                     std::to_string(lastLine) + ", process " + std::to_string(t.pid) +
                     (mCreated ? "" : " (the session started before the capture)");
     t.completionKnown = mSawDebug && !mNoThreads;
     addNotes(clock);
+    foldBelow(INT_MAX, folded);
     finishTimeline(t);
     t.calls = 0;
     t.exitStatus = 0;

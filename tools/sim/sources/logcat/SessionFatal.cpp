@@ -12,7 +12,7 @@ std::string SessionBuilder::fatalInFlight(int frame) {
     waiting.erase(std::remove(waiting.begin(), waiting.end(), frame), waiting.end());
     std::string held;
     if (!waiting.empty()) {
-        FrameRecord const& oldest = t.frame(waiting.front());
+        FrameRecord const& oldest = work(waiting.front());
         std::vector<int> missing;
         for (int id :
              mLastTargets.empty() ? std::vector<int>(mCams.begin(), mCams.end()) : mLastTargets) {

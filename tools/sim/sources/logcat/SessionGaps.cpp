@@ -22,13 +22,15 @@ bool openAtEnd(FrameRecord const& f) {
 
 }  // namespace
 
-void SessionBuilder::placeFrames() {
-    for (auto& f : t.frames) {
-        auto it = mSpans.find(f.frame);
-        if (it != mSpans.end()) {
-            f.firstLine = it->second.first;
-            f.lastLine = it->second.last;
-            f.logTimeNs = it->second.firstTimeNs;
+void SessionBuilder::placeFrames(int bound) {
+    for (auto it = mWork.lower_bound(mResolvedBelow); it != mWork.end() && it->first < bound;
+         ++it) {
+        FrameRecord& f = it->second;
+        auto span = mSpans.find(f.frame);
+        if (span != mSpans.end()) {
+            f.firstLine = span->second.first;
+            f.lastLine = span->second.last;
+            f.logTimeNs = span->second.firstTimeNs;
         }
     }
 }
@@ -40,58 +42,103 @@ bool SessionBuilder::shownWhole(int frame, CameraCell const& c) {
     return cf.entered || cf.ownDrop || cf.left;
 }
 
+// The frames with a line at or before a gap, not folded yet: lowest and highest.
+std::pair<int, int> SessionBuilder::framesUpTo(PendingGap const& g) const {
+    int low = g.inFlight.empty() ? g.highestBefore : std::min(g.highestBefore, *g.inFlight.begin());
+    int high =
+        g.inFlight.empty() ? g.highestBefore : std::max(g.highestBefore, *g.inFlight.rbegin());
+    for (auto const& [frame, span] : mSpans) {
+        if (span.first <= g.line) {
+            low = std::min(low, frame);
+            high = std::max(high, frame);
+        }
+    }
+    return {low, high};
+}
+
+// Following a stream, a gap is marked once every frame it can touch is resolved: those with a
+// line up to it, and, with debug lines, those after it up to the first one shown whole.
+bool SessionBuilder::gapReady(PendingGap const& g, int bound) {
+    if (framesUpTo(g).second >= bound) {
+        return false;
+    }
+    if (!mSawDebug) {
+        return true;
+    }
+    for (auto it = mWork.upper_bound(g.highestBefore); it != mWork.end() && it->first < bound;
+         ++it) {
+        FrameRecord const& f = it->second;
+        bool whole = f.firstLine && *f.firstLine > g.line &&
+                     std::all_of(f.cells.begin(), f.cells.end(),
+                                 [&](CameraCell const& c) { return shownWhole(f.frame, c); });
+        if (whole) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// The lowest frame a gap not marked yet may touch: frames folded below it are safe.
+int SessionBuilder::lowestTouched(PendingGap const& g) const {
+    return framesUpTo(g).first - kSettleLag / 2;  // and the frames with lines around it
+}
+
 // A gap touches the frames in flight at it (queued, or a call under way), those with lines on
 // both sides of it, those of the line before it, those still open at the end, and, with debug
-// lines, the frames seen only after it up to the first one whose every call is shown from its entry
-// on.
-void SessionBuilder::markGaps() {
-    for (auto const& g : mGaps) {
-        CaptureGap gap{g.line, g.what, {}};
-        std::vector<FrameRecord*> after;
-        int latestBefore = 0;  // the last line before the gap: its frames were in flight
-        for (auto const& f : t.frames) {
-            if (f.lastLine && *f.lastLine < g.line) {
-                latestBefore = std::max(latestBefore, *f.lastLine);
-            }
-        }
-        for (auto& f : t.frames) {
-            if (!f.firstLine) {
-                continue;
-            }
-            if (g.inFlight.count(f.frame) != 0 ||
-                (*f.firstLine <= g.line &&
-                 (g.line <= *f.lastLine || *f.lastLine == latestBefore || openAtEnd(f)))) {
-                gap.frames.push_back(f.frame);
-            } else if (*f.firstLine > g.line && mSawDebug) {
-                after.push_back(&f);
-            }
-        }
-        if (g.highestBefore >= 0 && !after.empty() && after.front()->frame > g.highestBefore + 1) {
-            gap.what += "; frames " + std::to_string(g.highestBefore + 1) + "-" +
-                        std::to_string(after.front()->frame - 1) + " have no line in the capture";
-        }
-        for (FrameRecord* f : after) {
-            bool whole = std::all_of(f->cells.begin(), f->cells.end(),
-                                     [&](CameraCell const& c) { return shownWhole(f->frame, c); });
-            if (whole && f->frame > g.highestBefore) {
-                break;
-            }
-            gap.frames.push_back(f->frame);
-        }
-        std::sort(gap.frames.begin(), gap.frames.end());
-        for (int number : gap.frames) {
-            FrameRecord& f = t.frame(number);
-            f.neverCame.clear();  // the lost lines may be the ones of the camera not seen
-            for (auto& c : f.cells) {
-                if (restsOnMissingLines(c)) {
-                    c.verdict = Verdict::Undetermined;
-                    f.undeterminedWhy = "the capture may not hold all its lines (line " +
-                                        std::to_string(g.line) + ": " + gap.what + ")";
-                }
-            }
-        }
-        t.gaps.push_back(std::move(gap));
+// lines, the frames seen only after it up to the first one whose every call is shown from its
+// entry on. `all`: the end of the capture, every gap is marked.
+void SessionBuilder::markGaps(int bound, bool all) {
+    while (mGapsMarked < mGaps.size() && (all || gapReady(mGaps[mGapsMarked], bound))) {
+        markGap(mGaps[mGapsMarked++]);
     }
+}
+
+void SessionBuilder::markGap(PendingGap const& g) {
+    CaptureGap gap{g.line, g.what, {}};
+    std::vector<FrameRecord*> after;
+    int latestBefore = 0;  // the last line before the gap: its frames were in flight
+    for (auto const& [n, f] : mWork) {
+        if (f.lastLine && *f.lastLine < g.line) {
+            latestBefore = std::max(latestBefore, *f.lastLine);
+        }
+    }
+    for (auto& [n, f] : mWork) {
+        if (!f.firstLine) {
+            continue;
+        }
+        if (g.inFlight.count(f.frame) != 0 ||
+            (*f.firstLine <= g.line &&
+             (g.line <= *f.lastLine || *f.lastLine == latestBefore || openAtEnd(f)))) {
+            gap.frames.push_back(f.frame);
+        } else if (*f.firstLine > g.line && mSawDebug) {
+            after.push_back(&f);
+        }
+    }
+    if (g.highestBefore >= 0 && !after.empty() && after.front()->frame > g.highestBefore + 1) {
+        gap.what += "; frames " + std::to_string(g.highestBefore + 1) + "-" +
+                    std::to_string(after.front()->frame - 1) + " have no line in the capture";
+    }
+    for (FrameRecord* f : after) {
+        bool whole = std::all_of(f->cells.begin(), f->cells.end(),
+                                 [&](CameraCell const& c) { return shownWhole(f->frame, c); });
+        if (whole && f->frame > g.highestBefore) {
+            break;
+        }
+        gap.frames.push_back(f->frame);
+    }
+    std::sort(gap.frames.begin(), gap.frames.end());
+    for (int number : gap.frames) {
+        FrameRecord& f = work(number);
+        f.neverCame.clear();  // the lost lines may be the ones of the camera not seen
+        for (auto& c : f.cells) {
+            if (restsOnMissingLines(c)) {
+                c.verdict = Verdict::Undetermined;
+                f.undeterminedWhy = "the capture may not hold all its lines (line " +
+                                    std::to_string(g.line) + ": " + gap.what + ")";
+            }
+        }
+    }
+    t.gaps.push_back(std::move(gap));
 }
 
 // Frames still open when the capture ends: named, with the line the capture ends at.
@@ -100,7 +147,7 @@ void SessionBuilder::markEnd(int lastLine) {
         return;  // the abort ended them
     }
     CaptureGap end{lastLine, "", {}};
-    for (auto const& f : t.frames) {
+    for (auto const& [n, f] : mWork) {
         if (openAtEnd(f)) {
             end.frames.push_back(f.frame);
         }
