@@ -31,7 +31,7 @@ report follows at the end of the input or on Ctrl-C.
 
 Examples:
   adb logcat -d -v threadtime > cam.txt && synchelper-sim explain cam.txt
-  synchelper-sim explain bugreport-panther-2026-11-24.zip --perfetto cam.json
+  synchelper-sim explain bugreport-2026-11-24.zip --perfetto cam.json
   adb logcat -v threadtime | synchelper-sim explain --follow -
   synchelper-sim explain --adb 0123456789ABCDEF --camera-names 0=wide,1=tele
 )";
