@@ -217,6 +217,16 @@ TEST(Bugreport, AZipAndAGzipAreReadAsTheirTextIs) {
     ASSERT_EQ(fromGz.size(), 1u);
     EXPECT_EQ(verdictsOf(fromGz[0]), verdictsOf(readLogcat(systemLog(), "plain").at(0)));
 
+    // Without main_entry.txt (an older bugreport), its one bugreport-*.txt.
+    std::string older = tempPath("older.zip");
+    writeArchive(older, true,
+                 {{"version.txt", "1.0\n"},
+                  {"FS/proc/version", "Linux version 6.1\n"},
+                  {"bugreport-device-2026-11-24-10-00-00.txt", text}});
+    auto fromOlder = readLogcatFile(older);
+    ASSERT_EQ(fromOlder.size(), 2u);
+    EXPECT_EQ(verdictsOf(fromOlder[0]), verdictsOf(fromText[0]));
+
     // Which file of an archive is the capture, when nothing says: refused, not guessed.
     std::string two = tempPath("two.zip");
     writeArchive(two, true, {{"a.txt", systemLog()}, {"b.txt", systemLog()}});
@@ -228,7 +238,7 @@ TEST(Bugreport, AZipAndAGzipAreReadAsTheirTextIs) {
                   std::string::npos)
             << e.what();
     }
-    for (auto const& p : {zip, gz, two}) {
+    for (auto const& p : {zip, gz, older, two}) {
         std::remove(p.c_str());
     }
 }

@@ -167,7 +167,7 @@ std::string chooseEntry(Listing const& l, std::string& error) {
     }
     std::vector<std::string> reports;
     for (auto const& f : l.files) {
-        std::string_view base = f.substr(f.rfind('/') + 1);
+        std::string base = f.substr(f.rfind('/') + 1);
         if (startsWith(base, "bugreport") && endsWith(base, ".txt")) {
             reports.push_back(f);
         }
