@@ -6,11 +6,7 @@
 #include "sinks/TextSink.h"
 #include "sources/logcat/LogcatSource.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-#include <cerrno>
 #include <csignal>
-#include <cstring>
 #include <iostream>
 
 namespace ryxsim::cli {
@@ -98,16 +94,7 @@ std::vector<Timeline> ExplainCommand::follow() {
     };
     catchInterrupt();
     if (!mAdb) {
-        int fd = mCapture == "-" ? 0 : ::open(mCapture.c_str(), O_RDONLY | O_CLOEXEC);
-        if (fd < 0) {
-            throw ParseError(mCapture, 0, "",
-                             std::string("cannot read the file: ") + std::strerror(errno));
-        }
-        auto sessions = followLogcat(fd, inputName(mCapture), options);
-        if (fd > 0) {
-            ::close(fd);
-        }
-        return sessions;
+        return readLogcatFile(mCapture, inputName(mCapture), &options);
     }
     AdbLogcat adb;
     if (std::string e = adb.start(mSerial); !e.empty()) {

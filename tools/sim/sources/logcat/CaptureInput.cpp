@@ -1,5 +1,7 @@
 #include "sources/logcat/CaptureInput.h"
 
+#include "sources/logcat/LibraryLine.h"
+
 #include <archive.h>
 #include <archive_entry.h>
 
@@ -17,14 +19,6 @@ namespace ryxsim {
 namespace {
 
 constexpr size_t kChunk = 1 << 16;
-
-bool startsWith(std::string_view s, std::string_view prefix) {
-    return s.substr(0, prefix.size()) == prefix;
-}
-
-bool endsWith(std::string_view s, std::string_view suffix) {
-    return s.size() >= suffix.size() && s.substr(s.size() - suffix.size()) == suffix;
-}
 
 // Zip, gzip, bzip2, xz and zstd by their magic numbers; a tar (whose first bytes are a file
 // name) by its name only. A log line starts with none of them.

@@ -6,6 +6,18 @@
 
 namespace ryxsim {
 
+Timeline sessionlessTimeline(std::string const& file, std::string name, std::string description,
+                             std::string note) {
+    Timeline t;
+    t.imported = true;
+    t.name = std::move(name);
+    t.source = "logcat " + file;
+    t.description = std::move(description);
+    t.notes.push_back(std::move(note));
+    finishTimeline(t);
+    return t;
+}
+
 CaptureReader::CaptureReader(std::string fileName, std::string section, int linesBefore)
     : mFile(std::move(fileName)), mSection(std::move(section)), mLineNo(linesBefore) {}
 
@@ -158,15 +170,10 @@ std::vector<Timeline> CaptureReader::finish() {
         }
     }
     if (out.empty()) {
-        Timeline t;
-        t.imported = true;
-        t.name = "no session";
-        t.source = "logcat " + mFile;
-        t.section = mSection;
-        t.description = "Android log capture of " + std::to_string(mLineNo) + " lines";
-        t.notes.push_back("no line of the library's tags (RyxCam/...) in this capture");
-        finishTimeline(t);
-        out.push_back(t);
+        out.push_back(sessionlessTimeline(
+            mFile, "no session", "Android log capture of " + std::to_string(mLineNo) + " lines",
+            "no line of the library's tags (RyxCam/...) in this capture"));
+        out.back().section = mSection;
     }
     return out;
 }

@@ -19,6 +19,11 @@
 
 namespace ryxsim {
 
+// A session entry for a capture, or a part of one, that shows no session of the library: its
+// name, what it is and the note that says why, with the figures finished.
+Timeline sessionlessTimeline(std::string const& file, std::string name, std::string description,
+                             std::string note);
+
 class CaptureReader {
   public:
     // `fileName` names the capture in the report and in errors; `section` labels its sessions

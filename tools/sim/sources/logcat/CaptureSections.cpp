@@ -11,10 +11,6 @@ namespace {
 
 constexpr size_t kBannerLines = 3;  // dumpstate's banner is on its second line
 
-bool endsWith(std::string_view s, std::string_view suffix) {
-    return s.size() >= suffix.size() && s.substr(s.size() - suffix.size()) == suffix;
-}
-
 // "------ SYSTEM LOG (logcat -v threadtime -d *:v) ------": name and command; false for a line
 // that is no section header.
 bool sectionHeader(std::string_view line, std::string_view& name, std::string_view& command) {
@@ -158,17 +154,14 @@ void CaptureSections::attach(std::vector<Timeline>& sessions, Abort const& a) co
         }
         return;
     }
-    Timeline t;
-    t.imported = true;
+    Timeline t = sessionlessTimeline(
+        mFile, "tombstone of process " + std::to_string(a.pid),
+        "the " + said + ", a process no log of this file shows",
+        "only the abort is known: no line of the library's tags for this process");
     t.pid = a.pid;
-    t.name = "tombstone of process " + std::to_string(a.pid);
-    t.source = "logcat " + mFile;
     t.section = "TOMBSTONE";
-    t.description = "the " + said + ", a process no log of this file shows";
     t.fatal = fatalRule(a.message);
     t.fatalText = a.message;
-    t.notes.push_back("only the abort is known: no line of the library's tags for this process");
-    finishTimeline(t);
     sessions.push_back(std::move(t));
 }
 
@@ -194,21 +187,15 @@ std::vector<Timeline> CaptureSections::finish() {
         attach(mSessions, a);
     }
     if (mSessions.empty()) {
-        Timeline t;
-        t.imported = true;
-        t.name = "no session";
-        t.source = "logcat " + mFile;
-        t.description = "bugreport of " + std::to_string(mLineNo) + " lines";
         std::string read;
         for (auto const& s : mSectionsRead) {
             read += (read.empty() ? "" : ", ") + s;
         }
-        t.notes.push_back(read.empty() ? "the bugreport holds no logcat section"
-                                       : "no line of the library's tags (RyxCam/...) in the "
-                                         "bugreport's logs (" +
-                                             read + ")");
-        finishTimeline(t);
-        mSessions.push_back(std::move(t));
+        mSessions.push_back(sessionlessTimeline(
+            mFile, "no session", "bugreport of " + std::to_string(mLineNo) + " lines",
+            read.empty() ? "the bugreport holds no logcat section"
+                         : "no line of the library's tags (RyxCam/...) in the bugreport's logs (" +
+                               read + ")"));
     }
     return std::move(mSessions);
 }

@@ -19,6 +19,10 @@ inline bool startsWith(std::string_view s, std::string_view p) {
     return s.substr(0, p.size()) == p;
 }
 
+inline bool endsWith(std::string_view s, std::string_view suffix) {
+    return s.size() >= suffix.size() && s.substr(s.size() - suffix.size()) == suffix;
+}
+
 // "(%4d) [func] rest": the library's message frame; `func` and `rest` view into `message`.
 bool splitFrame(std::string_view message, std::string_view& func, std::string_view& rest);
 

@@ -82,8 +82,9 @@ class CaptureFeed {
 
 }  // namespace
 
-std::vector<Timeline> readLogcatFile(std::string const& path, std::string const& name) {
-    CaptureFeed feed(name.empty() ? path : name, nullptr);
+std::vector<Timeline> readLogcatFile(std::string const& path, std::string const& name,
+                                     FollowOptions const* follow) {
+    CaptureFeed feed(name.empty() ? path : name, follow);
     return feed.read(readCaptureInput(path, feed.input(), feed.entry));
 }
 

@@ -28,11 +28,6 @@ namespace ryxsim {
 // ("FILE:LINE: ...") when the text holds no log line at all.
 std::vector<Timeline> readLogcat(std::string_view text, std::string const& fileName);
 
-// Reads the capture from a file, "-" for standard input (streamed), plain or packed (a bugreport
-// zip, a .gz; CaptureInput.h); `name` names it in the report when not the path. Throws
-// ParseError, also when the file cannot be read or unpacked.
-std::vector<Timeline> readLogcatFile(std::string const& path, std::string const& name = "");
-
 // Following a capture while it is written (a pipe, 'adb logcat'): each frame is handed over as
 // soon as no later line can change it, and only what the report needs is kept, so that hours of
 // stream take bounded memory.
@@ -41,6 +36,12 @@ struct FollowOptions {
     std::map<int, std::string> cameraNames;  // labels in the explanations handed over
     std::function<bool()> interrupted;       // asked when a read is interrupted (Ctrl-C)
 };
+
+// Reads the capture from a file, "-" for standard input (streamed), plain or packed (a bugreport
+// zip, a .gz; CaptureInput.h); `name` names it in the report when not the path; with `follow`,
+// followed as it is read. Throws ParseError, also when the file cannot be read or unpacked.
+std::vector<Timeline> readLogcatFile(std::string const& path, std::string const& name = "",
+                                     FollowOptions const* follow = nullptr);
 
 // Reads the capture from `fd` to its end (or an interruption `options` accepts); `name` names it.
 // Throws ParseError as readLogcatFile does.

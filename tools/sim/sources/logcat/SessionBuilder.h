@@ -116,6 +116,7 @@ class SessionBuilder {
     void markGap(PendingGap const& g);
     void markEnd(int lastLine);
     void foldBelow(int bound, FrameSink const& folded);
+    void labelCameras();
     void addNotes(LogClock clock);
     bool shownWhole(int frame, CameraCell const& c);
 

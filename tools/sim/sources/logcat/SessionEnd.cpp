@@ -244,10 +244,7 @@ Timeline SessionBuilder::finish(int lastLine, LogClock clock, FrameSink const& f
     resolveBelow(INT_MAX);
     markGaps(INT_MAX, true);
     markEnd(lastLine);
-    for (int cam : mCams) {
-        auto name = mNames.find(cam);
-        t.labels[cam] = name != mNames.end() ? name->second : std::to_string(cam);
-    }
+    labelCameras();
     for (auto const& [tid, cam] : mCamOfTid) {
         t.threadOf[cam] = "tid " + std::to_string(tid);
         t.tidOf[cam] = tid;

@@ -60,15 +60,20 @@ void SessionBuilder::foldBelow(int bound, FrameSink const& folded) {
     mUnattributed.erase(mUnattributed.begin(), mUnattributed.lower_bound(bound));
 }
 
+// The cameras as explanations name them: by the names given, else by number.
+void SessionBuilder::labelCameras() {
+    for (int cam : mCams) {
+        auto name = mNames.find(cam);
+        t.labels[cam] = name != mNames.end() ? name->second : std::to_string(cam);
+    }
+}
+
 void SessionBuilder::settle(FrameSink const& folded, LogClock clock) {
     int bound = settleBound();
     if (bound <= mFoldedBelow + kSettleLag / 4) {
         return;  // settled in batches: a few frames at a time
     }
-    for (int cam : mCams) {
-        auto name = mNames.find(cam);
-        t.labels[cam] = name != mNames.end() ? name->second : std::to_string(cam);
-    }
+    labelCameras();
     t.completionKnown = mSawDebug && !mNoThreads;
     t.logClock = clock;
     resolveBelow(bound);
