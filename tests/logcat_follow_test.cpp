@@ -1,6 +1,6 @@
 // Following a capture while it is written: every capture tells the same story followed as read
-// whole (verdicts, explanations, gaps, notes), each frame is handed over once, and a frame is
-// explained while the input is still open.
+// whole (verdicts, explanations, gaps, notes), and each frame is handed over once. That a frame
+// is explained while the input is still open is the command line's test (sim_live_test).
 
 #include "SimulatedCapture.h"
 #include "sources/logcat/LogcatSource.h"
@@ -9,7 +9,6 @@
 
 #include <unistd.h>
 #include <fstream>
-#include <future>
 #include <thread>
 
 using namespace ryxsim;
@@ -149,34 +148,4 @@ TEST(LogcatFollow, FollowedOrReadWholeACaptureTellsTheSameStory) {
         s << in.rdbuf();
         expectSameStory(s.str());
     }
-}
-
-// A frame that did not pass is explained while the writer still holds the pipe open: the writer
-// closes it only once the explanation came (a hang here is the watchdog's to end).
-TEST(LogcatFollow, AFrameIsExplainedWhileTheInputIsStillOpen) {
-    std::string text = formatCapture(debugRun().entries, {"threadtime"});
-    std::string first = unpassedFrames(readLogcat(text, "whole").at(0)).at(0)->why;
-    Watchdog dog("an explanation before the end of the input", 60s);
-    int ends[2];
-    ASSERT_EQ(::pipe(ends), 0);
-    std::promise<std::string> explained;
-    std::thread writer([&] {
-        writeAll(ends[1], text);
-        std::string why = explained.get_future().get();  // the pipe is still open
-        EXPECT_EQ(why, first);
-        ::close(ends[1]);
-    });
-    bool told = false;
-    FollowOptions options;
-    options.folded = [&](Timeline const&, FrameRecord const& f) {
-        if (!f.why.empty() && !told) {
-            told = true;
-            explained.set_value(f.why);
-        }
-    };
-    auto sessions = followLogcat(ends[0], "pipe", options);
-    writer.join();
-    ::close(ends[0]);
-    EXPECT_TRUE(told);
-    EXPECT_EQ(verdictsOf(sessions.at(0)), verdictsOf(readLogcat(text, "whole").at(0)));
 }
