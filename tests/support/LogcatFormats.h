@@ -55,34 +55,47 @@ inline std::vector<LogEntry> entriesOfThreadtime(std::string const& text) {
     return out;
 }
 
-// The entries printed through liblog with `formats` ("long", "epoch", "usec", ...), one
-// android_log_setPrintFormat each, as 'logcat -v long,epoch,usec' does.
-inline std::string formatCapture(std::vector<LogEntry> const& entries,
-                                 std::vector<std::string> const& formats) {
+// One entry printed through liblog in `format`, as logcat prints it (with its line end; a 'long'
+// entry takes more than one line).
+inline std::string formatEntry(AndroidLogFormat* format, LogEntry const& e) {
+    AndroidLogEntry entry{};
+    entry.tv_sec = static_cast<time_t>(e.sec);
+    entry.tv_nsec = static_cast<long>(e.nsec);
+    entry.priority = e.priority;
+    entry.uid = e.uid;
+    entry.pid = e.pid;
+    entry.tid = e.tid;
+    entry.tag = e.tag.c_str();
+    entry.tagLen = e.tag.size();
+    entry.message = e.message.c_str();
+    entry.messageLen = e.message.size();
+    char buf[1024];
+    size_t length = 0;
+    char* line = android_log_formatLogLine(format, buf, sizeof buf, &entry, &length);
+    std::string out(line, length);
+    if (line != buf) {
+        std::free(line);
+    }
+    return out;
+}
+
+// A logcat format with `formats` ("long", "epoch", "usec", ...), one android_log_setPrintFormat
+// each, as 'logcat -v long,epoch,usec' sets it up. Free it with android_log_format_free.
+inline AndroidLogFormat* logcatFormat(std::vector<std::string> const& formats) {
     AndroidLogFormat* format = android_log_format_new();
     for (auto const& f : formats) {
         android_log_setPrintFormat(format, android_log_formatFromString(f.c_str()));
     }
+    return format;
+}
+
+// The entries printed through liblog with `formats`.
+inline std::string formatCapture(std::vector<LogEntry> const& entries,
+                                 std::vector<std::string> const& formats) {
+    AndroidLogFormat* format = logcatFormat(formats);
     std::string out = "--------- beginning of main\n";
     for (auto const& e : entries) {
-        AndroidLogEntry entry{};
-        entry.tv_sec = static_cast<time_t>(e.sec);
-        entry.tv_nsec = static_cast<long>(e.nsec);
-        entry.priority = e.priority;
-        entry.uid = e.uid;
-        entry.pid = e.pid;
-        entry.tid = e.tid;
-        entry.tag = e.tag.c_str();
-        entry.tagLen = e.tag.size();
-        entry.message = e.message.c_str();
-        entry.messageLen = e.message.size();
-        char buf[1024];
-        size_t length = 0;
-        char* line = android_log_formatLogLine(format, buf, sizeof buf, &entry, &length);
-        out.append(line, length);
-        if (line != buf) {
-            std::free(line);
-        }
+        out += formatEntry(format, e);
     }
     android_log_format_free(format);
     return out;

@@ -48,6 +48,9 @@ void CaptureReader::line(std::string_view line) {
         return;
     }
     if (!parseLogLine(line, l)) {
+        if (startsWith(line, "--------- beginning of ")) {
+            reconnect(line);
+        }
         bool blank = line.find_first_not_of(" \t\r") == std::string_view::npos;
         if (!blank && !startsWith(line, "--------- ") && mFirstNoise == 0) {
             mFirstNoise = mLineNo;
@@ -68,6 +71,20 @@ void CaptureReader::line(std::string_view line) {
         return;
     }
     ours(l);
+}
+
+// logcat names each buffer once when it starts; the same buffer named again is a new logcat
+// printing the buffer from its start (adb reconnected): the sessions so far end there, and what
+// follows, re-printed lines included, belongs to sessions of their own.
+void CaptureReader::reconnect(std::string_view separator) {
+    std::string buffer(separator.substr(23));
+    while (!buffer.empty() && (buffer.back() == '\r' || buffer.back() == ' ')) {
+        buffer.pop_back();
+    }
+    if (!mBuffers.insert(buffer).second) {
+        mBuffers = {buffer};
+        mCurrent.clear();
+    }
 }
 
 void CaptureReader::lastLineCut() {
@@ -108,6 +125,34 @@ void CaptureReader::chatty(LogLine const& l) {
     cut(l.pid, "logd left lines out (\"chatty: " + std::string(m.substr(at + 1)) + "\")");
 }
 
+// The helper's creation: the queue's line (debug), else the helper's own (info), which follows
+// the queue's in the same creation.
+bool CaptureReader::createsSession(std::string_view func, std::string_view rest,
+                                   SessionBuilder const* current) {
+    if (func == "SyncQueue" && startsWith(rest, "2020/01/14 - create type")) {
+        return true;
+    }
+    return func == "SyncHelper" && startsWith(rest, "needCropReplace(") &&
+           (current == nullptr || !current->fresh());
+}
+
+// Frame numbers that start again below the session's: a new session whose creation the capture
+// does not show. Only the lines of a frame's own calls and updaters count (the queue's
+// housekeeping names frames long gone): their frame is in flight, and at most ten are, so none
+// is more than a few frames below the highest named so far.
+bool CaptureReader::restarts(LogLine const& l, std::string_view func,
+                             SessionBuilder const& current) {
+    constexpr int kInFlight = 12;
+    if (func != "syncResultCheck" && func != "enque" && func != "onEvent" && func != "update") {
+        return false;
+    }
+    std::optional<int> frame = frameIn(l.message);
+    // A frame is judged once in a session: its check again is another session's frame.
+    bool again = func == "update" && frame && l.message.find("syncOK=") != std::string_view::npos &&
+                 current.judged(*frame);
+    return frame && (*frame < current.highestFrame() - kInFlight || again);
+}
+
 // A parsed line: handed to its session when it is one of the library's.
 void CaptureReader::ours(LogLine const& l) {
     if (l.tag == "chatty") {
@@ -124,10 +169,11 @@ void CaptureReader::ours(LogLine const& l) {
         return;
     }
     mLastHeldOurs = true;
-    bool create = func == "SyncQueue" && startsWith(rest, "2020/01/14 - create type");
     auto it = mCurrent.find(l.pid);
-    if (create || it == mCurrent.end()) {
-        if (mFollow && it != mCurrent.end()) {  // the process's session before this one is over
+    SessionBuilder* current = it == mCurrent.end() ? nullptr : mSessions[it->second].get();
+    bool create = createsSession(func, rest, current);
+    if (create || current == nullptr || restarts(l, func, *current)) {
+        if (it != mCurrent.end()) {  // the process's session before this one is over
             mFinished.resize(mSessions.size());
             mFinished[it->second] =
                 mSessions[it->second]->finish(mLastLineOf[it->second], clockSoFar(), mFollow);
@@ -140,9 +186,8 @@ void CaptureReader::ours(LogLine const& l) {
     }
     mLastLineOf[it->second] = mLineNo;
     mSessions[it->second]->onLine(l, mLineNo, func, rest);
-    if (mFollow) {
-        mSessions[it->second]->settle(mFollow, clockSoFar());
-    }
+    // Read whole or followed, frames are settled as they are decided: memory stays bounded.
+    mSessions[it->second]->settle(mFollow, clockSoFar());
 }
 
 std::vector<Timeline> CaptureReader::finish() {

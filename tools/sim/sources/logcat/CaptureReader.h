@@ -12,6 +12,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -51,6 +52,10 @@ class CaptureReader {
     void chatty(LogLine const& l);
     void cut(int pid, std::string what, std::string_view text = {});
     SessionBuilder* sessionOf(int pid);
+    static bool createsSession(std::string_view func, std::string_view rest,
+                               SessionBuilder const* current);
+    static bool restarts(LogLine const& l, std::string_view func, SessionBuilder const& current);
+    void reconnect(std::string_view separator);
 
     std::string mFile, mSection;
     std::vector<std::unique_ptr<SessionBuilder>> mSessions;  // null once finished
@@ -66,6 +71,7 @@ class CaptureReader {
     int mCutLine = 0;                    // the latest line named as a gap
     bool mLastHeldOurs = false;          // the latest line was, or held a piece of, one of ours
     std::string mLongHeader;             // a 'long' header whose message line comes next
+    std::set<std::string> mBuffers;      // the buffers logcat named since it (re)started
 };
 
 }  // namespace ryxsim

@@ -18,7 +18,7 @@ SessionBuilder::SessionBuilder(std::string const& file, int pid, int line, bool 
     mFirstLine = line;
     mCreated = created;
     if (!created) {
-        gap(line, "the capture starts after the session did");
+        gap(line, kStartedBefore);
     }
 }
 
@@ -135,9 +135,8 @@ void SessionBuilder::onLine(LogLine const& l, int line, std::string_view func,
         }
         mLastTimeNs = std::max(mLastTimeNs.value_or(*l.timeNs), *l.timeNs);
     }
-    if (l.level == 'D' || l.level == 'V' || l.level == 'I') {
-        mSawDebug = true;
-    }
+    mSawDebug = mSawDebug || l.level == 'D' || l.level == 'V';
+    mSawInfo = mSawInfo || l.level == 'I';
     mNoThreads = mNoThreads || l.tid < 0;
     static thread_local std::string s;
     s.assign(rest.data(), rest.size());
@@ -171,7 +170,11 @@ bool SessionBuilder::onCheckLine(LogLine const& l, std::string_view func, std::s
         return false;
     }
     int f = 0, c = 0;
-    if (scan(s, "[f%d] +", &f)) {
+    if (scan(s, "[f%d] +", &f) && l.tid < 0) {
+        ++mEntries[f];  // whose call it is, the capture does not say
+        mLastEntry = f;
+        seen(f);
+    } else if (scan(s, "[f%d] +", &f)) {
         closeCall(l.tid);
         mCalls[l.tid] = {f, at(l), false};
         seen(f);

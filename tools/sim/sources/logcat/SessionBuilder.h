@@ -41,10 +41,21 @@ class SessionBuilder {
     void settle(FrameSink const& folded, LogClock clock);
     // Labels for the cameras in explanations written while following ("1 tele").
     void nameCameras(std::map<int, std::string> const& names) { mNames = names; }
+    // The highest frame number a line named so far (-1 before any).
+    int highestFrame() const { return mHighestFrame; }
+    // Made by the queue's creation line and no frame's line since: the creation's other lines
+    // (the helper's, at info level) are still this session's.
+    bool fresh() const { return mCreated && mHighestFrame < 0; }
+    // The frame's timestamp check was read already.
+    bool judged(int frame) const {
+        auto it = mFrames.find(frame);
+        return it != mFrames.end() && it->second.syncOK.has_value();
+    }
 
     // A frame is settled once the stream is this many frames past it: more than the library's
     // ten frames in flight and its 20-frame arrival record.
     static constexpr int kSettleLag = 40;
+    static constexpr char kStartedBefore[] = "the capture starts after the session did";
 
   private:
     // What the lines said about one camera's part in a frame, beyond its cell.
@@ -106,6 +117,9 @@ class SessionBuilder {
     void attributeDeferred(std::set<int> const& syncOff, int bound);
     void resolveFrames(int bound);
     void resolve(FrameRecord& f);
+    bool droppedWhole(FrameFlags const& ff) const;
+    static bool dropWhileLive(FrameFlags const& ff);
+    void countCallsWithoutCamera(FrameRecord const& f);
     void placeFrames(int bound);
     void resolveBelow(int bound);
     int settleBound() const;
@@ -152,7 +166,8 @@ class SessionBuilder {
     int mFirstLine = 0;
     int mHighestFrame = -1;
     bool mCreated = false;
-    bool mSawDebug = false;
+    bool mSawDebug = false;   // debug or verbose lines: every call is shown
+    bool mSawInfo = false;    // info lines: the helper's creation is shown
     bool mFinishing = false;  // cells made while resolving are not lines of the capture
     std::unordered_map<int, int> mCamOfTid;
     std::unordered_map<int, Call> mCalls;    // tid -> syncResultCheck in progress
@@ -169,6 +184,8 @@ class SessionBuilder {
     std::vector<PendingGap> mGaps;
     bool mNoThreads = false;      // a line without a thread id: calls cannot be told apart
     std::set<int> mUnattributed;  // frames with a drop line no camera can be given
+    std::map<int, int> mEntries;  // without thread ids: frame -> syncResultCheck calls entered
+    int mLastEntry = -1;          // and the frame of the latest call entered
     std::vector<std::string> mErrors;
     std::string mMissingWithoutFrame;
 };

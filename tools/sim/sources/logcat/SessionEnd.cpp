@@ -65,7 +65,8 @@ void SessionBuilder::attributeDeferred(std::set<int> const& syncOff, int bound) 
     mDeferred.erase(mDeferred.begin(), below);
     for (auto const& d : now) {
         auto cam = camOf(d.tid);
-        if (!cam && d.kind != Deferred::Crop && mUnattributed.insert(d.frame).second) {
+        if (!cam && d.kind != Deferred::Crop && !mNoThreads &&
+            mUnattributed.insert(d.frame).second) {
             ++mUnattributedCount;
         }
         if (d.kind == Deferred::FlushedArrival) {
@@ -128,8 +129,36 @@ void SessionBuilder::resolveFrames(int bound) {
     }
 }
 
+// Without thread ids the drop lines of a frame name no camera; they need not: the master's drop
+// and a flush of the live frame drop every camera of it that came, as a refusal does.
+bool SessionBuilder::dropWhileLive(FrameFlags const& ff) {
+    return ff.dropEvent && !ff.ready;
+}
+
+bool SessionBuilder::droppedWhole(FrameFlags const& ff) const {
+    return mNoThreads && (ff.masterDrop || ff.dropEvent);
+}
+
+// Without thread ids, the calls of a frame that showed no camera (a flushed arrival, sync
+// switched off): counted, and the frame's other cameras are what their lines say.
+void SessionBuilder::countCallsWithoutCamera(FrameRecord const& f) {
+    auto entries = mEntries.find(f.frame);
+    if (entries == mEntries.end()) {
+        return;
+    }
+    int shown = 0;
+    for (auto const& c : f.cells) {
+        CellFlags const& cf = mCells[{f.frame, c.sensor}];
+        shown += cf.enqueued || cf.dropOnArrival ? 1 : 0;
+    }
+    if (entries->second > shown && mUnattributed.insert(f.frame).second) {
+        ++mUnattributedCount;
+    }
+}
+
 void SessionBuilder::resolve(FrameRecord& f) {
     FrameFlags const& ff = mFrames[f.frame];
+    countCallsWithoutCamera(f);
     bool waiting = false;
     for (auto& c : f.cells) {
         CellFlags const& cf = mCells[{f.frame, c.sensor}];
@@ -142,11 +171,14 @@ void SessionBuilder::resolve(FrameRecord& f) {
             c.verdict = Verdict::Unchecked;
         } else if (cf.flushedOnArrival) {
             c.cause = DropCause::Flush;
-        } else if (cf.needDrop || cf.dropOnArrival || (ff.refused && (c.completed || !mSawDebug))) {
+        } else if (cf.needDrop || cf.dropOnArrival ||
+                   (ff.refused && (c.completed || !mSawDebug || mNoThreads)) || droppedWhole(ff)) {
             // Out of the drop queue (a master drop, or the updaters' refusal) or the flush list.
-            c.cause = ff.masterDrop ? DropCause::MasterDrop
-                      : ff.refused  ? DropCause::Refused
-                                    : DropCause::Flush;
+            // A drop of the live frame runs the updaters too: an inversion they log then is
+            // no refusal of theirs.
+            c.cause = ff.masterDrop                      ? DropCause::MasterDrop
+                      : ff.refused && !dropWhileLive(ff) ? DropCause::Refused
+                                                         : DropCause::Flush;
         } else if (ff.syncOK) {
             c.verdict = *ff.syncOK ? Verdict::InSync : Verdict::OutOfSync;
         } else if (ff.ready) {
@@ -163,7 +195,7 @@ void SessionBuilder::resolve(FrameRecord& f) {
         // Some camera of the frame was dropped, and the lines do not say which: every camera
         // not known to be dropped is undetermined, never in sync.
         bool known = c.cause != DropCause::None || c.verdict == Verdict::Blocked;
-        if (mUnattributed.count(f.frame) != 0 && !known) {
+        if (mUnattributed.count(f.frame) != 0 && !known && !mNoThreads) {
             c.verdict = Verdict::Undetermined;
             f.undeterminedWhy = kNoThreadsWhy;
         }
@@ -199,9 +231,22 @@ void SessionBuilder::addNotes(LogClock clock) {
     }
     if (!mSawDebug) {
         t.notes.push_back(
-            "only warnings and errors in this capture (the default log level): out-of-sync "
-            "frames, inversions and errors are shown; frames in sync, drops, flushes, sensor "
-            "leaves, masters, crop overrides and arrival times are not logged at this level");
+            std::string(mSawInfo ? "no debug lines in this capture (info, warnings and errors: "
+                                   "the platform's default log level)"
+                                 : "only warnings and errors in this capture (the default log "
+                                   "level)") +
+            ": out-of-sync frames, inversions and errors are shown; frames in sync, drops, "
+            "flushes, sensor leaves, masters, crop overrides and arrival times are not logged at "
+            "this level");
+    }
+    if (!mSawDebug && !mSawInfo) {
+        t.notes.push_back(
+            "the library logs a session's creation at info and debug level only, so whether "
+            "this session started before the capture is unknown, and a later session of "
+            "process " +
+            std::to_string(t.pid) +
+            " is told apart only where its frame numbers start again lower: these lines may "
+            "hold more than one session");
     }
     if (mNoRendezvousCount > 0 && !mNoThreads) {
         t.notes.insert(
@@ -214,10 +259,12 @@ void SessionBuilder::addNotes(LogClock clock) {
     if (mNoThreads) {
         t.notes.push_back(
             "this capture has no thread ids (logcat's time, brief, process, tag or raw format): "
-            "the lines of one camera's call cannot be told from another's, so a frame whose "
-            "drop the lines do not give a camera is undetermined on its other cameras (" +
+            "the lines of one camera's call cannot be told from another's, so a call that "
+            "reached no rendezvous (a flushed arrival, or sync switched off) is not shown "
+            "against its camera (" +
             plural(static_cast<long long>(mUnattributedCount), "frame", "frames") +
-            "); capture with 'adb logcat -v threadtime' to see every frame");
+            " with such calls), nor is the camera whose drop as master dropped a frame; "
+            "capture with 'adb logcat -v threadtime' to see every call");
     }
     if (mAnyOutOfSync) {
         t.notes.push_back(
@@ -252,7 +299,9 @@ Timeline SessionBuilder::finish(int lastLine, LogClock clock, FrameSink const& f
     t.logClock = clock;
     t.description = "Android log capture, lines " + std::to_string(mFirstLine) + "-" +
                     std::to_string(lastLine) + ", process " + std::to_string(t.pid) +
-                    (mCreated ? "" : " (the session started before the capture)");
+                    (mCreated                ? ""
+                     : mSawDebug || mSawInfo ? " (the session started before the capture)"
+                                             : " (its start is not shown at this log level)");
     t.completionKnown = mSawDebug && !mNoThreads;
     addNotes(clock);
     foldBelow(INT_MAX, folded);

@@ -67,7 +67,8 @@ void SessionBuilder::fatal(LogLine const& l, std::string_view text) {
     std::string msg(text);
     t.fatalText = msg;
     std::string cam = camOf(l.tid) ? "camera " + std::to_string(*camOf(l.tid)) : "a camera";
-    int frame = mCalls.count(l.tid) ? mCalls[l.tid].frame : -1;
+    // Without thread ids, the call that broke the rule is taken as the latest to enter.
+    int frame = mCalls.count(l.tid) ? mCalls[l.tid].frame : l.tid < 0 ? mLastEntry : -1;
     if (startsWith(msg, "please check flow")) {
         t.fatal = fatalInFlight(frame);
     } else if (startsWith(msg, "camid is NOT exist in sync target")) {

@@ -36,10 +36,10 @@ void SessionBuilder::placeFrames(int bound) {
 }
 
 // Every call of the frame shows where it started (its entry line), or needs none (a sensor's own
-// drop, a leave).
+// drop, a leave). Without thread ids an entry line names no camera: its rendezvous line does.
 bool SessionBuilder::shownWhole(int frame, CameraCell const& c) {
     CellFlags const& cf = mCells[{frame, c.sensor}];
-    return cf.entered || cf.ownDrop || cf.left;
+    return cf.entered || cf.ownDrop || cf.left || (mNoThreads && (cf.enqueued || cf.dropOnArrival));
 }
 
 // The frames with a line at or before a gap, not folded yet: lowest and highest.
@@ -94,6 +94,9 @@ void SessionBuilder::markGaps(int bound, bool all) {
 }
 
 void SessionBuilder::markGap(PendingGap const& g) {
+    if (g.what == kStartedBefore && !mSawDebug && !mSawInfo) {
+        return;  // the creation is not logged at this level: the notes say it is unknown
+    }
     CaptureGap gap{g.line, g.what, {}};
     std::vector<FrameRecord*> after;
     int latestBefore = 0;  // the last line before the gap: its frames were in flight
@@ -131,7 +134,8 @@ void SessionBuilder::markGap(PendingGap const& g) {
         FrameRecord& f = work(number);
         f.neverCame.clear();  // the lost lines may be the ones of the camera not seen
         for (auto& c : f.cells) {
-            if (restsOnMissingLines(c)) {
+            // A flush on arrival is read from a rendezvous line that is not there.
+            if (restsOnMissingLines(c) || mCells[{number, c.sensor}].flushedOnArrival) {
                 c.verdict = Verdict::Undetermined;
                 f.undeterminedWhy = "the capture may not hold all its lines (line " +
                                     std::to_string(g.line) + ": " + gap.what + ")";

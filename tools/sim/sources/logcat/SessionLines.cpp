@@ -15,7 +15,9 @@ bool SessionBuilder::onUpdaterLine(LogLine const& l, std::string_view func, std:
         (v == 0 ? mFrames[f].ready : mFrames[f].dropEvent) = true;
         return true;
     }
-    if (func == "update" && s.empty() && l.tag == "RyxCam/TimestampSyncDataUpdater") {
+    // (A format without tags, raw or thread, shows the line all the same.)
+    if (func == "update" && s.empty() &&
+        (l.tag.empty() || l.tag == "RyxCam/TimestampSyncDataUpdater")) {
         // In sync with nobody else to compare: the frame's other cameras dropped it.
         auto it = mUpdating.find(l.tid);
         if (it != mUpdating.end()) {
