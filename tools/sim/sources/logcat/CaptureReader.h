@@ -6,6 +6,7 @@
 
 #include "model/ParseError.h"
 #include "model/Timeline.h"
+#include "sources/logcat/LogCalendar.h"
 #include "sources/logcat/LogLine.h"
 #include "sources/logcat/SessionBuilder.h"
 
@@ -66,6 +67,7 @@ class CaptureReader {
     int mCutLine = 0;                    // the latest line named as a gap
     bool mLastHeldOurs = false;          // the latest line was, or held a piece of, one of ours
     std::string mLongHeader;             // a 'long' header whose message line comes next
+    LogCalendar mCalendar;               // the years of the dates printed without one
 };
 
 }  // namespace ryxsim
