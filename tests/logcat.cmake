@@ -23,6 +23,17 @@ if(RYX_BUILD_TOOLS AND EXISTS ${PROJECT_SOURCE_DIR}/tools/CMakeLists.txt)
   ryx_add_test(logcat_gaps_test LABEL e2e SOURCES logcat_gaps_test.cpp
     LIBS synchelper_sim_run Android::log)
 endif()
+# A capture's calendar: dates without their year past 31 December, zoned times past the end of
+# summer time.
+if(RYX_BUILD_TOOLS AND EXISTS ${PROJECT_SOURCE_DIR}/tools/CMakeLists.txt)
+  ryx_add_test(logcat_calendar_test LABEL e2e SOURCES logcat_calendar_test.cpp
+    LIBS synchelper_sim_run Android::log)
+endif()
+# A capture's bytes as lines: its encodings, fed in chunks of every size.
+if(RYX_BUILD_TOOLS AND EXISTS ${PROJECT_SOURCE_DIR}/tools/CMakeLists.txt)
+  ryx_add_test(capture_decoder_test LABEL unit SOURCES capture_decoder_test.cpp
+    LIBS synchelper_sim_core)
+endif()
 # The tool stays in small functions: none over 80 lines (the script names any that is).
 if(RYX_BUILD_TOOLS AND EXISTS ${PROJECT_SOURCE_DIR}/tools/CMakeLists.txt)
   find_package(Python3 COMPONENTS Interpreter REQUIRED)

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <set>
 #include <tuple>
 
@@ -374,11 +375,15 @@ void renameCameras(Timeline& t, std::map<int, std::string> const& labels) {
     }
 }
 
-std::string formatLogTime(LogClock const& clock, int64_t ns) {
+std::string formatLogTime(LogClock const& clock, int64_t ns, std::optional<int> zoneS) {
     using Form = LogClock::Form;
     if (clock.form == Form::None) {
         return "";
     }
+    if (clock.form == Form::Seconds) {
+        zoneS.reset();  // epoch and monotonic seconds carry no zone
+    }
+    ns += zoneS.value_or(0) * int64_t{1000000000};
     int64_t scale = 1;
     for (int k = clock.digits; k < 9; ++k) {
         scale *= 10;
@@ -409,11 +414,18 @@ std::string formatLogTime(LogClock const& clock, int64_t ns) {
                   static_cast<long long>(secs / 3600), static_cast<long long>(secs / 60 % 60),
                   static_cast<long long>(secs % 60), clock.digits,
                   static_cast<long long>(fraction));
-    return text;
+    std::string out = text;
+    if (zoneS) {
+        int minutes = std::abs(*zoneS) / 60;
+        std::snprintf(text, sizeof text, " %c%02d%02d", *zoneS < 0 ? '-' : '+', minutes / 60,
+                      minutes % 60);
+        out += text;
+    }
+    return out;
 }
 
 std::string Timeline::logTime(FrameRecord const& f) const {
-    return f.logTimeNs ? formatLogTime(logClock, *f.logTimeNs) : std::string();
+    return f.logTimeNs ? formatLogTime(logClock, *f.logTimeNs, f.logZoneS) : std::string();
 }
 
 std::vector<FrameRecord const*> unpassedFrames(Timeline const& t) {

@@ -73,6 +73,7 @@ struct FrameRecord {
     // log's own time of its first line (LogClock).
     std::optional<int> firstLine, lastLine;
     std::optional<int64_t> logTimeNs;
+    std::optional<int> logZoneS;  // the zone the capture printed that time in, when it shows one
     // Why an undetermined camera's verdict cannot be told (the capture's words).
     std::string undeterminedWhy;
 
@@ -143,7 +144,10 @@ struct LogClock {
     enum class Form { None, Date, DateWithYear, Seconds } form = Form::None;
     int digits = 3;  // of the fraction
 };
-std::string formatLogTime(LogClock const& clock, int64_t ns);
+// `ns` in UTC; with `zoneS` (seconds east of UTC) a date is printed in that zone, with its offset
+// ("10-27 02:59:59.900 +0200"), as the line showed it.
+std::string formatLogTime(LogClock const& clock, int64_t ns,
+                          std::optional<int> zoneS = std::nullopt);
 
 // Where a capture may not show everything: lines logd took out (chatty), a cut line, a capture
 // that starts after its session did, time going back. The frames it touches are marked.

@@ -4,6 +4,8 @@ namespace ryxsim {
 
 namespace {
 
+constexpr uint32_t kReplacement = 0xFFFD;  // for a unit that is no character
+
 void appendUtf8(std::string& out, uint32_t cp) {
     if (cp < 0x80) {
         out += static_cast<char>(cp);
@@ -109,9 +111,14 @@ void CaptureDecoder::decodeUtf16(std::string_view bytes) {
                 break;  // the pair's second half comes with the next chunk
             }
             uint32_t low = unit(i + 2);
-            appendUtf8(out, 0x10000 + ((u - 0xD800) << 10) + (low - 0xDC00));
-            i += 4;
-            continue;
+            if (low >= 0xDC00 && low < 0xE000) {
+                appendUtf8(out, 0x10000 + ((u - 0xD800) << 10) + (low - 0xDC00));
+                i += 4;
+                continue;
+            }
+            u = kReplacement;  // a first half alone: the unit after it is read on its own
+        } else if (u >= 0xDC00 && u < 0xE000) {
+            u = kReplacement;  // a second half alone
         }
         appendUtf8(out, u);
         i += 2;
@@ -144,6 +151,12 @@ void CaptureDecoder::emit() {
 void CaptureDecoder::finish() {
     if (mEncoding == Encoding::Unknown) {
         detect();
+    }
+    if (!mPending.empty()) {  // a unit or a pair cut by the end of the capture
+        mPending.clear();
+        std::string lost;
+        appendUtf8(lost, kReplacement);
+        text(lost);
     }
     if (!mLine.empty()) {
         mEndedMidLine = true;

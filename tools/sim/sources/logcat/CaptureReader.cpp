@@ -42,6 +42,7 @@ void CaptureReader::line(std::string_view line) {
         std::string header = std::move(mLongHeader);
         mLongHeader.clear();
         parseLogLine(header, l);
+        mCalendar.place(l);
         l.message = line;
         l.longHeader = false;
         ours(l);
@@ -61,6 +62,7 @@ void CaptureReader::line(std::string_view line) {
         return;
     }
     ++mParsed;
+    mCalendar.place(l);
     if (l.timeNs) {
         mLastTimeNs = std::max(mLastTimeNs.value_or(*l.timeNs), *l.timeNs);
         mTimeForm = mTimeForm == LogLine::TimeForm::None ? l.timeForm : mTimeForm;

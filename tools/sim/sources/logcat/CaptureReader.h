@@ -6,6 +6,7 @@
 
 #include "model/ParseError.h"
 #include "model/Timeline.h"
+#include "sources/logcat/LogCalendar.h"
 #include "sources/logcat/LogLine.h"
 #include "sources/logcat/SessionBuilder.h"
 
@@ -72,6 +73,7 @@ class CaptureReader {
     bool mLastHeldOurs = false;          // the latest line was, or held a piece of, one of ours
     std::string mLongHeader;             // a 'long' header whose message line comes next
     std::set<std::string> mBuffers;      // the buffers logcat named since it (re)started
+    LogCalendar mCalendar;               // the years of the dates printed without one
 };
 
 }  // namespace ryxsim

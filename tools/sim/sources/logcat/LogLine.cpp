@@ -62,82 +62,90 @@ bool isLevel(char c) {
     return c != '\0' && std::strchr("VDIWEFS", c) != nullptr;
 }
 
-// Days since 1970-01-01 of a civil date.
-int64_t daysFromCivil(int64_t y, int64_t m, int64_t d) {
-    y -= m <= 2;
-    int64_t era = (y >= 0 ? y : y - 399) / 400;
-    int64_t yoe = y - era * 400;
-    int64_t doy = (153 * (m + (m > 2 ? -3 : 9)) + 2) / 5 + d - 1;
-    int64_t doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
-    return era * 146097 + doe - 719468;
+constexpr int64_t kNsPerS = 1000000000;
+
+// "MM-DD HH:MM:SS" or "YYYY-MM-DD HH:MM:SS" after its first number `a` of `n` digits: seconds
+// since 1970.
+bool readDate(Cursor& c, int64_t a, int n, int64_t& secs, LogLine::TimeForm& form) {
+    int64_t year = kYearlessYear, b = 0, hh = 0, mm = 0, ss = 0;
+    form = LogLine::TimeForm::Date;
+    if (!c.eat('-') || !c.digits(b, 2)) {
+        return false;
+    }
+    if (n == 4 && c.eat('-')) {
+        year = a;
+        form = LogLine::TimeForm::DateWithYear;
+        a = b;
+        if (!c.digits(b, 2)) {
+            return false;
+        }
+    } else if (n != 2) {
+        return false;
+    }
+    if (c.spaces() == 0 || !c.digits(hh, 2) || !c.eat(':') || !c.digits(mm, 2) || !c.eat(':') ||
+        !c.digits(ss, 2) || a < 1 || a > 12 || b < 1 || b > 31 || hh > 23 || mm > 59 || ss > 60) {
+        return false;
+    }
+    secs = ((daysFromCivil(year, a, b) * 24 + hh) * 60 + mm) * 60 + ss;
+    return true;
 }
 
-// "[YYYY-]MM-DD HH:MM:SS[.f...][ +zzzz]" or "SSSSSSSSSS[.f...]"; `fraction` false for the host
-// format, whose seconds are whole.
-bool readTime(Cursor& c, bool fraction, int64_t& ns, int& digits, LogLine::TimeForm& form) {
+// ".f" of 3, 6 or 9 digits, added to `ns`.
+bool readFraction(Cursor& c, int64_t& ns, int& digits) {
+    int64_t f = 0;
+    if (!c.eat('.') || !c.digits(f, 0, &digits) || (digits != 3 && digits != 6 && digits != 9)) {
+        return false;
+    }
+    for (int k = digits; k < 9; ++k) {
+        f *= 10;
+    }
+    ns += f;
+    return true;
+}
+
+// " +hhmm" or " -hhmm" (the zone modifier): seconds east of UTC.
+bool readZone(Cursor& c, int& offsetS) {
+    Cursor zone = c;
+    zone.spaces();
+    int sign = zone.eat('+') ? 1 : zone.eat('-') ? -1 : 0;
+    int64_t z = 0;
+    if (sign == 0 || !zone.digits(z, 4) || z % 100 > 59) {
+        return false;
+    }
+    offsetS = sign * static_cast<int>(z / 100 * 3600 + z % 100 * 60);
+    c = zone;
+    return true;
+}
+
+// "[YYYY-]MM-DD HH:MM:SS[.f...][ +zzzz]" or "SSSSSSSSSS[.f...]" into the time fields of `out`;
+// `fraction` false for the host format, whose seconds are whole.
+bool readTime(Cursor& c, bool fraction, LogLine& out) {
     Cursor save = c;
-    int64_t a = 0, b = 0, d = 0, hh = 0, mm = 0, ss = 0;
+    int64_t a = 0, secs = 0;
     int n = 0;
+    LogLine::TimeForm form = LogLine::TimeForm::Seconds;  // epoch or monotonic seconds
     if (!c.digits(a, 0, &n)) {
         return false;
     }
-    int64_t year = 2000;
-    form = LogLine::TimeForm::Date;
-    if (c.peek() == '.') {  // epoch or monotonic seconds
-        ss = a;
-        form = LogLine::TimeForm::Seconds;
-    } else if (c.eat('-')) {
-        if (!c.digits(b, 2)) {
-            c = save;
-            return false;
-        }
-        if (n == 4 && c.eat('-')) {
-            year = a;
-            form = LogLine::TimeForm::DateWithYear;
-            a = b;
-            if (!c.digits(b, 2)) {
-                c = save;
-                return false;
-            }
-        } else if (n != 2) {
-            c = save;
-            return false;
-        }
-        if (c.spaces() == 0 || !c.digits(hh, 2) || !c.eat(':') || !c.digits(mm, 2) || !c.eat(':') ||
-            !c.digits(ss, 2) || a < 1 || a > 12 || b < 1 || b > 31 || hh > 23 || mm > 59 ||
-            ss > 60) {
-            c = save;
-            return false;
-        }
-        d = daysFromCivil(year, a, b);
-        ss += ((d * 24 + hh) * 60 + mm) * 60;
-    } else {
+    if (c.peek() == '.') {
+        secs = a;
+    } else if (!readDate(c, a, n, secs, form)) {
         c = save;
         return false;
     }
-    ns = ss * 1000000000;
-    digits = 0;
-    if (fraction) {
-        int64_t f = 0;
-        if (!c.eat('.') || !c.digits(f, 0, &digits) ||
-            (digits != 3 && digits != 6 && digits != 9)) {
-            c = save;
-            return false;
-        }
-        for (int k = digits; k < 9; ++k) {
-            f *= 10;
-        }
-        ns += f;
+    int64_t ns = secs * kNsPerS;
+    int digits = 0;
+    if (fraction && !readFraction(c, ns, digits)) {
+        c = save;
+        return false;
     }
-    Cursor zone = c;
-    zone.spaces();
-    if (zone.peek() == '+' || zone.peek() == '-') {
-        ++zone.i;
-        int64_t z = 0;
-        if (zone.digits(z, 4)) {
-            c = zone;
-        }
-    }
+    int offsetS = 0;
+    // Compared in UTC, so that the end of summer time is no step back of an hour.
+    bool zoned = readZone(c, offsetS) && form != LogLine::TimeForm::Seconds;
+    out.timeNs = zoned ? ns - offsetS * kNsPerS : ns;
+    out.zoneS = zoned ? std::optional<int>(offsetS) : std::nullopt;
+    out.fractionDigits = digits;
+    out.timeForm = form;
     return true;
 }
 
@@ -245,16 +253,13 @@ bool readHost(Cursor& c, LogLine& out) {
         return false;
     }
     out.level = c.s[c.i++];
-    int64_t ns = 0, pid = 0, tid = 0;
-    int digits = 0;
-    if (c.spaces() != 1 || !readTime(c, false, ns, digits, out.timeForm) || c.spaces() == 0 ||
-        !c.digits(pid) || c.spaces() == 0 || !c.digits(tid)) {
+    int64_t pid = 0, tid = 0;
+    if (c.spaces() != 1 || !readTime(c, false, out) || c.spaces() == 0 || !c.digits(pid) ||
+        c.spaces() == 0 || !c.digits(tid)) {
         return false;
     }
     c.eat(' ');
     out.tag = tag;
-    out.timeNs = ns;
-    out.fractionDigits = 0;
     out.pid = static_cast<int>(pid);
     out.tid = static_cast<int>(tid);
     out.message = c.s.substr(c.i);
@@ -343,9 +348,7 @@ bool readLongHeader(Cursor& c, LogLine& out) {
     if (!c.eat('[') || c.spaces() == 0 || c.s.size() < 2 || c.s.substr(c.s.size() - 2) != " ]") {
         return false;
     }
-    int64_t ns = 0;
-    int digits = 0;
-    if (!readTime(c, true, ns, digits, out.timeForm) || c.spaces() == 0) {
+    if (!readTime(c, true, out) || c.spaces() == 0) {
         return false;
     }
     int64_t ids[3];
@@ -373,8 +376,6 @@ bool readLongHeader(Cursor& c, LogLine& out) {
     while (!out.tag.empty() && out.tag.back() == ' ') {
         out.tag.remove_suffix(1);
     }
-    out.timeNs = ns;
-    out.fractionDigits = digits;
     out.pid = static_cast<int>(ids[n - 2]);
     out.tid = static_cast<int>(ids[n - 1]);
     out.longHeader = true;
@@ -399,6 +400,15 @@ bool readRaw(std::string_view line, LogLine& out) {
 
 }  // namespace
 
+int64_t daysFromCivil(int64_t year, int64_t month, int64_t day) {
+    year -= month <= 2;
+    int64_t era = (year >= 0 ? year : year - 399) / 400;
+    int64_t yoe = year - era * 400;
+    int64_t doy = (153 * (month + (month > 2 ? -3 : 9)) + 2) / 5 + day - 1;
+    int64_t doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
+    return era * 146097 + doe - 719468;
+}
+
 bool parseLogLine(std::string_view line, LogLine& out) {
     if (!line.empty() && line.back() == '\r') {
         line.remove_suffix(1);
@@ -407,13 +417,9 @@ bool parseLogLine(std::string_view line, LogLine& out) {
     Cursor c{line};
     c.spaces();  // epoch and monotonic seconds are right-aligned
     if (c.isDigit()) {
-        int64_t ns = 0;
-        int digits = 0;
-        if (!readTime(c, true, ns, digits, out.timeForm)) {
+        if (!readTime(c, true, out)) {
             return false;
         }
-        out.timeNs = ns;
-        out.fractionDigits = digits;
         Cursor afterTime = c;
         if (readThreadtime(c, out)) {
             return true;

@@ -38,7 +38,7 @@ void SessionBuilder::gap(int line, std::string what, std::optional<int> frame) {
 
 void SessionBuilder::seen(int frame) {
     mHighestFrame = std::max(mHighestFrame, frame);
-    auto [it, added] = mSpans.try_emplace(frame, Span{mLine, mLine, mLineTimeNs});
+    auto [it, added] = mSpans.try_emplace(frame, Span{mLine, mLine, mLineTimeNs, mLineZoneS});
     if (!added) {
         it->second.last = std::max(it->second.last, mLine);
     }
@@ -119,6 +119,7 @@ void SessionBuilder::onLine(LogLine const& l, int line, std::string_view func,
                             std::string_view rest) {
     mLine = line;
     mLineTimeNs = l.timeNs;
+    mLineZoneS = l.zoneS;
     if (l.timeNs) {
         if (!mOriginSet) {
             mOrigin = *l.timeNs;

@@ -92,6 +92,7 @@ class SessionBuilder {
     struct Span {
         int first = 0, last = 0;
         std::optional<int64_t> firstTimeNs;
+        std::optional<int> firstZoneS;
     };
     struct PendingGap {
         int line;
@@ -162,6 +163,7 @@ class SessionBuilder {
     bool mOriginSet = false;
     std::optional<int64_t> mLastTimeNs;
     std::optional<int64_t> mLineTimeNs;  // of the line being read, on the log's clock
+    std::optional<int> mLineZoneS;       // the zone it was printed in
     int mLine = 0;
     int mFirstLine = 0;
     int mHighestFrame = -1;

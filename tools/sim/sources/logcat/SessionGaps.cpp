@@ -31,6 +31,7 @@ void SessionBuilder::placeFrames(int bound) {
             f.firstLine = span->second.first;
             f.lastLine = span->second.last;
             f.logTimeNs = span->second.firstTimeNs;
+            f.logZoneS = span->second.firstZoneS;
         }
     }
 }
