@@ -102,6 +102,8 @@ TEST(LogcatRoundTrip, DebugLogGivesBackEveryFrame) {
 
 // The two-sensor scenario: a time inversion, sync switched off for ten frames, a sensor leaving.
 // The frames the remaining sensor serves alone take the single-camera path, which logs nothing.
+// The first and last frames with sync off (200, 209) are undetermined: a flush next to the run
+// would log the same.
 TEST(LogcatRoundTrip, DebugLogOfTwoSensorSession) {
     RoundTrip d = roundTrip(scenarioFile("two_sensor.json"), 5);
     Cells run = seen(d.run, false);
@@ -113,9 +115,15 @@ TEST(LogcatRoundTrip, DebugLogOfTwoSensorSession) {
                 << "f" << key.first << " camera " << key.second;
             continue;
         }
-        EXPECT_EQ(it->second, s) << "f" << key.first << " camera " << key.second;
+        bool runEdge = key.first == 200 || key.first == 209;
+        Seen const undetermined{Verdict::Undetermined, DropCause::None, Refusal::None};
+        EXPECT_EQ(it->second, runEdge ? undetermined : s)
+            << "f" << key.first << " camera " << key.second;
     }
-    EXPECT_EQ(seen(d.imported, true), seen(d.run, true));
+    Cells unpassed = seen(d.imported, true);
+    unpassed.erase({200, 0}), unpassed.erase({200, 1}), unpassed.erase({209, 0});
+    unpassed.erase({209, 1});
+    EXPECT_EQ(unpassed, seen(d.run, true));
 }
 
 TEST(LogcatRoundTrip, DefaultLevelGivesBackTheFramesItLogs) {

@@ -23,6 +23,7 @@ constexpr int kNear = 12;
 
 constexpr char kLost[] = "lines lost near it, or cut by the capture's start or end";
 constexpr char kNoThreads[] = "no thread ids, and a camera of the frame was dropped";
+constexpr char kNoRendezvous[] = "no rendezvous: a flush, or sync switched off";
 constexpr char kOpen[] = "still open where the capture stops showing its session";
 
 // The frame number a library line names, -1 when none.
@@ -195,6 +196,10 @@ void Judge::cell(FrameRecord const& f, CameraCell const& c, Where w) {
                              [](CameraCell const& x) { return x.cause != DropCause::None; });
     if (r.verdict == Verdict::Undetermined && near) {
         ++J.unknowns[kLost];
+    } else if (r.verdict == Verdict::Undetermined && tc &&
+               (tc->verdict == Verdict::Unchecked || tc->cause == DropCause::Flush) &&
+               f.undeterminedWhy.find("no rendezvous") != std::string::npos) {
+        ++J.unknowns[kNoRendezvous];
     } else if (r.verdict == Verdict::Undetermined && !C.form.hasThreadIds() && someDropped) {
         ++J.unknowns[kNoThreads];
     } else if ((r.verdict == Verdict::Blocked || r.verdict == Verdict::NotRun) && near) {

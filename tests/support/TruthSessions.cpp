@@ -12,6 +12,7 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <cstdlib>
 #include <map>
 #include <sstream>
 
@@ -151,6 +152,9 @@ bool runSession(std::string const& text, uint64_t seed, TrueSession& out) {
     std::ostringstream log;
     ryxsim::RunOptions options;
     options.logcat = &log;
+    // In trace order a seed gives the same session every time; RYX_TRUTH_FREE lets the sensor
+    // threads race as pipelines do, for a campaign that looks for what only a race shows.
+    options.ordered = std::getenv("RYX_TRUTH_FREE") == nullptr;
     Watchdog dog("truth session " + s.name, std::chrono::seconds(60));
     ryxsim::RunResult result = ryxsim::runTrace(trace, options);
     dog.disarm();

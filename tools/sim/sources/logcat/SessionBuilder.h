@@ -186,6 +186,7 @@ class SessionBuilder {
     std::vector<PendingGap> mGaps;
     bool mNoThreads = false;      // a line without a thread id: calls cannot be told apart
     std::set<int> mUnattributed;  // frames with a drop line no camera can be given
+    std::set<int> mRunEdges;      // first and last frames of runs without a rendezvous
     std::map<int, int> mEntries;  // without thread ids: frame -> syncResultCheck calls entered
     int mLastEntry = -1;          // and the frame of the latest call entered
     std::vector<std::string> mErrors;

@@ -9,7 +9,13 @@ namespace ryxsim {
 namespace {
 
 constexpr char kNoThreadsWhy[] =
-    "a camera of this frame was dropped, and the capture (no thread ids) does not show which";
+    "a call of this frame reached no rendezvous (a flushed arrival, or sync switched off), and "
+    "the capture (no thread ids) does not show whose";
+
+constexpr char kRunEdgeWhy[] =
+    "its calls reached no rendezvous at the edge of a run of such frames: sync switched off "
+    "(RYX_FRAMESYNC_ENABLE) or a flush just before or after it, which the log does not tell "
+    "apart";
 
 }  // namespace
 
@@ -41,9 +47,12 @@ std::set<int> SessionBuilder::takeSyncOff(int bound) {
         noRendezvous.insert(mLastNoRendezvous);  // the last of the frames decided before
     }
     for (int f : noRendezvous) {
-        if (f < bound && f >= mResolvedBelow &&
-            (noRendezvous.count(f - 1) || noRendezvous.count(f + 1))) {
+        bool before = noRendezvous.count(f - 1) != 0, after = noRendezvous.count(f + 1) != 0;
+        if (f < bound && f >= mResolvedBelow && (before || after)) {
             syncOff.insert(f);
+            if (!before || !after) {  // a flush next to the run would look the same
+                mRunEdges.insert(f);
+            }
         }
     }
     for (int f : noRendezvous) {
@@ -195,9 +204,13 @@ void SessionBuilder::resolve(FrameRecord& f) {
         // Some camera of the frame was dropped, and the lines do not say which: every camera
         // not known to be dropped is undetermined, never in sync.
         bool known = c.cause != DropCause::None || c.verdict == Verdict::Blocked;
-        if (mUnattributed.count(f.frame) != 0 && !known && !mNoThreads) {
+        if (mUnattributed.count(f.frame) != 0 && !known) {
             c.verdict = Verdict::Undetermined;
             f.undeterminedWhy = kNoThreadsWhy;
+        }
+        if (cf.syncOff && mRunEdges.count(f.frame) != 0) {
+            c.verdict = Verdict::Undetermined;
+            f.undeterminedWhy = kRunEdgeWhy;
         }
     }
     if (waiting) {

@@ -58,6 +58,7 @@ void SessionBuilder::foldBelow(int bound, FrameSink const& folded) {
     mCells.erase(mCells.begin(), mCells.lower_bound({bound, INT_MIN}));
     mSpans.erase(mSpans.begin(), mSpans.lower_bound(bound));
     mUnattributed.erase(mUnattributed.begin(), mUnattributed.lower_bound(bound));
+    mRunEdges.erase(mRunEdges.begin(), mRunEdges.lower_bound(bound));
 }
 
 // The cameras as explanations name them: by the names given, else by number.
