@@ -21,7 +21,7 @@ namespace {
 
 struct Seeds {
     uint64_t first = 1;
-    uint64_t count = 200;
+    uint64_t count = 150;
 };
 
 Seeds seedsFromEnvironment() {
