@@ -109,6 +109,7 @@ class Judge {
     }
     int frameNear(int s, size_t e) const;
     bool touched(Where w, int frame) const;
+    bool outOfSyncAndRefused(Where w, int frame, Seen const& truth, Seen const& said) const;
     bool cutAtEnd(Where w) const { return shown(w).to < T.sessions[w.first].log.size(); }
     std::set<Where> placesOf(Timeline const& r) const;
     void frame(Timeline const& r, FrameRecord const& f, Where w);
@@ -139,6 +140,20 @@ int Judge::frameNear(int s, size_t e) const {
         }
     }
     return -1;
+}
+
+// A frame out of tolerance that the master updater also refused for an inversion: the run
+// counts it out of sync when RESULT 2 was written (mode 1), refused otherwise; the log carries no
+// mode, and both are true of the frame.
+bool Judge::outOfSyncAndRefused(Where w, int frame, Seen const& truth, Seen const& said) const {
+    if (truth.verdict != Verdict::OutOfSync || said.cause != DropCause::Refused) {
+        return false;
+    }
+    Timeline const& t = T.sessions[w.first].truth;
+    auto const& inversions =
+        said.refusal == Refusal::TimeInversion ? t.timeInversions : t.frameInversions;
+    return std::any_of(inversions.begin(), inversions.end(),
+                       [&](ryxsim::LoggedAnomaly const& a) { return a.frame == frame; });
 }
 
 bool Judge::touched(Where w, int frame) const {
@@ -179,7 +194,8 @@ void Judge::cell(FrameRecord const& f, CameraCell const& c, Where w) {
     CameraCell const* tc = truth ? truth->cell(c.sensor) : nullptr;
     std::string where = "session " + std::to_string(w.first) + " f" + std::to_string(f.frame) +
                         " camera " + std::to_string(c.sensor) + ": ";
-    if (tc && seenOf(*truth, *tc) == r) {
+    if (tc &&
+        (seenOf(*truth, *tc) == r || outOfSyncAndRefused(w, f.frame, seenOf(*truth, *tc), r))) {
         said[w][{f.frame, c.sensor}] = r;
         if (c.master && !tc->master) {
             falseOne(where + "said to be master, it was not");

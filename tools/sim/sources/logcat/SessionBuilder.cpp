@@ -115,6 +115,21 @@ void SessionBuilder::closeCall(int tid) {
     }
 }
 
+// A call that has not reached the rendezvous is over once its thread logs a line of another
+// call: a crop read, a sensor leaving, a drop, or updaters that no rendezvous of its started
+// (the single-camera path).
+void SessionBuilder::closeIfOver(LogLine const& l, std::string_view func) {
+    auto it = l.tid < 0 ? mCalls.end() : mCalls.find(l.tid);
+    if (it == mCalls.end() || it->second.enqueued) {
+        return;
+    }
+    bool updater = endsWith(l.tag, "SyncDataUpdater");
+    if (updater || func == "getSensorCropRegion" || func == "dropItemsBySensor" ||
+        func == "notifyDrop" || func == "notifyDropBySensor") {
+        closeCall(l.tid);
+    }
+}
+
 void SessionBuilder::onLine(LogLine const& l, int line, std::string_view func,
                             std::string_view rest) {
     mLine = line;
@@ -145,6 +160,7 @@ void SessionBuilder::onLine(LogLine const& l, int line, std::string_view func,
         fatal(l, rest);
         return;
     }
+    closeIfOver(l, func);
     int c = 0;
     if (func == "PhysicalMetaSyncDataUpdater" && scan(s, "Sensor %d LENS_INFO", &c)) {
         mSessionCams.push_back(c);

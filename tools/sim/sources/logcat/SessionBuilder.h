@@ -130,6 +130,7 @@ class SessionBuilder {
     void markGaps(int bound, bool all);
     void markGap(PendingGap const& g);
     void markEnd(int lastLine);
+    bool cutWhileChecked(FrameRecord const& f);
     void foldBelow(int bound, FrameSink const& folded);
     void labelCameras();
     void addNotes(LogClock clock);
@@ -147,6 +148,7 @@ class SessionBuilder {
     void learn(int tid, int cam);
     void arrive(LogLine const& l, int frame, int cam);
     void closeCall(int tid);
+    void closeIfOver(LogLine const& l, std::string_view func);
 
     Timeline t;                        // figures, events and the frames folded so far
     std::map<int, FrameRecord> mWork;  // frames not folded yet

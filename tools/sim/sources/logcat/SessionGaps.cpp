@@ -146,15 +146,37 @@ void SessionBuilder::markGap(PendingGap const& g) {
     t.gaps.push_back(std::move(gap));
 }
 
+// The updaters of the frame ran, but no camera of it came out of the rendezvous: the capture (or
+// the process) ended in the middle of it.
+bool SessionBuilder::cutWhileChecked(FrameRecord const& f) {
+    bool anyReleased = false, anyWaiting = false;
+    for (auto const& c : f.cells) {
+        CellFlags const& cf = mCells[{f.frame, c.sensor}];
+        anyReleased = anyReleased || cf.released;
+        anyWaiting = anyWaiting || (cf.enqueued && !cf.released);
+    }
+    return mFrames[f.frame].ready && anyWaiting && !anyReleased;
+}
+
 // Frames still open when the capture ends: named, with the line the capture ends at.
 void SessionBuilder::markEnd(int lastLine) {
     if (!t.fatal.empty()) {
         return;  // the abort ended them
     }
     CaptureGap end{lastLine, "", {}};
-    for (auto const& [n, f] : mWork) {
+    for (auto& [n, f] : mWork) {
         if (openAtEnd(f)) {
             end.frames.push_back(f.frame);
+        } else if (cutWhileChecked(f)) {
+            end.frames.push_back(f.frame);
+            for (auto& c : f.cells) {
+                if (restsOnMissingLines(c)) {
+                    c.verdict = Verdict::Undetermined;
+                    f.undeterminedWhy = "the capture ends while its check was under way (line " +
+                                        std::to_string(lastLine) +
+                                        "): its verdict was never logged";
+                }
+            }
         }
     }
     if (!end.frames.empty()) {
