@@ -73,6 +73,11 @@ TEST(LogLineFormats, EveryFormatYieldsTheSameFields) {
     EXPECT_EQ(fields(a), std::make_tuple(77, -1, 'W', std::string("a(b)c"), std::string("hi")));
     ASSERT_TRUE(parseLogLine("11-22 21:48:47.438  5  6 E Tag:", a));
     EXPECT_EQ(fields(a), std::make_tuple(5, 6, 'E', std::string("Tag"), std::string()));
+    // Regression: a 'tag' line whose message ends in "(15)" was read as a brief line with an
+    // empty message, so the queue's creation line was lost.
+    std::string const tagLine = "D/" + tag + ": " + msg;
+    ASSERT_TRUE(parseLogLine(tagLine, a));
+    EXPECT_EQ(fields(a), std::make_tuple(-1, -1, 'D', tag, msg));
 }
 
 TEST(LogLineFormats, NoiseIsNoLine) {

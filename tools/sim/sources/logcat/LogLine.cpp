@@ -169,6 +169,11 @@ bool readBrief(Cursor& c, LogLine& out) {
     if (open == std::string_view::npos || open < tagStart) {
         return false;
     }
+    // A 'tag' line ("L/TAG: message") whose message ends in "(15)" or holds "(12): " is no brief
+    // line: a brief tag is never followed by ": " before its PID.
+    if (c.s.substr(tagStart, open - tagStart).find(": ") != std::string_view::npos) {
+        return false;
+    }
     Cursor p{c.s.substr(open + 1, close - open - 1)};
     p.spaces();
     int64_t pid = 0;
