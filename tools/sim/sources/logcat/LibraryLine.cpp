@@ -86,7 +86,7 @@ bool holdsLibraryText(std::string_view line) {
 }
 
 std::optional<int> frameIn(std::string_view text) {
-    for (std::string_view key : {"[f", "f(", "Frame:", "frameno("}) {
+    for (std::string_view key : {"[f", "f(", "Frame:", "frameno(", ":f"}) {  // ":f": "[r3:f3]"
         for (size_t at = text.find(key); at != std::string_view::npos;
              at = text.find(key, at + 1)) {
             size_t i = at + key.size();
