@@ -101,6 +101,7 @@ void Forge::chattyRun(size_t& i, size_t to, int piece) {
     }
     Item it;
     it.entry = head;
+    it.entry.pid = pids[s];  // logd speaks for the process whose lines it left out
     it.entry.tag = "chatty";
     it.entry.priority = ANDROID_LOG_INFO;
     it.entry.message = "uid=1047(cameraserver) camera_pipe " +

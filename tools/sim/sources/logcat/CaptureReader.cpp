@@ -165,12 +165,16 @@ void CaptureReader::ours(LogLine const& l) {
     LineKind kind = classify(l, func, rest);
     if (kind == LineKind::Cut) {
         mLastHeldOurs = true;
-        cut(l.pid, "a library line cut short", l.message);
+        // A 'process' line ("L( UID: PID) message  (TAG)") cut before its tag reads as a
+        // 'thread' line ("L( PID: TID) message"): its process is the second number.
+        bool processShape = mOursWithoutTid && l.tid >= 0;
+        cut(processShape ? l.tid : l.pid, "a library line cut short", l.message);
     }
     if (kind != LineKind::Ours) {
         return;
     }
     mLastHeldOurs = true;
+    mOursWithoutTid = l.tid < 0;
     auto it = mCurrent.find(l.pid);
     SessionBuilder* current = it == mCurrent.end() ? nullptr : mSessions[it->second].get();
     bool create = createsSession(func, rest, current);

@@ -71,6 +71,7 @@ class CaptureReader {
     std::optional<int64_t> mLastTimeNs;  // of any line: where the capture ends
     int mCutLine = 0;                    // the latest line named as a gap
     bool mLastHeldOurs = false;          // the latest line was, or held a piece of, one of ours
+    bool mOursWithoutTid = false;        // the latest line of ours had no thread id
     std::string mLongHeader;             // a 'long' header whose message line comes next
     std::set<std::string> mBuffers;      // the buffers logcat named since it (re)started
     LogCalendar mCalendar;               // the years of the dates printed without one

@@ -22,40 +22,71 @@ bool splitFrame(std::string_view m, std::string_view& func, std::string_view& re
     return true;
 }
 
+// The functions that write lines of ours.
+constexpr std::string_view kFunctions[] = {"SyncHelper",
+                                           "~SyncHelper",
+                                           "syncResultCheck",
+                                           "notifyDrop",
+                                           "notifyDropBySensor",
+                                           "getSensorCropRegion",
+                                           "setSensorCropRegion",
+                                           "getSyncSwitchFlag",
+                                           "onEvent",
+                                           "updateData",
+                                           "SyncQueue",
+                                           "~SyncQueue",
+                                           "enque",
+                                           "addDropFrameInfo",
+                                           "clearDropQueue",
+                                           "dropItem",
+                                           "dropItemsBySensor",
+                                           "dropItemsForFlush",
+                                           "dropLastItem",
+                                           "isNeedDropFrame",
+                                           "sequenceCheck",
+                                           "updateArrivedSyncMap",
+                                           "createSyncElement",
+                                           "updateSyncElement",
+                                           "removeItem",
+                                           "operator()",
+                                           "update",
+                                           "TimestampSyncDataUpdater",
+                                           "MasterCamSyncDataUpdater",
+                                           "ActiveSyncDataUpdater",
+                                           "PhysicalMetaSyncDataUpdater"};
+
 bool isLibraryFunction(std::string_view func) {
-    static constexpr std::string_view kFunctions[] = {"SyncHelper",
-                                                      "~SyncHelper",
-                                                      "syncResultCheck",
-                                                      "notifyDrop",
-                                                      "notifyDropBySensor",
-                                                      "getSensorCropRegion",
-                                                      "setSensorCropRegion",
-                                                      "getSyncSwitchFlag",
-                                                      "onEvent",
-                                                      "updateData",
-                                                      "SyncQueue",
-                                                      "~SyncQueue",
-                                                      "enque",
-                                                      "addDropFrameInfo",
-                                                      "clearDropQueue",
-                                                      "dropItem",
-                                                      "dropItemsBySensor",
-                                                      "dropItemsForFlush",
-                                                      "dropLastItem",
-                                                      "isNeedDropFrame",
-                                                      "sequenceCheck",
-                                                      "updateArrivedSyncMap",
-                                                      "createSyncElement",
-                                                      "updateSyncElement",
-                                                      "removeItem",
-                                                      "operator()",
-                                                      "update",
-                                                      "TimestampSyncDataUpdater",
-                                                      "MasterCamSyncDataUpdater",
-                                                      "ActiveSyncDataUpdater",
-                                                      "PhysicalMetaSyncDataUpdater"};
     for (auto f : kFunctions) {
         if (f == func) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// Without a tag (thread, raw, and process once its "(TAG)" is cut away), a line cut inside our
+// frame: "( 14", "( 147) [" or "( 147) [upd".
+bool cutFrameWithoutTag(std::string_view m) {
+    if (!startsWith(m, "(") || m.find(']') != std::string_view::npos) {
+        return false;
+    }
+    size_t i = 1;
+    while (i < m.size() && (m[i] == ' ' || (m[i] >= '0' && m[i] <= '9'))) {
+        ++i;
+    }
+    if (i == 1 || i > 6) {
+        return m.size() == 1;  // "(" alone, or not the "(%4d" of a line number
+    }
+    std::string_view after = m.substr(i);
+    if (after.empty() || after == ")" || after == ") ") {
+        return true;
+    }
+    if (!startsWith(after, ") [")) {
+        return false;
+    }
+    std::string_view name = after.substr(3);
+    for (std::string_view f : kFunctions) {
+        if (startsWith(f, name)) {
             return true;
         }
     }
@@ -65,6 +96,9 @@ bool isLibraryFunction(std::string_view func) {
 LineKind classify(LogLine const& l, std::string_view& func, std::string_view& rest) {
     bool framed = splitFrame(l.message, func, rest);
     bool tagged = startsWith(l.tag, kLibraryTagPrefix);
+    if (!tagged && l.tag.empty() && !framed && cutFrameWithoutTag(l.message)) {
+        return LineKind::Cut;
+    }
     if (!tagged && !(l.tag.empty() && framed && isLibraryFunction(func))) {
         return LineKind::Other;
     }
