@@ -27,7 +27,10 @@ void SessionBuilder::gap(int line, std::string what, std::optional<int> frame) {
     // A call is under way until its thread's next one starts: the drop checks on its way out
     // come after its release line.
     for (auto const& [tid, call] : mCalls) {
-        inFlight.insert(call.frame);
+        // A thread that called no more (a sensor that left) is long out of its last call.
+        if (call.frame >= mHighestFrame - kStaleCall) {
+            inFlight.insert(call.frame);
+        }
     }
     mGaps.push_back({line, std::move(what), mHighestFrame, std::move(inFlight)});
     if (frame) {

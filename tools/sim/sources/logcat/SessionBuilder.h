@@ -55,6 +55,8 @@ class SessionBuilder {
     // A frame is settled once the stream is this many frames past it: more than the library's
     // ten frames in flight and its 20-frame arrival record.
     static constexpr int kSettleLag = 40;
+    // A call this many frames behind the highest is over: at most ten frames are in flight.
+    static constexpr int kStaleCall = 12;
     static constexpr char kStartedBefore[] = "the capture starts after the session did";
 
   private:

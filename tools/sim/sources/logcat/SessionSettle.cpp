@@ -10,7 +10,9 @@ namespace ryxsim {
 int SessionBuilder::settleBound() const {
     int bound = mHighestFrame - kSettleLag;
     for (auto const& [tid, call] : mCalls) {
-        bound = std::min(bound, call.frame);
+        if (call.frame >= mHighestFrame - kStaleCall) {  // a thread that calls no more is done
+            bound = std::min(bound, call.frame);
+        }
     }
     for (auto const& [tid, frame] : mUpdating) {
         bound = std::min(bound, frame);
