@@ -24,6 +24,7 @@ constexpr int kNear = 12;
 constexpr char kLost[] = "lines lost near it, or cut by the capture's start or end";
 constexpr char kNoThreads[] = "no thread ids, and a camera of the frame was dropped";
 constexpr char kNoRendezvous[] = "no rendezvous: a flush, or sync switched off";
+constexpr char kHiddenDrop[] = "a drop that only debug lines show";
 constexpr char kOpen[] = "still open where the capture stops showing its session";
 
 // The frame number a library line names, -1 when none.
@@ -126,6 +127,7 @@ class Judge {
     Judgement J;
     std::vector<TrueFrames> frames;
     int minPriority = 0;
+    bool joinsSessions = false;  // the report session being judged holds several true ones
     std::map<Where, std::map<std::pair<int, int>, Seen>> said;  // what the report decided
 };
 
@@ -216,6 +218,12 @@ void Judge::cell(FrameRecord const& f, CameraCell const& c, Where w) {
                (tc->verdict == Verdict::Unchecked || tc->cause == DropCause::Flush) &&
                f.undeterminedWhy.find("no rendezvous") != std::string::npos) {
         ++J.unknowns[kNoRendezvous];
+    } else if (r.verdict == Verdict::Undetermined && C.form.level < 5 &&
+               (someDropped || joinsSessions) &&
+               f.undeterminedWhy.find("only debug lines show") != std::string::npos) {
+        // (Where the report says its lines may hold more than one session, the cameras of
+        // another session's checks may be what this one's lacks.)
+        ++J.unknowns[kHiddenDrop];
     } else if (r.verdict == Verdict::Undetermined && !C.form.hasThreadIds() && someDropped) {
         ++J.unknowns[kNoThreads];
     } else if ((r.verdict == Verdict::Blocked || r.verdict == Verdict::NotRun) && near) {
@@ -363,6 +371,7 @@ Judgement Judge::run(std::vector<Timeline> const& report) {
         std::set<Where> places = placesOf(r);
         session(r, places);
         Where main = places.empty() ? Where{-1, 0} : *places.begin();
+        joinsSessions = places.size() > 1;
         if (main.first < 0) {
             continue;  // a session the capture shows no frame of
         }

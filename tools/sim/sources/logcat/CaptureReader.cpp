@@ -152,7 +152,12 @@ bool CaptureReader::restarts(LogLine const& l, std::string_view func,
     // A frame is judged once in a session: its check again is another session's frame.
     bool again = func == "update" && frame && l.message.find("syncOK=") != std::string_view::npos &&
                  current.judged(*frame);
-    return frame && (*frame < current.highestFrame() - kInFlight || again);
+    // A number below the highest after the session was silent for seconds: frames in flight
+    // complete within a few frame times.
+    constexpr int64_t kSilenceNs = 2000000000;
+    bool afterSilence = frame && *frame < current.highestFrame() && l.timeNs &&
+                        current.lastTimeNs() && *l.timeNs - *current.lastTimeNs() > kSilenceNs;
+    return frame && (*frame < current.highestFrame() - kInFlight || again || afterSilence);
 }
 
 // A parsed line: handed to its session when it is one of the library's.

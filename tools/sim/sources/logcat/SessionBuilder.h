@@ -41,6 +41,8 @@ class SessionBuilder {
     void settle(FrameSink const& folded, LogClock clock);
     // Labels for the cameras in explanations written while following ("1 tele").
     void nameCameras(std::map<int, std::string> const& names) { mNames = names; }
+    // The latest log time of the session's lines, if they carry times.
+    std::optional<int64_t> lastTimeNs() const { return mLastTimeNs; }
     // The highest frame number a line named so far (-1 before any).
     int highestFrame() const { return mHighestFrame; }
     // Made by the queue's creation line and no frame's line since: the creation's other lines
@@ -78,6 +80,7 @@ class SessionBuilder {
         bool masterDrop = false;  // the master's notifyDrop put it into the drop queue
         bool refused = false;     // the updaters said no
         std::optional<bool> syncOK;
+        std::set<int> checked;  // the cameras its timestamp check compared
     };
     struct Call {
         int frame;
@@ -122,6 +125,7 @@ class SessionBuilder {
     void resolve(FrameRecord& f);
     bool droppedWhole(FrameFlags const& ff) const;
     static bool dropWhileLive(FrameFlags const& ff);
+    bool dropHidden(int frame);
     void countCallsWithoutCamera(FrameRecord const& f);
     void placeFrames(int bound);
     void resolveBelow(int bound);
@@ -190,6 +194,7 @@ class SessionBuilder {
     std::vector<PendingGap> mGaps;
     bool mNoThreads = false;      // a line without a thread id: calls cannot be told apart
     std::set<int> mUnattributed;  // frames with a drop line no camera can be given
+    std::set<int> mLastChecked;   // the cameras of the latest timestamp check resolved
     std::set<int> mRunEdges;      // first and last frames of runs without a rendezvous
     std::map<int, int> mEntries;  // without thread ids: frame -> syncResultCheck calls entered
     int mLastEntry = -1;          // and the frame of the latest call entered

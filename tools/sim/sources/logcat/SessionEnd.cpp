@@ -12,6 +12,11 @@ constexpr char kNoThreadsWhy[] =
     "a call of this frame reached no rendezvous (a flushed arrival, or sync switched off), and "
     "the capture (no thread ids) does not show whose";
 
+constexpr char kDropHiddenWhy[] =
+    "out of sync among the cameras its check compared, without a camera the frames around it "
+    "had: the frame may have been dropped (a master drop, a flush, a camera's own drop), which "
+    "only debug lines show";
+
 constexpr char kRunEdgeWhy[] =
     "its calls reached no rendezvous at the edge of a run of such frames: sync switched off "
     "(RYX_FRAMESYNC_ENABLE) or a flush just before or after it, which the log does not tell "
@@ -140,6 +145,27 @@ void SessionBuilder::resolveFrames(int bound) {
 
 // Without thread ids the drop lines of a frame name no camera; they need not: the master's drop
 // and a flush of the live frame drop every camera of it that came, as a refusal does.
+// Without debug lines, a check that left out a camera the checks before and after it compared
+// may be the updaters run for a drop of the frame (a master drop, a flush), which only debug
+// lines show. (A camera that left is missing from the later checks too; where sessions of one
+// process run together, the earlier one's cameras are what the checks before compared.)
+bool SessionBuilder::dropHidden(int frame) {
+    std::set<int> const& checked = mFrames[frame].checked;
+    std::set<int> const* next = nullptr;
+    for (auto it = mFrames.upper_bound(frame); it != mFrames.end() && !next; ++it) {
+        next = it->second.checked.empty() ? nullptr : &it->second.checked;
+    }
+    std::set<int> const* prev = mLastChecked.empty() ? next : &mLastChecked;
+    bool hidden = false;  // (after the last check, a camera that left looks the same: not said)
+    for (int cam : next ? *prev : std::set<int>{}) {
+        hidden = hidden || (next->count(cam) != 0 && checked.count(cam) == 0);
+    }
+    if (!checked.empty()) {
+        mLastChecked = checked;
+    }
+    return hidden;
+}
+
 bool SessionBuilder::dropWhileLive(FrameFlags const& ff) {
     return ff.dropEvent && !ff.ready;
 }
@@ -168,6 +194,7 @@ void SessionBuilder::countCallsWithoutCamera(FrameRecord const& f) {
 void SessionBuilder::resolve(FrameRecord& f) {
     FrameFlags const& ff = mFrames[f.frame];
     countCallsWithoutCamera(f);
+    bool hidden = !mSawDebug && dropHidden(f.frame);
     bool waiting = false;
     for (auto& c : f.cells) {
         CellFlags const& cf = mCells[{f.frame, c.sensor}];
@@ -207,6 +234,10 @@ void SessionBuilder::resolve(FrameRecord& f) {
         if (mUnattributed.count(f.frame) != 0 && !known) {
             c.verdict = Verdict::Undetermined;
             f.undeterminedWhy = kNoThreadsWhy;
+        }
+        if (c.verdict == Verdict::OutOfSync && hidden) {
+            c.verdict = Verdict::Undetermined;
+            f.undeterminedWhy = kDropHiddenWhy;
         }
         if (cf.syncOff && mRunEdges.count(f.frame) != 0) {
             c.verdict = Verdict::Undetermined;

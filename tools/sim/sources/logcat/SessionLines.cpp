@@ -42,6 +42,7 @@ bool SessionBuilder::onUpdaterLine(LogLine const& l, std::string_view func, std:
         fr.toleranceUs = tol;
         cell(f, first).sofNs = t1;
         cell(f, id).sofNs = t2;
+        mFrames[f].checked.insert({first, id});
         mFrames[f].syncOK = ok != 0;
         p += n;
     }
