@@ -109,6 +109,7 @@ class Judge {
                                                                                  : LineOrigin{};
     }
     int frameNear(int s, size_t e) const;
+    int threadFrameBefore(int s, size_t e) const;
     bool touched(Where w, int frame) const;
     bool outOfSyncAndRefused(Where w, int frame, Seen const& truth, Seen const& said) const;
     bool cutAtEnd(Where w) const { return shown(w).to < T.sessions[w.first].log.size(); }
@@ -117,6 +118,7 @@ class Judge {
     void cell(FrameRecord const& f, CameraCell const& c, Where w);
     void gap(ryxsim::CaptureGap const& g, Where w);
     bool lossAround(int line, Where w) const;
+    bool lostLineAt(int line, Where w) const;
     void noLineClaim(std::string const& what, Where w);
     void session(Timeline const& r, std::set<Where> const& places);
     void decidable();
@@ -158,6 +160,16 @@ bool Judge::outOfSyncAndRefused(Where w, int frame, Seen const& truth, Seen cons
                        [&](ryxsim::LoggedAnomaly const& a) { return a.frame == frame; });
 }
 
+int Judge::threadFrameBefore(int s, size_t e) const {
+    auto const& log = T.sessions[s].log;
+    for (size_t i = e; i-- > 0;) {
+        if (log[i].tid == log[e].tid && frames[s].entryFrame[i] >= 0) {
+            return frames[s].entryFrame[i];
+        }
+    }
+    return -1000;
+}
+
 bool Judge::touched(Where w, int frame) const {
     Shown const& sh = shown(w);
     auto span = frames[w.first].span.find(frame);
@@ -165,7 +177,12 @@ bool Judge::touched(Where w, int frame) const {
         (span->second.first < sh.from || span->second.second >= sh.to)) {
         return true;
     }
-    auto near = [&](size_t e) { return std::abs(frame - frameNear(w.first, e)) <= kNear; };
+    // Near the loss: the frames named around it, and the frame its thread was last in (a lost
+    // line may be that call's last).
+    auto near = [&](size_t e) {
+        return std::abs(frame - frameNear(w.first, e)) <= kNear ||
+               std::abs(frame - threadFrameBefore(w.first, e)) <= kNear;
+    };
     for (size_t e : sh.lost) {
         if (near(e) || (span != frames[w.first].span.end() && span->second.first <= e &&
                         e <= span->second.second)) {
@@ -279,6 +296,19 @@ bool Judge::lossAround(int line, Where w) const {
     return it != sh.lost.end() && *it <= hi;
 }
 
+// A line of the process the capture cut or lost at `line`, though of another of its sessions
+// (a next session's creation line cut: nothing shows it is not the current session's).
+bool Judge::lostLineAt(int line, Where w) const {
+    for (int l : {line, line - 1}) {
+        LineOrigin o = origin(l);
+        if (o.session >= 0 && T.sessions[o.session].process == T.sessions[w.first].process &&
+            C.shown[o.piece][o.session].lost.count(static_cast<size_t>(o.entry)) != 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
 // "frames X-Y have no line in the capture": none of them may have one.
 void Judge::noLineClaim(std::string const& what, Where w) {
     size_t at = what.find("; frames ");
@@ -305,7 +335,7 @@ void Judge::gap(ryxsim::CaptureGap const& g, Where w) {
     } else if (g.what == "the capture starts after the session did") {
         real = shown(w).from > 0;
     } else {
-        real = lossAround(g.line, w);
+        real = lossAround(g.line, w) || lostLineAt(g.line, w);
     }
     if (!real) {
         falseOne("gap at line " + std::to_string(g.line) + " \"" + g.what + "\" of true session " +

@@ -103,13 +103,13 @@ SessionBuilder* CaptureReader::sessionOf(int pid) {
     return it == mCurrent.end() ? nullptr : mSessions[it->second].get();
 }
 
-void CaptureReader::cut(int pid, std::string what, std::string_view text) {
+void CaptureReader::cut(int pid, std::string what, std::string_view text, int tid) {
     if (mCutLine == mLineNo) {
         return;  // one gap a line
     }
     mCutLine = mLineNo;
     if (SessionBuilder* s = sessionOf(pid)) {
-        s->gap(mLineNo, std::move(what), frameIn(text));
+        s->gap(mLineNo, std::move(what), frameIn(text), tid);
     }
 }
 
@@ -173,7 +173,8 @@ void CaptureReader::ours(LogLine const& l) {
         // A 'process' line ("L( UID: PID) message  (TAG)") cut before its tag reads as a
         // 'thread' line ("L( PID: TID) message"): its process is the second number.
         bool processShape = mOursWithoutTid && l.tid >= 0;
-        cut(processShape ? l.tid : l.pid, "a library line cut short", l.message);
+        cut(processShape ? l.tid : l.pid, "a library line cut short", l.message,
+            processShape ? -1 : l.tid);
     }
     if (kind != LineKind::Ours) {
         return;

@@ -51,7 +51,8 @@ class CaptureReader {
   private:
     void ours(LogLine const& l);
     void chatty(LogLine const& l);
-    void cut(int pid, std::string what, std::string_view text = {});
+    // `tid`: the thread of the line cut, where the capture shows it.
+    void cut(int pid, std::string what, std::string_view text = {}, int tid = -1);
     SessionBuilder* sessionOf(int pid);
     static bool createsSession(std::string_view func, std::string_view rest,
                                SessionBuilder const* current);

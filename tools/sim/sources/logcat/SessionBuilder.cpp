@@ -22,17 +22,24 @@ SessionBuilder::SessionBuilder(std::string const& file, int pid, int line, bool 
     }
 }
 
-void SessionBuilder::gap(int line, std::string what, std::optional<int> frame) {
-    std::set<int> inFlight(mLive.begin(), mLive.end());
+void SessionBuilder::gap(int line, std::string what, std::optional<int> frame, int tid) {
+    std::set<int> inFlight;
+    if (tid < 0) {
+        inFlight.insert(mLive.begin(), mLive.end());
+    }
     // A call is under way until its thread's next one starts: the drop checks on its way out
-    // come after its release line.
-    for (auto const& [tid, call] : mCalls) {
+    // come after its release line. A line whose thread is known was one of that thread's.
+    for (auto const& [callTid, call] : mCalls) {
         // A thread that called no more (a sensor that left) is long out of its last call.
-        if (call.frame >= mHighestFrame - kStaleCall) {
+        if (call.frame >= mHighestFrame - kStaleCall && (tid < 0 || callTid == tid)) {
             inFlight.insert(call.frame);
         }
     }
-    mGaps.push_back({line, std::move(what), mHighestFrame, std::move(inFlight)});
+    auto updating = mUpdating.find(tid);
+    if (updating != mUpdating.end() && updating->second >= mHighestFrame - kStaleCall) {
+        inFlight.insert(updating->second);
+    }
+    mGaps.push_back({line, std::move(what), mHighestFrame, std::move(inFlight), tid >= 0});
     if (frame) {
         mLine = line;  // the cut line is the frame's too
         seen(*frame);

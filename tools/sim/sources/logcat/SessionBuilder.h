@@ -27,7 +27,8 @@ class SessionBuilder {
 
     void onLine(LogLine const& l, int line, std::string_view func, std::string_view rest);
     // Something the capture lost at `line` (logd's chatty lines, a cut line naming `frame`).
-    void gap(int line, std::string what, std::optional<int> frame = std::nullopt);
+    // `tid`: the thread whose line it was, when the capture shows it (-1: any thread's).
+    void gap(int line, std::string what, std::optional<int> frame = std::nullopt, int tid = -1);
     // Sees each frame as it is folded into the timeline, with its verdicts and explanation.
     using FrameSink = std::function<void(Timeline const&, FrameRecord const&)>;
 
@@ -104,6 +105,7 @@ class SessionBuilder {
         std::string what;
         int highestBefore;       // the highest frame number seen before it
         std::set<int> inFlight;  // frames with a call or an update under way at it
+        bool oneThread = false;  // a line of one known thread: only its calls are touched
     };
 
     // Line handlers, by the function that wrote the line; true when the line was theirs.

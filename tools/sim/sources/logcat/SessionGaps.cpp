@@ -111,7 +111,7 @@ void SessionBuilder::markGap(PendingGap const& g) {
             continue;
         }
         if (g.inFlight.count(f.frame) != 0 ||
-            (*f.firstLine <= g.line &&
+            (!g.oneThread && *f.firstLine <= g.line &&
              (g.line <= *f.lastLine || *f.lastLine == latestBefore || openAtEnd(f)))) {
             gap.frames.push_back(f.frame);
         } else if (*f.firstLine > g.line && mSawDebug) {
