@@ -178,9 +178,11 @@ class SessionBuilder {
     int mFirstLine = 0;
     int mHighestFrame = -1;
     bool mCreated = false;
-    bool mSawDebug = false;   // debug or verbose lines: every call is shown
-    bool mSawInfo = false;    // info lines: the helper's creation is shown
-    bool mFinishing = false;  // cells made while resolving are not lines of the capture
+    bool mSawDebug = false;  // debug or verbose lines: every call is shown
+    bool mSawInfo = false;   // info lines: the helper's creation is shown
+    bool mFinishing = false;
+    bool mAtEnd = false;  // finishing: no line of the session is to come  // cells made while
+                          // resolving are not lines of the capture
     std::unordered_map<int, int> mCamOfTid;
     std::unordered_map<int, Call> mCalls;    // tid -> syncResultCheck in progress
     std::unordered_map<int, int> mUpdating;  // tid -> frame whose updaters run on it

@@ -18,15 +18,19 @@ constexpr char kDropHiddenWhy[] =
     "only debug lines show";
 
 constexpr char kRunEdgeWhy[] =
-    "its calls reached no rendezvous at the edge of a run of such frames: sync switched off "
-    "(RYX_FRAMESYNC_ENABLE) or a flush just before or after it, which the log does not tell "
-    "apart";
+    "its calls reached no rendezvous: sync switched off (RYX_FRAMESYNC_ENABLE) or a flush, which "
+    "the log does not tell apart at the edge of a run of such frames or at the session's end";
 
 }  // namespace
 
 // A call still open at the end of the capture is in progress, not dropped.
 void SessionBuilder::closeOpenCalls() {
+    std::vector<int> beforeRendezvous;
     for (auto const& [tid, call] : mCalls) {
+        if (!call.enqueued) {
+            beforeRendezvous.push_back(tid);  // reached no rendezvous before the session's end
+            continue;
+        }
         if (auto cam = camOf(tid)) {
             CameraCell& c = cell(call.frame, *cam);
             mCells[{call.frame, *cam}].entered = true;
@@ -34,6 +38,9 @@ void SessionBuilder::closeOpenCalls() {
                 c.arriveNs = call.at;
             }
         }
+    }
+    for (int tid : beforeRendezvous) {
+        closeCall(tid);
     }
 }
 
@@ -58,6 +65,9 @@ std::set<int> SessionBuilder::takeSyncOff(int bound) {
             if (!before || !after) {  // a flush next to the run would look the same
                 mRunEdges.insert(f);
             }
+        }
+        if (f < bound && f >= mResolvedBelow && mAtEnd && !after && f >= mHighestFrame) {
+            mRunEdges.insert(f);  // the session's last frame: a flush, or a run cut by its end
         }
     }
     for (int f : noRendezvous) {
@@ -91,7 +101,7 @@ void SessionBuilder::attributeDeferred(std::set<int> const& syncOff, int bound) 
                 cf.entered = cf.flushedOnArrival = true;
                 cf.syncOff = syncOff.count(d.frame) != 0;
             }
-            if (syncOff.count(d.frame) == 0) {
+            if (syncOff.count(d.frame) == 0 && mRunEdges.count(d.frame) == 0) {
                 flushed.insert(d.frame);
             }
         } else if (d.kind == Deferred::NeedDrop && cam) {
@@ -239,8 +249,9 @@ void SessionBuilder::resolve(FrameRecord& f) {
             c.verdict = Verdict::Undetermined;
             f.undeterminedWhy = kDropHiddenWhy;
         }
-        if (cf.syncOff && mRunEdges.count(f.frame) != 0) {
+        if ((cf.syncOff || cf.flushedOnArrival) && mRunEdges.count(f.frame) != 0) {
             c.verdict = Verdict::Undetermined;
+            c.cause = DropCause::None;
             f.undeterminedWhy = kRunEdgeWhy;
         }
     }
@@ -331,6 +342,7 @@ void SessionBuilder::addNotes(LogClock clock) {
 
 Timeline SessionBuilder::finish(int lastLine, LogClock clock, FrameSink const& folded) {
     mFinishing = true;
+    mAtEnd = true;
     closeOpenCalls();
     resolveBelow(INT_MAX);
     markGaps(INT_MAX, true);

@@ -138,12 +138,18 @@ void SessionBuilder::markGap(PendingGap const& g) {
             // A flush on arrival is read from a rendezvous line that is not there.
             if (restsOnMissingLines(c) || mCells[{number, c.sensor}].flushedOnArrival) {
                 c.verdict = Verdict::Undetermined;
+                c.cause = DropCause::None;
                 f.undeterminedWhy = "the capture may not hold all its lines (line " +
                                     std::to_string(g.line) + ": " + gap.what + ")";
             }
         }
     }
     t.gaps.push_back(std::move(gap));
+}
+
+static bool alreadyUndetermined(FrameRecord const& f) {  // by a gap before the end
+    return std::any_of(f.cells.begin(), f.cells.end(),
+                       [](CameraCell const& c) { return c.verdict == Verdict::Undetermined; });
 }
 
 // The updaters of the frame ran, but no camera of it came out of the rendezvous: the capture (or
@@ -167,7 +173,7 @@ void SessionBuilder::markEnd(int lastLine) {
     for (auto& [n, f] : mWork) {
         if (openAtEnd(f)) {
             end.frames.push_back(f.frame);
-        } else if (cutWhileChecked(f)) {
+        } else if (cutWhileChecked(f) && !alreadyUndetermined(f)) {
             end.frames.push_back(f.frame);
             for (auto& c : f.cells) {
                 if (restsOnMissingLines(c)) {
