@@ -17,6 +17,10 @@ constexpr char kDropHiddenWhy[] =
     "had: the frame may have been dropped (a master drop, a flush, a camera's own drop), which "
     "only debug lines show";
 
+constexpr char kDropQueueWhy[] =
+    "dropped on arrival from the drop queue, which a master drop or a refusal fills; the "
+    "capture holds neither for this frame";
+
 constexpr char kRunEdgeWhy[] =
     "its calls reached no rendezvous: sync switched off (RYX_FRAMESYNC_ENABLE) or a flush, which "
     "the log does not tell apart at the edge of a run of such frames or at the session's end";
@@ -225,6 +229,13 @@ void SessionBuilder::resolve(FrameRecord& f) {
             c.cause = ff.masterDrop                      ? DropCause::MasterDrop
                       : ff.refused && !dropWhileLive(ff) ? DropCause::Refused
                                                          : DropCause::Flush;
+            // The drop queue holds master drops and refusals only: found there with neither in
+            // the capture, the frame's cause is in lines the capture does not hold.
+            if (cf.dropOnArrival && !ff.masterDrop && !ff.refused) {
+                c.verdict = Verdict::Undetermined;
+                c.cause = DropCause::None;
+                f.undeterminedWhy = kDropQueueWhy;
+            }
         } else if (ff.syncOK) {
             c.verdict = *ff.syncOK ? Verdict::InSync : Verdict::OutOfSync;
         } else if (ff.ready) {
