@@ -162,7 +162,8 @@ bool CaptureReader::restarts(LogLine const& l, std::string_view func,
 
 // A parsed line: handed to its session when it is one of the library's.
 void CaptureReader::ours(LogLine const& l) {
-    if (l.tag == "chatty") {
+    // logd's line; without a tag (raw), known by its "uid=1047(cameraserver) ..." text.
+    if (l.tag == "chatty" || (l.tag.empty() && startsWith(l.message, "uid="))) {
         chatty(l);
         return;
     }

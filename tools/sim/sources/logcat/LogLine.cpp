@@ -389,14 +389,30 @@ bool readLongHeader(Cursor& c, LogLine& out) {
 
 // A message alone (raw): taken only when it is framed as the library frames its messages,
 // "( 247) [function] ...", since nothing else on the line says whose it is.
+// logd's line where it left lines out, as raw prints it: "uid=1047(cameraserver) ... expire 3
+// lines".
+bool isChattyText(std::string_view line) {
+    return line.substr(0, 4) == "uid=" && line.find('(') != std::string_view::npos &&
+           (line.find(" expire ") != std::string_view::npos ||
+            line.find(" identical ") != std::string_view::npos);
+}
+
+// The library's frame "( 147) [func] ...", or a piece of one cut short ("( 14", "( 147) [upd").
 bool readRaw(std::string_view line, LogLine& out) {
+    if (isChattyText(line)) {
+        out.message = line;
+        return true;
+    }
     Cursor c{line};
     int64_t n = 0;
     if (!c.eat('(')) {
         return false;
     }
     c.spaces();
-    if (!c.digits(n) || !c.eat(')') || !c.eat(' ') || !c.eat('[')) {
+    bool number = c.digits(n);
+    bool cut = c.done() || (number && c.eat(')') &&
+                            (c.done() || (c.eat(' ') && (c.done() || c.peek() == '['))));
+    if (!cut && (!number || !c.eat(')') || !c.eat(' ') || !c.eat('['))) {
         return false;
     }
     out.message = line;
