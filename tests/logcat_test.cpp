@@ -78,6 +78,9 @@ TEST(LogLineFormats, EveryFormatYieldsTheSameFields) {
     std::string const tagLine = "D/" + tag + ": " + msg;
     ASSERT_TRUE(parseLogLine(tagLine, a));
     EXPECT_EQ(fields(a), std::make_tuple(-1, -1, 'D', tag, msg));
+    // Regression: a 'tag' line's tag kept logcat's padding, so logd's "chatty  " went unseen.
+    ASSERT_TRUE(parseLogLine("I/chatty  : uid=1047(cameraserver) expire 3 lines", a));
+    EXPECT_EQ(a.tag, "chatty");
 }
 
 TEST(LogLineFormats, NoiseIsNoLine) {

@@ -116,7 +116,8 @@ class Judge {
     std::set<Where> placesOf(Timeline const& r) const;
     void frame(Timeline const& r, FrameRecord const& f, Where w);
     void cell(FrameRecord const& f, CameraCell const& c, Where w);
-    void gap(ryxsim::CaptureGap const& g, Where w);
+    void gap(ryxsim::CaptureGap const& g, Where w, std::set<Where> const& places);
+    bool realGap(ryxsim::CaptureGap const& g, Where w) const;
     bool lossAround(int line, Where w) const;
     bool lostLineAt(int line, Where w) const;
     void noLineClaim(std::string const& what, Where w);
@@ -327,16 +328,20 @@ void Judge::noLineClaim(std::string const& what, Where w) {
     }
 }
 
-void Judge::gap(ryxsim::CaptureGap const& g, Where w) {
-    ++J.statements;
-    bool real = false;
+bool Judge::realGap(ryxsim::CaptureGap const& g, Where w) const {
     if (g.what.rfind("the capture ends with", 0) == 0) {
-        real = cutAtEnd(w);
-    } else if (g.what == "the capture starts after the session did") {
-        real = shown(w).from > 0;
-    } else {
-        real = lossAround(g.line, w) || lostLineAt(g.line, w);
+        return cutAtEnd(w);
     }
+    if (g.what == "the capture starts after the session did") {
+        return shown(w).from > 0;
+    }
+    return lossAround(g.line, w) || lostLineAt(g.line, w);
+}
+
+// A gap of a report session is real where any of the true sessions it holds lost lines there.
+void Judge::gap(ryxsim::CaptureGap const& g, Where w, std::set<Where> const& places) {
+    ++J.statements;
+    bool real = std::any_of(places.begin(), places.end(), [&](Where p) { return realGap(g, p); });
     if (!real) {
         falseOne("gap at line " + std::to_string(g.line) + " \"" + g.what + "\" of true session " +
                  std::to_string(w.first) + " is no loss");
@@ -409,7 +414,7 @@ Judgement Judge::run(std::vector<Timeline> const& report) {
             frame(r, f, main);
         }
         for (auto const& g : r.gaps) {
-            gap(g, main);
+            gap(g, main, places);
         }
     }
     decidable();

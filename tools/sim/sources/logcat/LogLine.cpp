@@ -344,6 +344,9 @@ bool readTag(Cursor& c, LogLine& out) {
     }
     out.level = c.s[c.i];
     out.tag = c.s.substr(c.i + 2, colon - c.i - 2);
+    while (!out.tag.empty() && out.tag.back() == ' ') {
+        out.tag.remove_suffix(1);  // logcat pads tags to eight columns
+    }
     out.message = c.s.substr(colon + 2);
     return true;
 }

@@ -222,7 +222,10 @@ void SessionBuilder::resolve(FrameRecord& f) {
         } else if (cf.flushedOnArrival) {
             c.cause = DropCause::Flush;
         } else if (cf.needDrop || cf.dropOnArrival ||
-                   (ff.refused && (c.completed || !mSawDebug || mNoThreads)) || droppedWhole(ff)) {
+                   (ff.refused && (c.completed || !mSawDebug || mNoThreads)) || droppedWhole(ff) ||
+                   (dropWhileLive(ff) && cf.enqueued)) {
+            // (A camera waiting in a frame dropped while live is dropped with it, whether or
+            // not its way out is in the capture.)
             // Out of the drop queue (a master drop, or the updaters' refusal) or the flush list.
             // A drop of the live frame runs the updaters too: an inversion they log then is
             // no refusal of theirs.

@@ -118,7 +118,12 @@ void SessionBuilder::markGap(PendingGap const& g) {
             after.push_back(&f);
         }
     }
-    if (g.highestBefore >= 0 && !after.empty() && after.front()->frame > g.highestBefore + 1) {
+    bool noneShown = true;  // of the frames between: a line of any says otherwise
+    for (int n = g.highestBefore + 1; !after.empty() && n < after.front()->frame; ++n) {
+        noneShown = noneShown && mSpans.count(n) == 0;
+    }
+    if (g.highestBefore >= 0 && !after.empty() && after.front()->frame > g.highestBefore + 1 &&
+        noneShown) {
         gap.what += "; frames " + std::to_string(g.highestBefore + 1) + "-" +
                     std::to_string(after.front()->frame - 1) + " have no line in the capture";
     }
