@@ -8,7 +8,6 @@
 # Usage: scripts/truth-campaign.sh [SESSIONS] [FIRST_SEED]   (default 10000 from seed 1)
 #   RYX_TRUTH_FREE=1  sensor threads race as pipelines do (default: calls in trace order, so that
 #                     a seed gives the same case every time)
-#   RYX_TRUTH_ALL=1   fail on the forms not held to the truth yet too
 #   RYX_TRUTH_KEEP=DIR keep the capture of every case with a false statement
 set -euo pipefail
 cd "$(dirname "$0")/.."

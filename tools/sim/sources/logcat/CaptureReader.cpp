@@ -145,10 +145,7 @@ bool CaptureReader::createsSession(std::string_view func, std::string_view rest,
 bool CaptureReader::restarts(LogLine const& l, std::string_view func,
                              SessionBuilder const& current) {
     constexpr int kInFlight = 12;
-    if (func != "syncResultCheck" && func != "enque" && func != "onEvent" && func != "update") {
-        return false;
-    }
-    std::optional<int> frame = frameIn(l.message);
+    std::optional<int> frame = inFlightFrame(l, func);
     // A frame is judged once in a session: its check again is another session's frame.
     bool again = func == "update" && frame && l.message.find("syncOK=") != std::string_view::npos &&
                  current.judged(*frame);

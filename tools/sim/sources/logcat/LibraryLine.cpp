@@ -137,4 +137,11 @@ std::optional<int> frameIn(std::string_view text) {
     return std::nullopt;
 }
 
+std::optional<int> inFlightFrame(LogLine const& l, std::string_view func) {
+    bool ofTheFrame = func == "syncResultCheck" || func == "enque" || func == "onEvent" ||
+                      func == "update" ||
+                      (func == "operator()" && (l.level == 'W' || l.level == 'E'));
+    return ofTheFrame ? frameIn(l.message) : std::nullopt;
+}
+
 }  // namespace ryxsim

@@ -42,6 +42,10 @@ bool holdsLibraryText(std::string_view line);
 // The frame number a library line names ("[f12]", "f(12)", "Frame:12", "frameno(12)"), if any.
 std::optional<int> frameIn(std::string_view text);
 
+// The frame a line of a frame's own calls or updaters names: in flight when it is written, unlike
+// the frames the queue's housekeeping names (long gone from its records).
+std::optional<int> inFlightFrame(LogLine const& l, std::string_view func);
+
 // The rule a fatal message of the library says was broken, in plain words, from the message alone
 // ("camera 1 entered frame 7 twice"); the log reader adds what only the session's lines show.
 std::string fatalRule(std::string_view message);

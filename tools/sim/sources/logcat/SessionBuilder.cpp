@@ -170,6 +170,11 @@ void SessionBuilder::onLine(LogLine const& l, int line, std::string_view func,
         fatal(l, rest);
         return;
     }
+    // A line of a frame already explained changes nothing: it is counted and left out.
+    if (auto f = inFlightFrame(l, func); f && *f < mResolvedBelow && l.level != 'F') {
+        ++mLateLines;
+        return;
+    }
     closeIfOver(l, func);
     int c = 0;
     if (func == "PhysicalMetaSyncDataUpdater" && scan(s, "Sensor %d LENS_INFO", &c)) {

@@ -10,7 +10,9 @@ namespace {
 // A camera whose part in a frame is only "in sync" or "waiting" for want of a drop line cannot
 // be told once lines are missing; a drop, a leave or an out-of-sync line is still what it says.
 bool restsOnMissingLines(CameraCell const& c) {
-    return c.cause == DropCause::None && c.verdict != Verdict::OutOfSync &&
+    // A flush is what a drop is taken for when no line names another cause.
+    return (c.cause == DropCause::None || c.cause == DropCause::Flush) &&
+           c.verdict != Verdict::OutOfSync &&
            c.verdict != Verdict::OutOfSync1 && c.verdict != Verdict::OutOfSync2;
 }
 
@@ -183,6 +185,7 @@ void SessionBuilder::markEnd(int lastLine) {
             for (auto& c : f.cells) {
                 if (restsOnMissingLines(c)) {
                     c.verdict = Verdict::Undetermined;
+                    c.cause = DropCause::None;
                     f.undeterminedWhy = "the capture ends while its check was under way (line " +
                                         std::to_string(lastLine) +
                                         "): its verdict was never logged";
