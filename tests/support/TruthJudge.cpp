@@ -149,15 +149,24 @@ int Judge::frameNear(int s, size_t e) const {
 
 // A frame out of tolerance that the master updater also refused for an inversion: the run
 // counts it out of sync when RESULT 2 was written (mode 1), refused otherwise; the log carries no
-// mode, and both are true of the frame.
+// mode, and both are true of the frame, whichever the report says.
 bool Judge::outOfSyncAndRefused(Where w, int frame, Seen const& truth, Seen const& said) const {
-    if (truth.verdict != Verdict::OutOfSync || said.cause != DropCause::Refused) {
+    Seen const& refused = truth.cause == DropCause::Refused ? truth : said;
+    Seen const& outOfSync = truth.cause == DropCause::Refused ? said : truth;
+    if (outOfSync.verdict != Verdict::OutOfSync || refused.cause != DropCause::Refused) {
         return false;
     }
     Timeline const& t = T.sessions[w.first].truth;
     auto const& inversions =
-        said.refusal == Refusal::TimeInversion ? t.timeInversions : t.frameInversions;
-    return std::any_of(inversions.begin(), inversions.end(),
+        refused.refusal == Refusal::TimeInversion ? t.timeInversions : t.frameInversions;
+    std::string const check = ":f" + std::to_string(frame) + "]";
+    bool outOfTolerance = std::any_of(T.sessions[w.first].log.begin(),
+                                      T.sessions[w.first].log.end(), [&](LogEntry const& e) {
+                                          return e.message.find(check) != std::string::npos &&
+                                                 e.message.find("syncOK=0") != std::string::npos;
+                                      });
+    return outOfTolerance &&
+           std::any_of(inversions.begin(), inversions.end(),
                        [&](ryxsim::LoggedAnomaly const& a) { return a.frame == frame; });
 }
 
@@ -338,10 +347,19 @@ bool Judge::realGap(ryxsim::CaptureGap const& g, Where w) const {
     return lossAround(g.line, w) || lostLineAt(g.line, w);
 }
 
-// A gap of a report session is real where any of the true sessions it holds lost lines there.
+// A gap of a report session is real where any of the true sessions it holds lost lines there,
+// or another session of its process did (lines lost between two sessions belong to either).
 void Judge::gap(ryxsim::CaptureGap const& g, Where w, std::set<Where> const& places) {
     ++J.statements;
-    bool real = std::any_of(places.begin(), places.end(), [&](Where p) { return realGap(g, p); });
+    std::set<Where> owners = places;
+    for (size_t s = 0; s < T.sessions.size(); ++s) {
+        for (size_t p = 0; p < C.shown.size(); ++p) {
+            if (T.sessions[s].process == T.sessions[w.first].process) {
+                owners.insert({static_cast<int>(s), static_cast<int>(p)});
+            }
+        }
+    }
+    bool real = std::any_of(owners.begin(), owners.end(), [&](Where p) { return realGap(g, p); });
     if (!real) {
         falseOne("gap at line " + std::to_string(g.line) + " \"" + g.what + "\" of true session " +
                  std::to_string(w.first) + " is no loss");
