@@ -17,6 +17,8 @@ endif()
 if(RYX_BUILD_TOOLS AND EXISTS ${PROJECT_SOURCE_DIR}/tools/CMakeLists.txt)
   ryx_add_test(logcat_formats_test LABEL e2e SOURCES logcat_formats_test.cpp
     LIBS synchelper_sim_run Android::log)
+  target_compile_definitions(logcat_formats_test PRIVATE
+    RYX_SIM_SCENARIOS="${PROJECT_SOURCE_DIR}/tools/scenarios")
 endif()
 # Gaps in a capture: chatty lines, cut lines, a mid-session start, time going back.
 if(RYX_BUILD_TOOLS AND EXISTS ${PROJECT_SOURCE_DIR}/tools/CMakeLists.txt)

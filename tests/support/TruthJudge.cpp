@@ -120,6 +120,7 @@ class Judge {
     bool realGap(ryxsim::CaptureGap const& g, Where w) const;
     bool lossAround(int line, Where w) const;
     bool lostLineAt(int line, Where w) const;
+    bool sameProcessAsFarAsShown(int a, int b) const;
     void noLineClaim(std::string const& what, Where w);
     void session(Timeline const& r, std::set<Where> const& places);
     void decidable();
@@ -306,12 +307,17 @@ bool Judge::lossAround(int line, Where w) const {
     return it != sh.lost.end() && *it <= hi;
 }
 
+// One process, or a capture without process ids (tag, raw) that cannot tell them apart.
+bool Judge::sameProcessAsFarAsShown(int a, int b) const {
+    return !C.form.hasPids() || T.sessions[a].process == T.sessions[b].process;
+}
+
 // A line of the process the capture cut or lost at `line`, though of another of its sessions
 // (a next session's creation line cut: nothing shows it is not the current session's).
 bool Judge::lostLineAt(int line, Where w) const {
     for (int l : {line, line - 1}) {
         LineOrigin o = origin(l);
-        if (o.session >= 0 && T.sessions[o.session].process == T.sessions[w.first].process &&
+        if (o.session >= 0 && sameProcessAsFarAsShown(o.session, w.first) &&
             C.shown[o.piece][o.session].lost.count(static_cast<size_t>(o.entry)) != 0) {
             return true;
         }
@@ -330,7 +336,9 @@ void Judge::noLineClaim(std::string const& what, Where w) {
     Shown const& sh = shown(w);
     for (size_t e = sh.from; e < sh.to; ++e) {
         int f = frames[w.first].entryFrame[e];
-        if (f >= x && f <= y && visible(w.first, e) && sh.lost.count(e) == 0) {
+        // (A crop read names the frame it is for, ahead of the frame's own calls.)
+        bool crop = T.sessions[w.first].log[e].message.find("souReq") != std::string::npos;
+        if (f >= x && f <= y && !crop && visible(w.first, e) && sh.lost.count(e) == 0) {
             falseOne("gap \"" + what + "\": f" + std::to_string(f) + " has a line");
             return;
         }
@@ -354,7 +362,7 @@ void Judge::gap(ryxsim::CaptureGap const& g, Where w, std::set<Where> const& pla
     std::set<Where> owners = places;
     for (size_t s = 0; s < T.sessions.size(); ++s) {
         for (size_t p = 0; p < C.shown.size(); ++p) {
-            if (T.sessions[s].process == T.sessions[w.first].process) {
+            if (sameProcessAsFarAsShown(static_cast<int>(s), w.first)) {
                 owners.insert({static_cast<int>(s), static_cast<int>(p)});
             }
         }

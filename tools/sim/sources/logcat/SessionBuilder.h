@@ -128,7 +128,7 @@ class SessionBuilder {
     bool droppedWhole(FrameFlags const& ff) const;
     static bool dropWhileLive(FrameFlags const& ff);
     bool dropHidden(int frame);
-    void countCallsWithoutCamera(FrameRecord const& f);
+    void countCallsWithoutCamera(int bound);
     void placeFrames(int bound);
     void resolveBelow(int bound);
     int settleBound() const;

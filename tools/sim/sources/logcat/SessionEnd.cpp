@@ -190,24 +190,25 @@ bool SessionBuilder::droppedWhole(FrameFlags const& ff) const {
 
 // Without thread ids, the calls of a frame that showed no camera (a flushed arrival, sync
 // switched off): counted, and the frame's other cameras are what their lines say.
-void SessionBuilder::countCallsWithoutCamera(FrameRecord const& f) {
-    auto entries = mEntries.find(f.frame);
-    if (entries == mEntries.end()) {
-        return;
-    }
-    int shown = 0;
-    for (auto const& c : f.cells) {
-        CellFlags const& cf = mCells[{f.frame, c.sensor}];
-        shown += cf.enqueued || cf.dropOnArrival ? 1 : 0;
-    }
-    if (entries->second > shown && mUnattributed.insert(f.frame).second) {
-        ++mUnattributedCount;
+// (A frame dropped while live drops every call of it: no doubt there.) Frames below `bound`.
+void SessionBuilder::countCallsWithoutCamera(int bound) {
+    for (auto it = mEntries.lower_bound(mResolvedBelow); it != mEntries.end() && it->first < bound;
+         ++it) {
+        auto [frame, entries] = *it;
+        FrameRecord const* f = findWork(frame);
+        int shown = 0;
+        for (size_t i = 0; f != nullptr && i < f->cells.size(); ++i) {
+            CellFlags const& cf = mCells[{frame, f->cells[i].sensor}];
+            shown += cf.enqueued || cf.dropOnArrival ? 1 : 0;
+        }
+        if (entries > shown && !mFrames[frame].dropEvent && mUnattributed.insert(frame).second) {
+            ++mUnattributedCount;
+        }
     }
 }
 
 void SessionBuilder::resolve(FrameRecord& f) {
     FrameFlags const& ff = mFrames[f.frame];
-    countCallsWithoutCamera(f);
     bool hidden = !mSawDebug && dropHidden(f.frame);
     bool waiting = false;
     for (auto& c : f.cells) {

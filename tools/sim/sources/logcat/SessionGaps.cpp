@@ -12,8 +12,8 @@ namespace {
 bool restsOnMissingLines(CameraCell const& c) {
     // A flush is what a drop is taken for when no line names another cause.
     return (c.cause == DropCause::None || c.cause == DropCause::Flush) &&
-           c.verdict != Verdict::OutOfSync &&
-           c.verdict != Verdict::OutOfSync1 && c.verdict != Verdict::OutOfSync2;
+           c.verdict != Verdict::OutOfSync && c.verdict != Verdict::OutOfSync1 &&
+           c.verdict != Verdict::OutOfSync2;
 }
 
 bool openAtEnd(FrameRecord const& f) {
@@ -159,16 +159,15 @@ static bool alreadyUndetermined(FrameRecord const& f) {  // by a gap before the 
                        [](CameraCell const& c) { return c.verdict == Verdict::Undetermined; });
 }
 
-// The updaters of the frame ran, but no camera of it came out of the rendezvous: the capture (or
-// the process) ended in the middle of it.
+// The updaters of the frame ran, but a camera of it had not come out of the rendezvous when the
+// capture (or the process) ended.
 bool SessionBuilder::cutWhileChecked(FrameRecord const& f) {
-    bool anyReleased = false, anyWaiting = false;
+    bool anyWaiting = false;
     for (auto const& c : f.cells) {
         CellFlags const& cf = mCells[{f.frame, c.sensor}];
-        anyReleased = anyReleased || cf.released;
         anyWaiting = anyWaiting || (cf.enqueued && !cf.released);
     }
-    return mFrames[f.frame].ready && anyWaiting && !anyReleased;
+    return mFrames[f.frame].ready && anyWaiting;
 }
 
 // Frames still open when the capture ends: named, with the line the capture ends at.
@@ -183,12 +182,12 @@ void SessionBuilder::markEnd(int lastLine) {
         } else if (cutWhileChecked(f) && !alreadyUndetermined(f)) {
             end.frames.push_back(f.frame);
             for (auto& c : f.cells) {
-                if (restsOnMissingLines(c)) {
+                CellFlags const& cf = mCells[{f.frame, c.sensor}];
+                if (restsOnMissingLines(c) && cf.enqueued && !cf.released) {
                     c.verdict = Verdict::Undetermined;
                     c.cause = DropCause::None;
-                    f.undeterminedWhy = "the capture ends while its check was under way (line " +
-                                        std::to_string(lastLine) +
-                                        "): its verdict was never logged";
+                    f.undeterminedWhy = "the capture ends (line " + std::to_string(lastLine) +
+                                        ") before this camera came out of the frame's check";
                 }
             }
         }

@@ -30,6 +30,7 @@ void SessionBuilder::resolveBelow(int bound) {
     bool finishing = mFinishing;
     mFinishing = true;  // cells made while resolving are not lines of the capture
     attributeDeferred(takeSyncOff(bound), bound);
+    countCallsWithoutCamera(bound);
     resolveFrames(bound);
     placeFrames(bound);
     for (auto it = mFrames.lower_bound(mResolvedBelow); it != mFrames.end() && it->first < bound;
@@ -61,6 +62,7 @@ void SessionBuilder::foldBelow(int bound, FrameSink const& folded) {
     mSpans.erase(mSpans.begin(), mSpans.lower_bound(bound));
     mUnattributed.erase(mUnattributed.begin(), mUnattributed.lower_bound(bound));
     mRunEdges.erase(mRunEdges.begin(), mRunEdges.lower_bound(bound));
+    mEntries.erase(mEntries.begin(), mEntries.lower_bound(bound));
 }
 
 // The cameras as explanations name them: by the names given, else by number.
