@@ -69,15 +69,6 @@ std::vector<LogEntry> straddling(int64_t boundary) {
     return entries;
 }
 
-std::vector<std::string> linesOf(std::string const& text) {
-    std::vector<std::string> lines{""};  // lines count from 1
-    std::istringstream in(text);
-    for (std::string s; std::getline(in, s);) {
-        lines.push_back(s);
-    }
-    return lines;
-}
-
 Timeline readOne(std::string const& text) {
     auto sessions = readLogcat(text, "capture");
     EXPECT_EQ(sessions.size(), 1u);

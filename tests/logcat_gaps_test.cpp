@@ -81,15 +81,6 @@ void expectHonest(Timeline const& t) {
     }
 }
 
-std::vector<std::string> linesOf(std::string const& text) {
-    std::vector<std::string> lines{""};  // lines count from 1
-    std::istringstream in(text);
-    for (std::string s; std::getline(in, s);) {
-        lines.push_back(s);
-    }
-    return lines;
-}
-
 }  // namespace
 
 TEST(LogcatGaps, LogdsChattyLinesMarkTheFramesTheyTook) {

@@ -1,6 +1,7 @@
 // A simulated run's own log, read back, gives the run's per-frame verdicts and causes: every
 // frame at debug level, every frame that did not pass at the default level.
 
+#include "SeenCell.h"
 #include "Watchdog.h"
 #include "cli/LogSetup.h"
 #include "sources/logcat/LogcatSource.h"
@@ -19,20 +20,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-// What a log can tell of a camera's frame: RESULT 1 and 2 both read as out of sync.
-struct Seen {
-    Verdict verdict;
-    DropCause cause;
-    Refusal refusal;
-    bool operator==(Seen const& o) const {
-        return verdict == o.verdict && cause == o.cause && refusal == o.refusal;
-    }
-};
-
-std::ostream& operator<<(std::ostream& o, Seen const& s) {
-    return o << verdictName(s.verdict) << "/" << dropCauseName(s.cause) << "/"
-             << refusalName(s.refusal);
-}
+using ryxtest::Seen;
 
 using Cells = std::map<std::pair<int, int>, Seen>;  // (frame, camera)
 
@@ -43,11 +31,7 @@ Cells seen(Timeline const& t, bool unpassedOnly) {
             continue;
         }
         for (auto const& c : f.cells) {
-            Verdict v = c.verdict == Verdict::OutOfSync1 || c.verdict == Verdict::OutOfSync2
-                            ? Verdict::OutOfSync
-                            : c.verdict;
-            cells[{f.frame, c.sensor}] = {
-                v, c.cause, c.cause == DropCause::Refused ? f.refusal : Refusal::None};
+            cells[{f.frame, c.sensor}] = ryxtest::seenOf(f, c);
         }
     }
     return cells;

@@ -89,6 +89,16 @@ inline AndroidLogFormat* logcatFormat(std::vector<std::string> const& formats) {
     return format;
 }
 
+// A capture's lines, counted from 1 as the report counts them (lines[0] is empty).
+inline std::vector<std::string> linesOf(std::string const& text) {
+    std::vector<std::string> lines{""};
+    std::istringstream in(text);
+    for (std::string s; std::getline(in, s);) {
+        lines.push_back(s);
+    }
+    return lines;
+}
+
 // The entries printed through liblog with `formats`.
 inline std::string formatCapture(std::vector<LogEntry> const& entries,
                                  std::vector<std::string> const& formats) {

@@ -1,5 +1,7 @@
 #include "TruthJudge.h"
 
+#include "SeenCell.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -44,22 +46,6 @@ int frameNamed(std::string const& m) {
         }
     }
     return -1;
-}
-
-struct Seen {
-    Verdict verdict;
-    DropCause cause;
-    Refusal refusal;
-    bool operator==(Seen const& o) const {
-        return verdict == o.verdict && cause == o.cause && refusal == o.refusal;
-    }
-};
-
-Seen seenOf(FrameRecord const& f, CameraCell const& c) {
-    Verdict v = c.verdict == Verdict::OutOfSync1 || c.verdict == Verdict::OutOfSync2
-                    ? Verdict::OutOfSync
-                    : c.verdict;
-    return {v, c.cause, c.cause == DropCause::Refused ? f.refusal : Refusal::None};
 }
 
 std::string words(Seen const& s) {
