@@ -21,7 +21,6 @@ using namespace ryxtest;
 namespace {
 
 constexpr char kCentralEurope[] = "CET-1CEST,M3.5.0,M10.5.0/3";
-constexpr int kFirstEntryLine = 2;  // after "--------- beginning of main"
 
 // TZ for liblog's localtime while the test runs.
 class ZoneScope {
