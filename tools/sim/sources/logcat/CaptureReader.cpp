@@ -146,9 +146,8 @@ bool CaptureReader::restarts(LogLine const& l, std::string_view func,
                              SessionBuilder const& current) {
     constexpr int kInFlight = 12;
     std::optional<int> frame = inFlightFrame(l, func);
-    // A frame is judged once in a session: its check again is another session's frame.
-    bool again = func == "update" && frame && l.message.find("syncOK=") != std::string_view::npos &&
-                 current.judged(*frame);
+    // A frame's updaters run once in a session, in a fixed order.
+    bool again = frame && current.contradicts(func, l.message, *frame);
     // A number below the highest after the session was silent for seconds: frames in flight
     // complete within a few frame times.
     constexpr int64_t kSilenceNs = 2000000000;

@@ -138,9 +138,13 @@ std::optional<int> frameIn(std::string_view text) {
 }
 
 std::optional<int> inFlightFrame(LogLine const& l, std::string_view func) {
+    // The updaters' refusals are warnings and errors; the queue's lambdas log housekeeping of
+    // frames long gone at debug level. (A raw line shows no level: its text tells.)
+    bool refusal = l.level == 'W' || l.level == 'E' ||
+                   l.message.find(" inversion") != std::string_view::npos ||
+                   l.message.find("] Fail to get ") != std::string_view::npos;
     bool ofTheFrame = func == "syncResultCheck" || func == "enque" || func == "onEvent" ||
-                      func == "update" ||
-                      (func == "operator()" && (l.level == 'W' || l.level == 'E'));
+                      func == "update" || (func == "operator()" && refusal);
     return ofTheFrame ? frameIn(l.message) : std::nullopt;
 }
 

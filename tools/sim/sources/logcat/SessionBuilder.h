@@ -49,11 +49,10 @@ class SessionBuilder {
     // Made by the queue's creation line and no frame's line since: the creation's other lines
     // (the helper's, at info level) are still this session's.
     bool fresh() const { return mCreated && mHighestFrame < 0; }
-    // The frame's timestamp check was read already.
-    bool judged(int frame) const {
-        auto it = mFrames.find(frame);
-        return it != mFrames.end() && it->second.syncOK.has_value();
-    }
+    // The line cannot be of this session's frame `frame`: a second timestamp check, a check
+    // after the master's refusal (the check runs first), a missing start of frame after a
+    // check, or a refusal naming a camera the check did not compare. Another session's frame.
+    bool contradicts(std::string_view func, std::string_view message, int frame) const;
 
     // A frame is settled once the stream is this many frames past it: more than the library's
     // ten frames in flight and its 20-frame arrival record.
@@ -65,10 +64,11 @@ class SessionBuilder {
   private:
     // What the lines said about one camera's part in a frame, beyond its cell.
     struct CellFlags {
-        bool entered = false;   // its syncResultCheck entry line is in the capture
-        bool enqueued = false;  // reached the rendezvous
-        bool released = false;  // and came out of it
-        bool needDrop = false;  // found its frame in the drop queue or flush list on the way out
+        bool entered = false;     // its syncResultCheck entry line is in the capture
+        bool enqueued = false;    // reached the rendezvous
+        bool released = false;    // and came out of it
+        bool needDrop = false;    // found its frame in the drop queue or flush list on the way out
+        bool inDropList = false;  // named by the frame's drop-queue entry: dropped on its way out
         bool dropOnArrival = false;
         bool flushedOnArrival = false;  // entered syncResultCheck and never reached the rendezvous
         bool ownDrop = false;
@@ -76,10 +76,11 @@ class SessionBuilder {
         bool syncOff = false;  // no rendezvous in a run of such frames: RYX_FRAMESYNC_ENABLE off
     };
     struct FrameFlags {
-        bool ready = false;       // the updaters ran (onEvent type 0)
-        bool dropEvent = false;   // dropped while live (onEvent type 1)
-        bool masterDrop = false;  // the master's notifyDrop put it into the drop queue
-        bool refused = false;     // the updaters said no
+        bool ready = false;          // the updaters ran (onEvent type 0)
+        bool dropEvent = false;      // dropped while live (onEvent type 1)
+        bool masterDrop = false;     // the master's notifyDrop put it into the drop queue
+        bool refused = false;        // the updaters said no
+        bool masterRefused = false;  // the master's updater did: an inversion or a missing time
         std::optional<bool> syncOK;
         std::set<int> checked;  // the cameras its timestamp check compared
     };
@@ -125,6 +126,7 @@ class SessionBuilder {
     void attributeDeferred(std::set<int> const& syncOff, int bound);
     void resolveFrames(int bound);
     void resolve(FrameRecord& f);
+    void markUndecidable(FrameRecord& f, CameraCell& c, CellFlags const& cf, bool hidden);
     bool droppedWhole(FrameFlags const& ff) const;
     static bool dropWhileLive(FrameFlags const& ff);
     bool dropHidden(int frame);

@@ -21,6 +21,10 @@ constexpr char kDropQueueWhy[] =
     "dropped on arrival from the drop queue, which a master drop or a refusal fills; the "
     "capture holds neither for this frame";
 
+constexpr char kDropListWhy[] =
+    "named in the frame's drop-queue entry, its call reached no rendezvous and logged no drop on "
+    "arrival: a flush came first, or the capture lacks the line";
+
 constexpr char kRunEdgeWhy[] =
     "its calls reached no rendezvous: sync switched off (RYX_FRAMESYNC_ENABLE) or a flush, which "
     "the log does not tell apart at the edge of a run of such frames or at the session's end";
@@ -207,6 +211,27 @@ void SessionBuilder::countCallsWithoutCamera(int bound) {
     }
 }
 
+// What the capture cannot decide for the camera: its verdict becomes undetermined, and why.
+void SessionBuilder::markUndecidable(FrameRecord& f, CameraCell& c, CellFlags const& cf,
+                                     bool hidden) {
+    // Some camera of the frame was dropped, and the lines do not say which: every camera
+    // not known to be dropped is undetermined, never in sync.
+    bool known = c.cause != DropCause::None || c.verdict == Verdict::Blocked;
+    if (mUnattributed.count(f.frame) != 0 && !known) {
+        c.verdict = Verdict::Undetermined;
+        f.undeterminedWhy = kNoThreadsWhy;
+    }
+    if (c.verdict == Verdict::OutOfSync && hidden) {
+        c.verdict = Verdict::Undetermined;
+        f.undeterminedWhy = kDropHiddenWhy;
+    }
+    if ((cf.syncOff || cf.flushedOnArrival) && mRunEdges.count(f.frame) != 0) {
+        c.verdict = Verdict::Undetermined;
+        c.cause = DropCause::None;
+        f.undeterminedWhy = kRunEdgeWhy;
+    }
+}
+
 void SessionBuilder::resolve(FrameRecord& f) {
     FrameFlags const& ff = mFrames[f.frame];
     bool hidden = !mSawDebug && dropHidden(f.frame);
@@ -220,11 +245,16 @@ void SessionBuilder::resolve(FrameRecord& f) {
             c.cause = DropCause::Leave;
         } else if (cf.syncOff) {
             c.verdict = Verdict::Unchecked;
+        } else if (cf.flushedOnArrival && cf.inDropList) {
+            // Named in the frame's drop-queue entry, it would have logged its drop on arrival
+            // unless the frame was flushed first: a line is missing, and it decides the cause.
+            c.verdict = Verdict::Undetermined;
+            f.undeterminedWhy = kDropListWhy;
         } else if (cf.flushedOnArrival) {
             c.cause = DropCause::Flush;
         } else if (cf.needDrop || cf.dropOnArrival ||
-                   (ff.refused && (c.completed || !mSawDebug || mNoThreads)) || droppedWhole(ff) ||
-                   (dropWhileLive(ff) && cf.enqueued)) {
+                   (ff.refused && (c.completed || cf.inDropList || !mSawDebug || mNoThreads)) ||
+                   droppedWhole(ff) || (dropWhileLive(ff) && cf.enqueued)) {
             // (A camera waiting in a frame dropped while live is dropped with it, whether or
             // not its way out is in the capture.)
             // Out of the drop queue (a master drop, or the updaters' refusal) or the flush list.
@@ -253,22 +283,7 @@ void SessionBuilder::resolve(FrameRecord& f) {
         if (c.cause == DropCause::Refused && f.refusal == Refusal::None) {
             f.refusal = Refusal::Unknown;
         }
-        // Some camera of the frame was dropped, and the lines do not say which: every camera
-        // not known to be dropped is undetermined, never in sync.
-        bool known = c.cause != DropCause::None || c.verdict == Verdict::Blocked;
-        if (mUnattributed.count(f.frame) != 0 && !known) {
-            c.verdict = Verdict::Undetermined;
-            f.undeterminedWhy = kNoThreadsWhy;
-        }
-        if (c.verdict == Verdict::OutOfSync && hidden) {
-            c.verdict = Verdict::Undetermined;
-            f.undeterminedWhy = kDropHiddenWhy;
-        }
-        if ((cf.syncOff || cf.flushedOnArrival) && mRunEdges.count(f.frame) != 0) {
-            c.verdict = Verdict::Undetermined;
-            c.cause = DropCause::None;
-            f.undeterminedWhy = kRunEdgeWhy;
-        }
+        markUndecidable(f, c, cf, hidden);
     }
     if (waiting) {
         for (int id : mLastTargets.empty() ? mSessionCams : mLastTargets) {

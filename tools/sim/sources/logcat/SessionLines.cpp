@@ -71,20 +71,46 @@ bool SessionBuilder::onRefusalLine(LogLine const& l, std::string const& s, std::
                     &b)) {
         t.frameInversions.push_back({LoggedAnomaly::Kind::FrameInversion, f, c, s});
         refuse(Refusal::FrameInversion);
+        mFrames[f].masterRefused = true;
         cell(f, c);
     } else if (scan(s, "time inversion, drop directly, change masterId(%d), f(%d)", &c, &f)) {
         t.timeInversions.push_back({LoggedAnomaly::Kind::TimeInversion, f, c, s});
         refuse(Refusal::TimeInversion);
+        mFrames[f].masterRefused = true;
         cell(f, c);
     } else if (scan(s, "[cam%d::f%d] Fail to get", &c, &f)) {
         t.missingTimestamps.push_back({LoggedAnomaly::Kind::MissingTimestamp, f, c, s});
         refuse(Refusal::MissingTimestamp);
+        mFrames[f].masterRefused = true;
     } else if (scan(s, "master id(%d) f(%d)", &c, &f)) {
         cell(f, c).master = true;
     } else {
         return false;
     }
     return true;
+}
+
+bool SessionBuilder::contradicts(std::string_view func, std::string_view message, int frame) const {
+    auto it = mFrames.find(frame);
+    if (it == mFrames.end()) {
+        return false;
+    }
+    FrameFlags const& ff = it->second;
+    if (func == "update") {
+        return message.find("syncOK=") != std::string_view::npos &&
+               (ff.syncOK.has_value() || ff.masterRefused);
+    }
+    std::string text(message.substr(std::min(message.find("[operator()] "), message.size())));
+    int cam = -1, f = 0;
+    bool inversion =
+        scan(text, "[operator()] masterId(%d), f(%d) frame inversion", &cam, &f) ||
+        scan(text, "[operator()] time inversion, drop directly, change masterId(%d)", &cam);
+    bool sofMissing = scan(text, "[operator()] [cam%d::f%d] Fail to get sofTimeStamp", &cam, &f);
+    if (!inversion && !sofMissing) {
+        return false;
+    }
+    bool uncompared = !ff.checked.empty() && ff.checked.count(cam) == 0;
+    return ff.masterRefused || uncompared || (sofMissing && ff.syncOK.has_value());
 }
 
 bool SessionBuilder::onDropLine(LogLine const& l, std::string_view func, std::string const& s) {
@@ -97,12 +123,21 @@ bool SessionBuilder::onDropLine(LogLine const& l, std::string_view func, std::st
         mCells[{f, c}].ownDrop = true;
     } else if (scan(s, "Frame:%d Update cameraDropList[", &f)) {
         seen(f);
-        if (func == "notifyDrop") {  // the master's own drop
+        // "[0,3,]": the cameras that will find the frame in the drop queue.
+        std::istringstream ids(s.substr(s.find('[') + 1));
+        for (char comma = 0; ids >> c && ids >> comma && comma == ',';) {
+            mCells[{f, c}].inDropList = true;
+        }
+        if (func == "notifyDrop") {  // the master's own drop, its first line read below
             mFrames[f].masterDrop = true;
-            mDeferred.push_back({Deferred::MasterDrop, l.tid, f, at(l), {}});
         } else {  // the updaters refused the frame: its other cameras give up theirs too
             mFrames[f].refused = true;
         }
+    } else if (scan(s, "Remove frame(%d) from Queue because it should be drop", &f)) {
+        // The master's drop entering the queue; its list of cameras follows when it is new.
+        seen(f);
+        mFrames[f].masterDrop = true;
+        mDeferred.push_back({Deferred::MasterDrop, l.tid, f, at(l), {}});
     } else if (scan(s, "need drop frame(%d)", &f)) {
         seen(f);
         mDeferred.push_back({Deferred::NeedDrop, l.tid, f, at(l), {}});
