@@ -142,6 +142,11 @@ TEST(DiagnosisTruth, SeedsThatFoundAFaultStayTrue) {
         {2348, "a call of another session taken for one never made"},
         {3238, "an inversion before the check of the same frame read as one session"},
         {6033, "a camera named in a refused frame's drop list read as in sync"},
+        {4397, "a missing time given to the frame named before a cut line"},
+        {9779, "a 'process' line cut before its tag taken for no line"},
+        {4179, "a frame an earlier gap touched said to be cut by the capture's end"},
+        {7963, "a frame dropped while live called flushed when the dropper's next line is lost"},
+        {9168, "the destructor's cut line taken to touch the last frame"},
     };
     std::map<std::string, Tally> tallies;
     for (auto const& f : found) {

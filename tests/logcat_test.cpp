@@ -78,6 +78,10 @@ TEST(LogLineFormats, EveryFormatYieldsTheSameFields) {
     std::string const tagLine = "D/" + tag + ": " + msg;
     ASSERT_TRUE(parseLogLine(tagLine, a));
     EXPECT_EQ(fields(a), std::make_tuple(-1, -1, 'D', tag, msg));
+    // Regression: a 'process' line cut before its tag was no line at all, so the loss of the
+    // updater's line it was went unseen.
+    ASSERT_TRUE(parseLogLine("D( 1234) ( 14", a));
+    EXPECT_EQ(fields(a), std::make_tuple(1234, -1, 'D', std::string(), std::string("( 14")));
     // Regression: a 'tag' line's tag kept logcat's padding, so logd's "chatty  " went unseen.
     ASSERT_TRUE(parseLogLine("I/chatty  : uid=1047(cameraserver) expire 3 lines", a));
     EXPECT_EQ(a.tag, "chatty");

@@ -27,10 +27,6 @@ struct Item {
     bool cut = false;  // printed cut short
 };
 
-int minimumPriority(int level) {
-    return level >= 5 ? ANDROID_LOG_DEBUG : level >= 3 ? ANDROID_LOG_INFO : ANDROID_LOG_WARN;
-}
-
 LogEntry noise(Rng& rng, LogEntry const& near, int pid, int tid) {
     static char const* const kTags[] = {
         "CameraService", "ActivityManager", "SurfaceFlinger", "CameraHalPipe", "ISP", "Sensor"};
@@ -366,6 +362,10 @@ CaptureForm randomForm(Rng& rng) {
     f.crlf = chance(rng, 0.1);
     f.utf16 = !f.bugreport && chance(rng, 0.1);
     return f;
+}
+
+int minimumPriority(int level) {
+    return level >= 5 ? ANDROID_LOG_DEBUG : level >= 3 ? ANDROID_LOG_INFO : ANDROID_LOG_WARN;
 }
 
 }  // namespace ryxtest

@@ -59,6 +59,9 @@ struct Capture {
 // Prints the sessions' logs in `form`; `rng` decides where the changes fall.
 Capture makeCapture(TrueProcessLog const& log, CaptureForm const& form, std::mt19937_64& rng);
 
+// The lowest priority a capture at `level` (2 warnings, 4 info, 5 debug) shows.
+int minimumPriority(int level);
+
 // The time the sessions' log starts at for a form (a year end and a summer-time change need
 // their dates).
 int64_t captureStartSec(CaptureForm const& form, std::mt19937_64& rng);

@@ -96,6 +96,7 @@ class Judge {
     }
     int frameNear(int s, size_t e) const;
     int threadFrameBefore(int s, size_t e) const;
+    int shownFrameBefore(Where w, size_t e) const;
     bool touched(Where w, int frame) const;
     bool outOfSyncAndRefused(Where w, int frame, Seen const& truth, Seen const& said) const;
     bool cutAtEnd(Where w) const { return shown(w).to < T.sessions[w.first].log.size(); }
@@ -152,9 +153,13 @@ bool Judge::outOfSyncAndRefused(Where w, int frame, Seen const& truth, Seen cons
                                           return e.message.find(check) != std::string::npos &&
                                                  e.message.find("syncOK=0") != std::string::npos;
                                       });
+    auto ofFrame = [&](ryxsim::LoggedAnomaly const& a) { return a.frame == frame; };
+    // "Refused, the capture does not say why" is true of either inversion.
+    bool unknownWhy = refused.refusal == Refusal::Unknown &&
+                      (std::any_of(t.timeInversions.begin(), t.timeInversions.end(), ofFrame) ||
+                       std::any_of(t.frameInversions.begin(), t.frameInversions.end(), ofFrame));
     return outOfTolerance &&
-           std::any_of(inversions.begin(), inversions.end(),
-                       [&](ryxsim::LoggedAnomaly const& a) { return a.frame == frame; });
+           (unknownWhy || std::any_of(inversions.begin(), inversions.end(), ofFrame));
 }
 
 int Judge::threadFrameBefore(int s, size_t e) const {
@@ -162,6 +167,20 @@ int Judge::threadFrameBefore(int s, size_t e) const {
     for (size_t i = e; i-- > 0;) {
         if (log[i].tid == log[e].tid && frames[s].entryFrame[i] >= 0) {
             return frames[s].entryFrame[i];
+        }
+    }
+    return -1000;
+}
+
+// The frame of the last line the capture shows before entry `e`: for all a reader can tell, a
+// line lost after it may have been that frame's.
+int Judge::shownFrameBefore(Where w, size_t e) const {
+    auto const& log = T.sessions[w.first].log;
+    Shown const& sh = shown(w);
+    for (size_t i = std::min(e, log.size()); i-- > sh.from;) {
+        if (log[i].priority >= minimumPriority(C.form.level) && sh.lost.count(i) == 0 &&
+            frames[w.first].entryFrame[i] >= 0) {
+            return frames[w.first].entryFrame[i];
         }
     }
     return -1000;
@@ -178,7 +197,8 @@ bool Judge::touched(Where w, int frame) const {
     // line may be that call's last).
     auto near = [&](size_t e) {
         return std::abs(frame - frameNear(w.first, e)) <= kNear ||
-               std::abs(frame - threadFrameBefore(w.first, e)) <= kNear;
+               std::abs(frame - threadFrameBefore(w.first, e)) <= kNear ||
+               frame == shownFrameBefore(w, e);
     };
     for (size_t e : sh.lost) {
         if (near(e) || (span != frames[w.first].span.end() && span->second.first <= e &&

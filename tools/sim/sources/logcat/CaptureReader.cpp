@@ -36,6 +36,7 @@ LogClock CaptureReader::clockSoFar() const {
 void CaptureReader::line(std::string_view line) {
     ++mLineNo;
     mLastHeldOurs = holdsLibraryText(line);
+    mLastOursText.clear();
     LogLine l;
     if (!mLongHeader.empty()) {
         // The message of a 'long' record: its header's fields, this line's text.
@@ -91,7 +92,7 @@ void CaptureReader::reconnect(std::string_view separator) {
 
 void CaptureReader::lastLineCut() {
     if (mLastHeldOurs) {
-        cut(-1, "the capture's last line is cut short");
+        cut(-1, "the capture's last line is cut short", mLastOursText);
     }
 }
 
@@ -109,8 +110,13 @@ void CaptureReader::cut(int pid, std::string what, std::string_view text, int ti
     }
     mCutLine = mLineNo;
     if (SessionBuilder* s = sessionOf(pid)) {
-        s->gap(mLineNo, std::move(what), frameIn(text), tid);
+        s->gap(mLineNo, std::move(what), frameIn(text), tid, !destructorLine(text));
     }
+}
+
+bool CaptureReader::destructorLine(std::string_view text) {
+    size_t open = text.find(") [~");
+    return startsWith(text, "(") && open != std::string_view::npos && text.find('[') == open + 2;
 }
 
 // logd's own lines where it left lines of a process out: "... expire N lines" (the buffer was
@@ -165,6 +171,7 @@ void CaptureReader::ours(LogLine const& l) {
     }
     std::string_view func, rest;
     LineKind kind = classify(l, func, rest);
+    mLastOursText.assign(l.message);
     if (kind == LineKind::Cut) {
         mLastHeldOurs = true;
         // A 'process' line ("L( UID: PID) message  (TAG)") cut before its tag reads as a

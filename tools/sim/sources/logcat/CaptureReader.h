@@ -53,6 +53,8 @@ class CaptureReader {
     void chatty(LogLine const& l);
     // `tid`: the thread of the line cut, where the capture shows it.
     void cut(int pid, std::string what, std::string_view text = {}, int tid = -1);
+    // The cut text is the start of the helper's destructor line, which no frame's call writes.
+    static bool destructorLine(std::string_view text);
     SessionBuilder* sessionOf(int pid);
     static bool createsSession(std::string_view func, std::string_view rest,
                                SessionBuilder const* current);
@@ -71,6 +73,7 @@ class CaptureReader {
     LogLine::TimeForm mTimeForm = LogLine::TimeForm::None;
     std::optional<int64_t> mLastTimeNs;  // of any line: where the capture ends
     int mCutLine = 0;                    // the latest line named as a gap
+    std::string mLastOursText;           // the text of the last line that was the library's, or cut
     bool mLastHeldOurs = false;          // the latest line was, or held a piece of, one of ours
     bool mOursWithoutTid = false;        // the latest line of ours had no thread id
     std::string mLongHeader;             // a 'long' header whose message line comes next

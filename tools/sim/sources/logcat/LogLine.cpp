@@ -324,8 +324,14 @@ bool readThreadOrProcess(Cursor& c, LogLine& out) {
         out.pid = static_cast<int>(ids[n - 1]);
         return true;
     }
-    if (n < 2) {
+    if (n < 2 && ids[0] < 0) {
         return false;
+    }
+    if (n < 2) {
+        // A process line cut before its tag: its text is all there is.
+        out.pid = static_cast<int>(ids[0]);
+        out.message = message;
+        return true;
     }
     out.pid = static_cast<int>(ids[n - 2]);
     out.tid = static_cast<int>(ids[n - 1]);

@@ -22,8 +22,13 @@ SessionBuilder::SessionBuilder(std::string const& file, int pid, int line, bool 
     }
 }
 
-void SessionBuilder::gap(int line, std::string what, std::optional<int> frame, int tid) {
+void SessionBuilder::gap(int line, std::string what, std::optional<int> frame, int tid,
+                         bool touchesCalls) {
     std::set<int> inFlight;
+    if (!touchesCalls) {  // a line no call writes: the session's end
+        mGaps.push_back({line, std::move(what), mHighestFrame, {}, tid >= 0, true});
+        return;
+    }
     if (tid < 0) {
         inFlight.insert(mLive.begin(), mLive.end());
     }
@@ -40,6 +45,13 @@ void SessionBuilder::gap(int line, std::string what, std::optional<int> frame, i
         inFlight.insert(updating->second);
     }
     mGaps.push_back({line, std::move(what), mHighestFrame, std::move(inFlight), tid >= 0});
+    // The lost line may have been another frame's updaters starting: a line without a frame
+    // number that follows on the thread is no longer known to be of the frame named before.
+    if (tid < 0) {
+        mUpdating.clear();
+    } else {
+        mUpdating.erase(tid);
+    }
     if (frame) {
         mLine = line;  // the cut line is the frame's too
         seen(*frame);
@@ -176,6 +188,7 @@ void SessionBuilder::onLine(LogLine const& l, int line, std::string_view func,
         return;
     }
     closeIfOver(l, func);
+    noteDropperMovedOn(l, s);
     int c = 0;
     if (func == "PhysicalMetaSyncDataUpdater" && scan(s, "Sensor %d LENS_INFO", &c)) {
         mSessionCams.push_back(c);

@@ -28,7 +28,8 @@ class SessionBuilder {
     void onLine(LogLine const& l, int line, std::string_view func, std::string_view rest);
     // Something the capture lost at `line` (logd's chatty lines, a cut line naming `frame`).
     // `tid`: the thread whose line it was, when the capture shows it (-1: any thread's).
-    void gap(int line, std::string what, std::optional<int> frame = std::nullopt, int tid = -1);
+    void gap(int line, std::string what, std::optional<int> frame = std::nullopt, int tid = -1,
+             bool touchesCalls = true);
     // Sees each frame as it is folded into the timeline, with its verdicts and explanation.
     using FrameSink = std::function<void(Timeline const&, FrameRecord const&)>;
 
@@ -81,6 +82,9 @@ class SessionBuilder {
         bool masterDrop = false;     // the master's notifyDrop put it into the drop queue
         bool refused = false;        // the updaters said no
         bool masterRefused = false;  // the master's updater did: an inversion or a missing time
+        // Dropped while live, and the dropping thread's next line is not the master's drop:
+        // a flush dropped it.
+        bool flushShown = false;
         std::optional<bool> syncOK;
         std::set<int> checked;  // the cameras its timestamp check compared
     };
@@ -107,6 +111,7 @@ class SessionBuilder {
         int highestBefore;       // the highest frame number seen before it
         std::set<int> inFlight;  // frames with a call or an update under way at it
         bool oneThread = false;  // a line of one known thread: only its calls are touched
+        bool noCall = false;     // a line no frame's call writes: no frame is touched
     };
 
     // Line handlers, by the function that wrote the line; true when the line was theirs.
@@ -140,6 +145,8 @@ class SessionBuilder {
     void markGaps(int bound, bool all);
     void markGap(PendingGap const& g);
     void markEnd(int lastLine);
+    bool touchedByGap(int frame) const;
+    void noteDropperMovedOn(LogLine const& l, std::string const& s);
     bool cutWhileChecked(FrameRecord const& f);
     void foldBelow(int bound, FrameSink const& folded);
     void labelCameras();
@@ -188,6 +195,7 @@ class SessionBuilder {
     std::unordered_map<int, int> mCamOfTid;
     std::unordered_map<int, Call> mCalls;    // tid -> syncResultCheck in progress
     std::unordered_map<int, int> mUpdating;  // tid -> frame whose updaters run on it
+    std::unordered_map<int, int> mDropping;  // tid -> frame it just dropped while live
     std::unordered_map<int, int> mPruned;    // tid -> frame last pushed out of the record
     std::map<int, FrameFlags> mFrames;
     std::map<std::pair<int, int>, CellFlags> mCells;  // (frame, camera)

@@ -25,6 +25,10 @@ constexpr char kDropListWhy[] =
     "named in the frame's drop-queue entry, its call reached no rendezvous and logged no drop on "
     "arrival: a flush came first, or the capture lacks the line";
 
+constexpr char kLiveDropWhy[] =
+    "dropped while its cameras waited, by a flush or the master's drop: the dropping thread's "
+    "next line, which tells them apart, is not in the capture";
+
 constexpr char kRunEdgeWhy[] =
     "its calls reached no rendezvous: sync switched off (RYX_FRAMESYNC_ENABLE) or a flush, which "
     "the log does not tell apart at the edge of a run of such frames or at the session's end";
@@ -269,6 +273,11 @@ void SessionBuilder::resolve(FrameRecord& f) {
                 c.verdict = Verdict::Undetermined;
                 c.cause = DropCause::None;
                 f.undeterminedWhy = kDropQueueWhy;
+            } else if (c.cause == DropCause::Flush && dropWhileLive(ff) && !ff.flushShown &&
+                       !mNoThreads) {
+                c.verdict = Verdict::Undetermined;
+                c.cause = DropCause::None;
+                f.undeterminedWhy = kLiveDropWhy;
             }
         } else if (ff.syncOK) {
             c.verdict = *ff.syncOK ? Verdict::InSync : Verdict::OutOfSync;

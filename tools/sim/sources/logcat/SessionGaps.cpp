@@ -109,7 +109,7 @@ void SessionBuilder::markGap(PendingGap const& g) {
         }
     }
     for (auto& [n, f] : mWork) {
-        if (!f.firstLine) {
+        if (!f.firstLine || g.noCall) {
             continue;
         }
         if (g.inFlight.count(f.frame) != 0 ||
@@ -170,6 +170,12 @@ bool SessionBuilder::cutWhileChecked(FrameRecord const& f) {
     return mFrames[f.frame].ready && anyWaiting;
 }
 
+bool SessionBuilder::touchedByGap(int frame) const {
+    return std::any_of(t.gaps.begin(), t.gaps.end(), [&](CaptureGap const& g) {
+        return std::find(g.frames.begin(), g.frames.end(), frame) != g.frames.end();
+    });
+}
+
 // Frames still open when the capture ends: named, with the line the capture ends at.
 void SessionBuilder::markEnd(int lastLine) {
     if (!t.fatal.empty()) {
@@ -179,7 +185,8 @@ void SessionBuilder::markEnd(int lastLine) {
     for (auto& [n, f] : mWork) {
         if (openAtEnd(f)) {
             end.frames.push_back(f.frame);
-        } else if (cutWhileChecked(f) && !alreadyUndetermined(f)) {
+        } else if (cutWhileChecked(f) && !alreadyUndetermined(f) && !touchedByGap(f.frame)) {
+            // (A gap the frame is in may hold the camera's way out: that gap is its cause.)
             end.frames.push_back(f.frame);
             for (auto& c : f.cells) {
                 CellFlags const& cf = mCells[{f.frame, c.sensor}];

@@ -113,6 +113,27 @@ bool SessionBuilder::contradicts(std::string_view func, std::string_view message
     return ff.masterRefused || uncompared || (sofMissing && ff.syncOK.has_value());
 }
 
+// A frame dropped while live is the master's drop when the dropping thread goes on to enter
+// it in the drop queue, and a flush's otherwise. (Without thread ids the next line may be any
+// thread's: the cause stays what later lines show.)
+void SessionBuilder::noteDropperMovedOn(LogLine const& l, std::string const& s) {
+    int f = 0;
+    if (l.tid < 0) {
+        return;
+    }
+    auto it = mDropping.find(l.tid);
+    if (it != mDropping.end()) {
+        if (!scan(s, "Remove frame(%d) from Queue", &f) || f != it->second) {
+            mFrames[it->second].flushShown = true;
+        }
+        mDropping.erase(it);
+    }
+    if (scan(s, "[f%d] unlock", &f) && s.find(" CamId") == std::string::npos &&
+        mFrames.count(f) != 0 && mFrames[f].dropEvent) {
+        mDropping[l.tid] = f;
+    }
+}
+
 bool SessionBuilder::onDropLine(LogLine const& l, std::string_view func, std::string const& s) {
     int f = 0, c = 0, v = 0, r = 0;
     if (scan(s, "Frame:%d Drop slave cam(%d), isLastItem(%d)", &f, &c, &v)) {
