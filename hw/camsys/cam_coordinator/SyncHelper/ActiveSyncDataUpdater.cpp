@@ -19,7 +19,7 @@ bool ActiveSyncDataUpdater::update(SyncData const* data) {
     // A completed frame always names at least the camera that brought it; an empty target list
     // means the caller's flow is broken.
     if (data->syncTargetList.empty()) {
-        RYX_LOGF("Invalid operation.");
+        RYX_LOGF(RYX_MSG_INVALID_OPERATION);
     }
     return true;
 }

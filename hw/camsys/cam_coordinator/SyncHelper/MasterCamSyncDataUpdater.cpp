@@ -31,10 +31,10 @@ MasterCamSyncDataUpdater::MasterCamSyncDataUpdater(
 MasterCamSyncDataUpdater::~MasterCamSyncDataUpdater() = default;
 
 bool MasterCamSyncDataUpdater::update(SyncData const* data) {
-    RYX_LOGD_IF(mLogLevel >= 2, "+");
+    RYX_LOGD_IF(mLogLevel >= 2, RYX_MSG_UPDATER_ENTER);
 
     if (data->syncTargetList.empty()) {
-        RYX_LOGF("Invalid operation.");
+        RYX_LOGF(RYX_MSG_INVALID_OPERATION);
     }
 
     int32_t const firstCam = data->syncTargetList[0];
@@ -46,10 +46,10 @@ bool MasterCamSyncDataUpdater::update(SyncData const* data) {
     if (first != data->inputParams.end() && first->second != nullptr) {
         if (!NSCam::IMetadata::getEntry<int>(first->second->HalControl, RYX_DUALZOOM_REAL_MASTER,
                                              masterId)) {
-            RYX_LOGD_IF(mLogLevel != 0, "RYX_DUALZOOM_REAL_MASTER not found, use cam%d", firstCam);
+            RYX_LOGD_IF(mLogLevel != 0, RYX_MSG_MASTER_DEFAULT, firstCam);
             masterId = firstCam;
         }
-        RYX_LOGD_IF(mLogLevel != 0, "masterId(%d)", masterId);
+        RYX_LOGD_IF(mLogLevel != 0, RYX_MSG_MASTER_IS, masterId);
 
         MutexLock lock(mLock);
         // The decision against the history runs as one callable under mLock.
@@ -58,9 +58,9 @@ bool MasterCamSyncDataUpdater::update(SyncData const* data) {
             if (master == data->inputParams.end() || master->second == nullptr) {
                 // The requested master did not take part in this frame: nobody is master, the
                 // frame passes and the history stays as it was.
-                RYX_LOGD("slave meta doesnt hav master TS, TS will update by master");
+                RYX_LOGD(RYX_MSG_SLAVE_WITHOUT_MASTER_TS);
                 for (auto const& [camId, output] : data->outputParams) {
-                    RYX_LOGD("slave sensor(%d), set bMasterCam false", camId);
+                    RYX_LOGD(RYX_MSG_SLAVE_NOT_MASTER, camId);
                     if (output != nullptr) {
                         output->bMasterCam = false;
                     }
@@ -71,15 +71,15 @@ bool MasterCamSyncDataUpdater::update(SyncData const* data) {
 
             if (masterInput->sofTimeStamp == 0 || masterInput->expTimeStamp == 0) {
                 if (masterInput->sofTimeStamp == 0) {
-                    RYX_LOGE("[cam%d::f%d] Fail to get sofTimeStamp", masterId, frameNo);
+                    RYX_LOGE(RYX_MSG_SOF_MISSING, masterId, frameNo);
                 } else {
-                    RYX_LOGE("[cam%d::f%d] Fail to get expTimeStamp", masterId, frameNo);
+                    RYX_LOGE(RYX_MSG_EXPOSURE_MISSING, masterId, frameNo);
                 }
-                RYX_LOGD("cant get TS, drop this frame(%d)", frameNo);
+                RYX_LOGD(RYX_MSG_NO_TIMES_DROP, frameNo);
                 return false;
             }
             uint64_t const shutterTs = static_cast<uint64_t>(masterInput->expTimeStamp);
-            RYX_LOGD_IF(mLogLevel != 0, "master(%d): sofTime(%lu), shutterTs(%lu)", masterId,
+            RYX_LOGD_IF(mLogLevel != 0, RYX_MSG_MASTER_TIMES, masterId,
                         static_cast<unsigned long>(masterInput->sofTimeStamp),
                         static_cast<unsigned long>(shutterTs));
 
@@ -90,15 +90,15 @@ bool MasterCamSyncDataUpdater::update(SyncData const* data) {
                 if (again != data->inputParams.end() && again->second != nullptr) {
                     if (!NSCam::IMetadata::getEntry<unsigned char>(again->second->AppControl,
                                                                    CAPTURE_INTENT, intent)) {
-                        RYX_LOGE("Fail to get sensor(%d) f(%d) CAPTURE_INTENT from app meta.",
+                        RYX_LOGE(RYX_MSG_INTENT_MISSING,  //
                                  masterId, frameNo);
                     }
                 }
                 bool const isCapture = intent == kCaptureIntentStill;
-                RYX_LOGD("Get master(%d) isCapture(%d)", masterId, isCapture ? 1 : 0);
+                RYX_LOGD(RYX_MSG_MASTER_CAPTURE, masterId, isCapture ? 1 : 0);
                 if (!isCapture) {
-                    RYX_LOGW("masterId(%d), f(%d) frame inversion:previous master(%d), f(%d)",
-                             masterId, frameNo, mPrevMasterId, mPrevFrameNo);
+                    RYX_LOGW(RYX_MSG_FRAME_INVERSION, masterId, frameNo, mPrevMasterId,
+                             mPrevFrameNo);
                     return false;
                 }
             }
@@ -106,11 +106,11 @@ bool MasterCamSyncDataUpdater::update(SyncData const* data) {
             // A frame refused for its exposure time still counts as seen for the frame order.
             mPrevFrameNo = frameNo;
             if (shutterTs < mPrevShutterTs) {
-                RYX_LOGW(
-                    "time inversion, drop directly, change masterId(%d), f(%d), shutterTs(%lu), "
-                    "previous shutterTs(%lu)",
-                    masterId, frameNo, static_cast<unsigned long>(shutterTs),
-                    static_cast<unsigned long>(mPrevShutterTs));
+                RYX_LOGW(RYX_MSG_TIME_INVERSION,                 //
+                         masterId,                               //
+                         frameNo,                                //
+                         static_cast<unsigned long>(shutterTs),  //
+                         static_cast<unsigned long>(mPrevShutterTs));
                 return false;
             }
             for (auto const& [camId, output] : data->outputParams) {
@@ -122,7 +122,7 @@ bool MasterCamSyncDataUpdater::update(SyncData const* data) {
                                                 masterId);
                 NSCam::IMetadata::setEntry<int>(output->AppDynamic, RYX_APP_REAL_MASTER, masterId);
             }
-            RYX_LOGD_IF(mLogLevel != 0, "master id(%d) f(%d)", masterId, frameNo);
+            RYX_LOGD_IF(mLogLevel != 0, RYX_MSG_MASTER_SET, masterId, frameNo);
             mPrevMasterId = masterId;
             mPrevShutterTs = shutterTs;
             return true;
@@ -130,7 +130,7 @@ bool MasterCamSyncDataUpdater::update(SyncData const* data) {
         result = decide();
     }
 
-    RYX_LOGD_IF(mLogLevel >= 2, "-");
+    RYX_LOGD_IF(mLogLevel >= 2, RYX_MSG_UPDATER_LEAVE);
     return result;
 }
 

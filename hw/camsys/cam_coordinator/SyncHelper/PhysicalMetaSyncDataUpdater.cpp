@@ -22,13 +22,13 @@ PhysicalMetaSyncDataUpdater::PhysicalMetaSyncDataUpdater(
     : ISyncDataUpdater(sessionKey, cameraInfo) {
     for (auto const& [sensor, info] : cameraInfo) {
         int32_t const sensorId = static_cast<int32_t>(sensor);
-        RYX_LOGD("Sensor %d LENS_INFO_AVAILABLE_FOCAL_LENGTHS: %.2f", sensorId,
-                 static_cast<double>(info.focalLength));
+        RYX_LOGD(RYX_MSG_SENSOR_FOCAL_LENGTHS,  //
+                 sensorId, static_cast<double>(info.focalLength));
         mFocalLengths[sensorId] = info.focalLength;
 
         NSCam::MRect const& region = info.activeArrayRegion;
-        RYX_LOGD("Sensor %d SENSOR_INFO_ACTIVE_ARRAY_REGION: (%d, %d) %dx%d", sensorId, region.left,
-                 region.top, region.width, region.height);
+        RYX_LOGD(RYX_MSG_SENSOR_ACTIVE_ARRAY, sensorId, region.left, region.top, region.width,
+                 region.height);
         mActiveArrayRegions[sensorId] = region;
     }
     // Both maps were filled from the same sensors just above: the same ids, in the same order.

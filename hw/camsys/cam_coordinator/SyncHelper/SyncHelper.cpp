@@ -75,27 +75,27 @@ SyncHelper::SyncHelper(unsigned long sessionKey, bool allowCropReplace,
     int32_t cropReplace =
         NSCam::Utils::Properties::property_get_int32("vendor.debug.camera.crop_replace", 1);
     mNeedCropReplace = cropReplace >= 1 && mAllowCropReplace;
-    RYX_LOGI("needCropReplace(%d)", mNeedCropReplace ? 1 : 0);
+    RYX_LOGI(RYX_MSG_NEED_CROP_REPLACE, mNeedCropReplace ? 1 : 0);
 }
 
 // Members go in reverse declaration order: the callback before the queue, so that frames still
 // queued are freed without a report, and the updaters last.
 SyncHelper::~SyncHelper() {
-    RYX_LOGD("release");
+    RYX_LOGD(RYX_MSG_RELEASE);
 }
 
 bool SyncHelper::syncResultCheck(SyncResultInputParams const& input,
                                  SyncResultOutputParams* output) {
     if (mSyncQueue_ResultCheck == nullptr) {
-        RYX_LOGE("mSyncQueue_ResultCheck is nullptr");
+        RYX_LOGE(RYX_MSG_QUEUE_NULL);
         return false;
     }
     if (input.HalControl == nullptr) {
-        RYX_LOGE("input.HalControl is nullptr");
+        RYX_LOGE(RYX_MSG_CONTROL_NULL);
         return false;
     }
     if (output == nullptr) {
-        RYX_LOGE("output is nullptr");
+        RYX_LOGE(RYX_MSG_OUTPUT_NULL);
         return false;
     }
 
@@ -110,10 +110,10 @@ bool SyncHelper::syncResultCheck(SyncResultInputParams const& input,
         return scratch.end(updateData(processType, &data));
     }
 
-    RYX_LOGD("[f%d] +", input.frameNo);
+    RYX_LOGD(RYX_MSG_CHECK_ENTERED, input.frameNo);
     if (output->HalDynamic == nullptr || output->AppDynamic == nullptr) {
-        RYX_LOGE("output->HalDynamic(%p) or output->AppDynamic(%p) is nullptr",
-                 static_cast<void*>(output->HalDynamic), static_cast<void*>(output->AppDynamic));
+        RYX_LOGE(RYX_MSG_DYNAMIC_NULL, static_cast<void*>(output->HalDynamic),
+                 static_cast<void*>(output->AppDynamic));
         return false;
     }
 
@@ -129,8 +129,8 @@ bool SyncHelper::syncResultCheck(SyncResultInputParams const& input,
 
     if (output->bMasterCam) {
         // The timer is read once per enabled channel and only when the line is produced.
-        RYX_LOGD("m_id(%d) [f%d] sync check diff = %lf", input.m_id, input.frameNo,
-                 mCheckTimer.getTimeDiff());
+        RYX_LOGD(RYX_MSG_CHECK_DONE,  //
+                 input.m_id, input.frameNo, mCheckTimer.getTimeDiff());
     }
 
     long syncResult = FRAMESYNC_RESULT_FAIL_PASS;
@@ -161,21 +161,21 @@ bool SyncHelper::notifyDrop(SyncResultInputParams const& input) {
         syncIds = input.HalControl->entryFor(RYX_FRAMESYNC_ID);
     }
     if (syncIds.isEmpty()) {
-        RYX_LOGD("There is no RYX_FRAMESYNC_ID when P1 call dropframe");
+        RYX_LOGD(RYX_MSG_DROP_NO_SYNC_ID);
         return false;
     }
 
     int32_t masterId = -1;
     if (!IMetadata::getEntry<int>(input.HalControl, RYX_DUALZOOM_REAL_MASTER, masterId)) {
-        RYX_LOGW("RYX_DUALZOOM_REAL_MASTER not found");
+        RYX_LOGW(RYX_MSG_MASTER_NOT_FOUND);
     }
 
     if (masterId != input.m_id) {
         // A slave's drop (or a drop without a known master) counts as its arrival.
         MutexLock lock(mDropLock);
         bool isLastItem = mSyncQueue_ResultCheck->dropLastItemLocked(input.frameNo, input.m_id);
-        RYX_LOGD("Frame:%d Drop slave cam(%d), isLastItem(%d)!", input.frameNo, input.m_id,
-                 isLastItem ? 1 : 0);
+        RYX_LOGD(RYX_MSG_SLAVE_DROP,  //
+                 input.frameNo, input.m_id, isLastItem ? 1 : 0);
         return false;
     }
 
@@ -192,8 +192,8 @@ bool SyncHelper::notifyDrop(SyncResultInputParams const& input) {
     }
     MutexLock lock(mDropLock);
     if (mSyncQueue_ResultCheck->addDropFrameInfo(input.frameNo, input.m_id, &cameraDropList)) {
-        RYX_LOGD("Frame:%d Update cameraDropList[%s] to DropQueue ", input.frameNo,
-                 text.str().c_str());
+        RYX_LOGD(RYX_MSG_MASTER_DROP_LIST,  //
+                 input.frameNo, text.str().c_str());
     }
     return false;
 }
@@ -222,7 +222,7 @@ int32_t SyncHelper::getSyncSwitchFlag(SyncResultInputParams const& input) {
     if (input.frameNo >= 0) {
         return kSwitchFlagDefault;
     }
-    RYX_LOGD("sensorId(%d) frameNo(%d) NO_CTRL", input.m_id, input.frameNo);
+    RYX_LOGD(RYX_MSG_NO_CONTROL, input.m_id, input.frameNo);
 
     if (input.HalControl == nullptr) {
         return kSwitchFlagDefault;
@@ -248,8 +248,8 @@ int32_t SyncHelper::getSyncSwitchFlag(SyncResultInputParams const& input) {
         flag.frameNo = input.frameNo;
         flag.needSync = true;
     }
-    RYX_LOGD("sensorId(%d) frameNo(%d) bNeedSync(%d) res(%d)", input.m_id, input.frameNo, 1,
-             result);
+    RYX_LOGD(RYX_MSG_CONTROL,  //
+             input.m_id, input.frameNo, 1, result);
     return result;
 }
 
@@ -310,8 +310,8 @@ bool SyncHelper::getSensorCropRegion(SyncResultInputParams const& input) {
 
     if (mNeedCropReplace && found && input.HalControl != nullptr) {
         IMetadata::setEntry<NSCam::MRect>(input.HalControl, RYX_SENSOR_CROP_OVERRIDE, crop);
-        RYX_LOGD("[%d] souReq: %d, crop override: (%d, %d, %dx%d)", frameNo, mLatestCropRequest,
-                 crop.left, crop.top, crop.width, crop.height);
+        RYX_LOGD(RYX_MSG_CROP_OVERRIDE, frameNo, mLatestCropRequest, crop.left, crop.top,
+                 crop.width, crop.height);
     }
     return true;
 }

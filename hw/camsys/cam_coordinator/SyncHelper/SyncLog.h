@@ -19,6 +19,8 @@
 // (with its fatal flush) when a bit of 0xA is set, then __android_log_assert, which ends the
 // process with "<message> (%s){#%d:%s}".
 
+#include "SyncMessages.h"
+
 #include <NSCam/ULogger.h>
 #include <android/log.h>
 

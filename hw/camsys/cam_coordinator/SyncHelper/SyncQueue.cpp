@@ -26,7 +26,7 @@ bool contains(std::vector<int> const& list, int value) {
 auto const registerDroppedFrame = [](std::map<int, std::vector<int>>& dropQueue, int frame,
                                      std::vector<int> const& ids, int self) {
     if (dropQueue.count(frame) != 0) {
-        RYX_LOGD("Frame:%d already in DropQueue. Skip Add.", frame);
+        RYX_LOGD(RYX_MSG_DROP_ALREADY_QUEUED, frame);
         return;
     }
     std::vector<int> cameraDropList;
@@ -38,7 +38,7 @@ auto const registerDroppedFrame = [](std::map<int, std::vector<int>>& dropQueue,
         }
     }
     dropQueue.emplace(frame, std::move(cameraDropList));
-    RYX_LOGD("Frame:%d Update cameraDropList[%s] to DropQueue.", frame, text.str().c_str());
+    RYX_LOGD(RYX_MSG_REFUSAL_DROP_LIST, frame, text.str().c_str());
 };
 
 }  // namespace
@@ -47,7 +47,7 @@ auto const registerDroppedFrame = [](std::map<int, std::vector<int>>& dropQueue,
 
 SyncQueue::SyncQueue(int type) : mSyncDataUpdateType(type) {
     mQueue.max_load_factor(1.0f);
-    RYX_LOGD("2020/01/14 - create type (%d)", type);
+    RYX_LOGD(RYX_MSG_QUEUE_CREATED, type);
 }
 
 SyncQueue::~SyncQueue() = default;
@@ -57,7 +57,7 @@ bool SyncQueue::setCallback(std::weak_ptr<ISyncQueueCB> callback) {
     if (strong != nullptr) {
         mCallback = callback;
     } else {
-        RYX_LOGE("set callback fail");
+        RYX_LOGE(RYX_MSG_SET_CALLBACK_FAILED);
     }
     // Failure shows only in the log.
     return true;
@@ -86,7 +86,7 @@ std::shared_ptr<SyncElement> SyncQueue::createSyncElement(int const& /*frameNo*/
     // An element already live under that number stays; the new one is handed back regardless.
     addElement(data.frameNo, element);
     if (mQueue.size() > kMaxLiveFrames) {
-        RYX_LOGF("please check flow");
+        RYX_LOGF(RYX_MSG_CHECK_FLOW);
     }
     return element;
 }
@@ -95,16 +95,16 @@ bool SyncQueue::updateSyncElement(std::shared_ptr<SyncElement> const& element,
                                   SyncResultInputParams const& input,
                                   SyncResultOutputParams* output) {
     if (element == nullptr) {
-        RYX_LOGE("[%d] syncElement is nullptr", input.frameNo);
+        RYX_LOGE(RYX_MSG_ELEMENT_NULL, input.frameNo);
         return false;
     }
     SyncData& data = element->mSyncData;
     if (data.inputParams.count(input.m_id) != 0) {
-        RYX_LOGF("(input) Duplicate insert! frameno(%d) input cam(%d)", input.frameNo, input.m_id);
+        RYX_LOGF(RYX_MSG_DUPLICATE_INPUT, input.frameNo, input.m_id);
     }
     addInput(data, input.m_id, &input);
     if (data.outputParams.count(input.m_id) != 0) {
-        RYX_LOGF("(output) Duplicate insert! frameno(%d) input cam(%d)", input.frameNo, input.m_id);
+        RYX_LOGF(RYX_MSG_DUPLICATE_OUTPUT, input.frameNo, input.m_id);
     }
     addOutput(data, input.m_id, output);
     return true;
@@ -145,14 +145,14 @@ bool SyncQueue::clear() {
             target.mValid = false;
             std::shared_ptr<ISyncQueueCB> const callback = mCallback.lock();
             if (callback != nullptr) {
-                RYX_LOGI("[f%d] notify", data.frameNo);
+                RYX_LOGI(RYX_MSG_DROP_NOTIFY, data.frameNo);
                 callback->onEvent(ISyncQueueCB::SYNC_DATA_READY, type, &target.mSyncData);
             }
             element->mCond.notify_all();
         } else {
             element->mCond.notify_all();
         }
-        RYX_LOGD("[r%d:f%d] unlock", data.requestNo, data.frameNo);
+        RYX_LOGD(RYX_MSG_RETIRE_UNLOCK, data.requestNo, data.frameNo);
     }
     if (!mQueue.empty()) {
         mQueue.clear();
@@ -221,7 +221,7 @@ bool SyncQueue::enque(std::string callerName, int const& frameNo,
     SyncElement& elem = *element;
     std::vector<int> const& targets = elem.mSyncData.syncTargetList;
     if (!contains(targets, cam)) {
-        RYX_LOGF("camid is NOT exist in sync target");
+        RYX_LOGF(RYX_MSG_NOT_A_TARGET);
     }
 
     bool verdict = true;
@@ -229,7 +229,7 @@ bool SyncQueue::enque(std::string callerName, int const& frameNo,
     if (static_cast<size_t>(arrived) == targets.size()) {
         std::shared_ptr<ISyncQueueCB> callback = mCallback.lock();
         if (callback != nullptr) {
-            RYX_LOGD("[%s][f%d] CamId = %d notify", name, frame, cam);
+            RYX_LOGD(RYX_MSG_QUEUE_NOTIFY, name, frame, cam);
             SyncDataUpdaterType const type = getSyncDataUpdateType();
             if (!callback->onEvent(ISyncQueueCB::SYNC_DATA_READY, type, &elem.mSyncData)) {
                 // The other cameras of the frame give up their results too.
@@ -242,19 +242,19 @@ bool SyncQueue::enque(std::string callerName, int const& frameNo,
         }
         elem.mCond.notify_all();
         mQueueLock.unlock();
-        RYX_LOGD("[%s][f%d] CamId = %d unlock", name, frame, cam);
+        RYX_LOGD(RYX_MSG_QUEUE_UNLOCK, name, frame, cam);
     } else if (mQueue.count(frame) != 0 && elem.mValid) {
-        RYX_LOGD("[%s][f%d] CamId = %d wait(%d)+", name, frame, cam, elem.mValid ? 1 : 0);
+        RYX_LOGD(RYX_MSG_QUEUE_WAIT, name, frame, cam, elem.mValid ? 1 : 0);
         mQueueLock.unlock();
         // One wait, no predicate: whatever wakes the thread ends the rendezvous, and the drop
         // check below settles the verdict.
         std::unique_lock<std::mutex> waitLock(elem.mLock.native(), std::adopt_lock);
         elem.mCond.wait(waitLock);
         waitLock.release();
-        RYX_LOGD("[%s][f%d] CamId = %d wait-", name, frame, cam);
+        RYX_LOGD(RYX_MSG_QUEUE_WAITED, name, frame, cam);
     } else {
         mQueueLock.unlock();
-        RYX_LOGD("[%s][f%d] no need wait CamId = %d", name, frame, cam);
+        RYX_LOGD(RYX_MSG_QUEUE_NO_WAIT, name, frame, cam);
     }
     elem.mLock.unlock();
 
@@ -271,10 +271,10 @@ int SyncQueue::updateArrivedSyncMap(int frameNo, int cameraId) {
     // A lambda on purpose: its lines carry "operator()" in the function field.
     auto const pruneOldest = [this]() RYX_REQUIRES(mQueueLock) {
         int const oldest = mArrivedSyncMap.oldestFrame();
-        RYX_LOGD("Remove frame: %d in mArrivedSyncMap", oldest);
+        RYX_LOGD(RYX_MSG_ARRIVAL_PRUNED, oldest);
         auto const live = mQueue.find(oldest);
         if (live != mQueue.end() && live->second != nullptr) {
-            RYX_LOGF("SyncElement should be NULL");
+            RYX_LOGF(RYX_MSG_ELEMENT_NOT_NULL);
         }
         mArrivedSyncMap.dropOldest();
     };
@@ -296,14 +296,14 @@ bool SyncQueue::sequenceCheck(int const& frameNo, int const& cameraId, std::vect
         bool matched = false;
         for (int const item : cameras) {
             if (item == cameraId) {
-                RYX_LOGD("cam[%d] frame(%d) is equal to DROP cam[%d] target(%d), remove", item,
-                         frameNo, item, target);
+                RYX_LOGD(RYX_MSG_EQUAL_TO_DROP,  //
+                         item, frameNo, item, target);
                 dropList->push_back(frameNo);
                 matched = true;
             }
         }
         if (matched && clearDropQueue(frameNo, cameraId) && mQueue.count(frameNo) != 0) {
-            RYX_LOGD("target(%d) is equal to dropping frame(%d), remove", frameNo, frameNo);
+            RYX_LOGD(RYX_MSG_TARGET_DROPPING, frameNo, frameNo);
         }
     }
     return dropList->empty();
@@ -359,7 +359,7 @@ bool SyncQueue::genSyncData(SyncData* data, SyncResultInputParams const& input,
 
 bool SyncQueue::addDropFrameInfo(int frameNo, int cameraId, std::vector<int> const* dropCameras) {
     if (frameNo < 0 || cameraId < 0) {
-        RYX_LOGE("Invalid frame (%d) or CamId[%d]", frameNo, cameraId);
+        RYX_LOGE(RYX_MSG_DROP_INVALID, frameNo, cameraId);
         return false;
     }
     MutexLock lock(mQueueLock);
@@ -368,13 +368,13 @@ bool SyncQueue::addDropFrameInfo(int frameNo, int cameraId, std::vector<int> con
         removeItemFromDropQueue();
     }
     if (mDropQueue.count(frameNo) != 0) {
-        RYX_LOGD("already has same frame %d Cam[%d] in DropQueue, pass append", frameNo, cameraId);
+        RYX_LOGD(RYX_MSG_DROP_DUPLICATE, frameNo, cameraId);
         clearDropQueue(frameNo, cameraId);
         return false;
     }
     mDropQueue.emplace(frameNo, dropCameras != nullptr ? *dropCameras : std::vector<int>{});
     dropItem(frameNo);
-    RYX_LOGD("Remove frame(%d) from Queue because it should be drop", frameNo);
+    RYX_LOGD(RYX_MSG_MASTER_DROP_QUEUED, frameNo);
     return true;
 }
 
@@ -383,7 +383,7 @@ bool SyncQueue::removeItemFromDropQueue() {
         return false;
     }
     auto const oldest = mDropQueue.begin();
-    RYX_LOGD("target Prune frame: %d in DropQueue", oldest->first);
+    RYX_LOGD(RYX_MSG_DROP_QUEUE_PRUNED, oldest->first);
     mDropQueue.erase(oldest);
     return true;
 }
@@ -401,7 +401,7 @@ bool SyncQueue::clearDropQueue(int const& frameNo, int const& cameraId) {
     if (!cameras.empty()) {
         return false;
     }
-    RYX_LOGD("All cam's frameno: %d has delete from DropQueue", frameNo);
+    RYX_LOGD(RYX_MSG_DROP_QUEUE_CLEARED, frameNo);
     mDropQueue.erase(entry);
     return true;
 }
@@ -411,7 +411,7 @@ bool SyncQueue::isNeedDropFrame(int const& frameNo, MutexLock const& /*held*/) {
     // Whoever asks: a frame in the drop queue is dropped for every camera.
     bool const drop = mDropQueue.count(frameNo) != 0 || contains(mFlushDropList, frameNo);
     if (drop) {
-        RYX_LOGD("need drop frame(%d)", frameNo);
+        RYX_LOGD(RYX_MSG_NEED_DROP, frameNo);
     }
     return drop;
 }
@@ -428,14 +428,14 @@ bool SyncQueue::dropItem(int const& frameNo) {
         MutexLock lock(elem.mLock);
         std::shared_ptr<ISyncQueueCB> callback = mCallback.lock();
         if (callback != nullptr) {
-            RYX_LOGD("[f%d] notify", frame);
+            RYX_LOGD(RYX_MSG_DROP_NOTIFY, frame);
             SyncDataUpdaterType const type = getSyncDataUpdateType();
             callback->onEvent(ISyncQueueCB::SYNC_DATA_DROP, type, &elem.mSyncData);
             callback.reset();
         }
         elem.mValid = false;
         elem.mCond.notify_all();
-        RYX_LOGD("[f%d] unlock", frame);
+        RYX_LOGD(RYX_MSG_DROP_UNLOCK, frame);
     }
     retireItem(frame);
     return true;
@@ -464,14 +464,14 @@ bool SyncQueue::dropLastItem(int const& frameNo, int const& cameraId) {
     SyncElement& elem = *element;
     MutexLock lock(elem.mLock);
     std::vector<int> const& targets = elem.mSyncData.syncTargetList;
-    RYX_LOGD("mSyncTarget.size(%lu), mArrivedSyncMap.size(%d)",
+    RYX_LOGD(RYX_MSG_QUEUE_SIZES,  //
              static_cast<unsigned long>(targets.size()), arrived);
     if (static_cast<size_t>(arrived) != targets.size()) {
         return false;
     }
     std::shared_ptr<ISyncQueueCB> callback = mCallback.lock();
     if (callback != nullptr) {
-        RYX_LOGD("[f%d] notify", frame);
+        RYX_LOGD(RYX_MSG_DROP_NOTIFY, frame);
         SyncDataUpdaterType const type = getSyncDataUpdateType();
         if (!callback->onEvent(ISyncQueueCB::SYNC_DATA_READY, type, &elem.mSyncData)) {
             registerDroppedFrame(mDropQueue, frame, targets, cam);
@@ -480,7 +480,7 @@ bool SyncQueue::dropLastItem(int const& frameNo, int const& cameraId) {
     }
     // mValid stays as it is: the frame was completed, not dropped.
     elem.mCond.notify_all();
-    RYX_LOGD("[f%d] unlock", frame);
+    RYX_LOGD(RYX_MSG_DROP_UNLOCK, frame);
     retireItem(frame);
     return true;
 }
@@ -521,7 +521,7 @@ bool SyncQueue::dropItemsBySensor(int const& sensorId) {
             dropLastItem(frame, sensor);
         }
     }
-    RYX_LOGD("[S:%d] list : %s", sensor, text.str().c_str());
+    RYX_LOGD(RYX_MSG_SENSOR_LEFT, sensor, text.str().c_str());
     return false;
 }
 

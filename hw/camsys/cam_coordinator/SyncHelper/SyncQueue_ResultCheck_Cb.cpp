@@ -14,8 +14,8 @@ namespace camcoordinator {
 // Ready and dropped frames run the same updaters; the type is only printed.
 bool SyncQueue_ResultCheck_Cb::onEvent(Type type, SyncDataUpdaterType const& processType,
                                        SyncData const* data) {
-    RYX_LOGD("[r%d:f%d] type(%d) process type(%d)", data->requestNo, data->frameNo,
-             static_cast<int>(type), static_cast<int>(processType));
+    RYX_LOGD(RYX_MSG_UPDATERS_RUN, data->requestNo, data->frameNo, static_cast<int>(type),
+             static_cast<int>(processType));
     return mOwner->updateData(processType, data);
 }
 

@@ -21,10 +21,10 @@ namespace {
 constexpr const char* kLogLevelProperty = "vendor.debug.camera.SyncDataUpdater.log";
 constexpr int64_t kNsPerMs = 1000000;
 constexpr int64_t kUsPerMs = 1000;
-
-constexpr char kPieceFormat[] =
-    "[r%d:f%d], CamId=%d, time1=%" PRId64 "ns, SyncId=%d, time2=%" PRId64 "ns, tolerance=%" PRId64
-    "us, syncOK=%d";
+// One compared camera's piece of the comparison line: RYX_MSG_COMPARISON, with the request,
+// the frame, the first camera and its start of frame, the other camera and its start of frame,
+// the tolerance and the verdict so far. Built only for a line that is written.
+//
 
 // Whether time2 lies within the tolerance of time1: in whole milliseconds (truncated), as 32-bit
 // values with the wrap-around a 32-bit subtraction and abs() give on the device, so two times
@@ -49,9 +49,9 @@ std::string comparisonText(SyncData const* data, int32_t firstCam, int64_t time1
         if (camId != firstCam && input != nullptr) {
             syncOK = syncOK && inTolerance(time1, input->sofTimeStamp, tol);
             char piece[200];  // at most about 175 characters
-            int const n =
-                std::snprintf(piece, sizeof(piece), kPieceFormat, data->requestNo, data->frameNo,
-                              firstCam, time1, camId, input->sofTimeStamp, tol, syncOK ? 1 : 0);
+            int const n = std::snprintf(piece, sizeof(piece), RYX_MSG_COMPARISON, data->requestNo,
+                                        data->frameNo, firstCam, time1, camId, input->sofTimeStamp,
+                                        tol, syncOK ? 1 : 0);
             text.append(piece, static_cast<size_t>(n));
         }
     }
@@ -64,21 +64,21 @@ TimestampSyncDataUpdater::TimestampSyncDataUpdater(
     unsigned long sessionKey, std::unordered_map<unsigned int, NSCam::CameraInfo> const& cameraInfo)
     : ISyncDataUpdater(sessionKey, cameraInfo) {
     mLogLevel = NSCam::Utils::Properties::property_get_int32(kLogLevelProperty, 0);
-    RYX_LOGD("SyncDataUpdater mLogLevel(%d)", mLogLevel);
+    RYX_LOGD(RYX_MSG_UPDATER_LOG_LEVEL, mLogLevel);
 }
 
 TimestampSyncDataUpdater::~TimestampSyncDataUpdater() = default;
 
 bool TimestampSyncDataUpdater::update(SyncData const* data) {
-    RYX_LOGD_IF(mLogLevel >= 2, "+");
+    RYX_LOGD_IF(mLogLevel >= 2, RYX_MSG_UPDATER_ENTER);
 
     size_t const targets = data->syncTargetList.size();
     if (targets == 1) {
-        RYX_LOGD_IF(mLogLevel >= 2, "single cam frame, ignore");
+        RYX_LOGD_IF(mLogLevel >= 2, RYX_MSG_SINGLE_CAMERA);
         return true;
     }
     if (targets == 0) {
-        RYX_LOGF("Invalid operation.");
+        RYX_LOGF(RYX_MSG_INVALID_OPERATION);
     }
 
     int32_t const firstCam = data->syncTargetList[0];
@@ -100,14 +100,14 @@ bool TimestampSyncDataUpdater::update(SyncData const* data) {
         } else {
             time1 = input->sofTimeStamp;
             if (time1 == 0) {
-                RYX_LOGW("Timestamp not exist! Check flow!");
+                RYX_LOGW(RYX_MSG_TIMESTAMP_MISSING);
                 judge = false;
                 result = false;
             }
         }
     } else {
         // Still judged: with time 0 and no tolerance the others almost surely come out of sync.
-        RYX_LOGE("SyncResultInputParams is null");
+        RYX_LOGE(RYX_MSG_INPUT_NULL);
     }
 
     if (judge) {
@@ -121,7 +121,7 @@ bool TimestampSyncDataUpdater::update(SyncData const* data) {
             int64_t const time2 = input != nullptr ? input->sofTimeStamp : 0;
             if (time2 == 0) {
                 // Whatever was compared so far is dropped; nothing gets written.
-                RYX_LOGW("Timestamp not exist! Check flow!");
+                RYX_LOGW(RYX_MSG_TIMESTAMP_MISSING);
                 judge = false;
                 result = false;
                 break;
@@ -141,10 +141,10 @@ bool TimestampSyncDataUpdater::update(SyncData const* data) {
     if (judge) {
         int64_t verdict = FRAMESYNC_RESULT_OK;
         if (!syncOK) {
-            RYX_LOGW("%s", comparisons().c_str());
+            RYX_LOGW(RYX_MSG_COMPARISONS, comparisons().c_str());
             verdict = mode == 1 ? FRAMESYNC_RESULT_FAIL_DROP : FRAMESYNC_RESULT_FAIL_PASS;
         } else {
-            RYX_LOGD("%s", comparisons().c_str());
+            RYX_LOGD(RYX_MSG_COMPARISONS, comparisons().c_str());
         }
         // Out of sync is not a refusal: the verdict goes to every camera and readers decide.
         for (auto const& [camId, output] : data->outputParams) {
@@ -156,7 +156,7 @@ bool TimestampSyncDataUpdater::update(SyncData const* data) {
         }
     }
 
-    RYX_LOGD_IF(mLogLevel >= 2, "-");
+    RYX_LOGD_IF(mLogLevel >= 2, RYX_MSG_UPDATER_LEAVE);
     return result;
 }
 
