@@ -31,6 +31,11 @@ if(RYX_BUILD_TOOLS AND EXISTS ${PROJECT_SOURCE_DIR}/tools/CMakeLists.txt)
   ryx_add_test(logcat_calendar_test LABEL e2e SOURCES logcat_calendar_test.cpp
     LIBS synchelper_sim_run Android::log)
 endif()
+# The library's catalogue of messages, read back as the tool's readers read the log.
+if(RYX_BUILD_TOOLS AND EXISTS ${PROJECT_SOURCE_DIR}/tools/CMakeLists.txt)
+  ryx_add_test(library_messages_test LABEL unit SOURCES library_messages_test.cpp
+    LIBS synchelper_sim_core)
+endif()
 # A capture's bytes as lines: its encodings, fed in chunks of every size.
 if(RYX_BUILD_TOOLS AND EXISTS ${PROJECT_SOURCE_DIR}/tools/CMakeLists.txt)
   ryx_add_test(capture_decoder_test LABEL unit SOURCES capture_decoder_test.cpp

@@ -92,7 +92,7 @@ class RYX_SYNCHELPER_EXPORT SyncHelper : public virtual ISyncHelper {
     int32_t mLatestCropRequest RYX_GUARDED_BY(mCropLock) = -1;
     CropMap mLatestCrop RYX_GUARDED_BY(mCropLock);
     FrameCropTable mFrameCrops RYX_GUARDED_BY(mCropLock);  // snapshots and users-left counts
-    bool mNeedCropReplace = false;  // fixed after construction
+    bool mNeedCropReplace = false;                         // fixed after construction
     // Not locked: each entry is touched only by its own sensor's thread; only a sensor's first
     // entry changes the table's shape, so that insertion takes mSyncFlagLock.
     std::unordered_map<uint32_t, SyncFlagData> mSyncFlags;

@@ -10,6 +10,15 @@
 // device logs have always shown: readers and people search for them.
 
 #include <cinttypes>
+#include <cstddef>
+
+// The queue's limits, which its messages and its readers' timing rest on.
+namespace NSCam::camsys::camcoordinator::synclimits {
+constexpr size_t kMaxLiveFrames = 10;     // frames in flight at once: one more is fatal
+constexpr size_t kMaxArrivedFrames = 20;  // the arrival record: dropping a live frame is fatal
+constexpr size_t kMaxDropQueue = 21;      // drop-queue entries kept; the oldest goes first
+constexpr size_t kMaxFlushFrames = 21;    // flushed frame numbers kept
+}  // namespace NSCam::camsys::camcoordinator::synclimits
 
 // --- a session's creation and end ---
 #define RYX_MSG_QUEUE_CREATED "2020/01/14 - create type (%d)"

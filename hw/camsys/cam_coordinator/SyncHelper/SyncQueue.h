@@ -49,6 +49,7 @@
 #include "SyncDataReuse.h"
 #include "SyncElement.h"
 #include "SyncHelperTypes.h"
+#include "SyncMessages.h"
 #include "ThreadAnnotations.h"
 
 #include <deque>
@@ -68,10 +69,10 @@ class SyncHelperInspector;
 
 class SyncQueue {
   public:
-    static constexpr size_t kMaxLiveFrames = 10;
-    static constexpr size_t kMaxArrivedFrames = 20;
-    static constexpr size_t kMaxDropQueue = 21;
-    static constexpr size_t kMaxFlushFrames = 21;
+    static constexpr size_t kMaxLiveFrames = synclimits::kMaxLiveFrames;
+    static constexpr size_t kMaxArrivedFrames = synclimits::kMaxArrivedFrames;
+    static constexpr size_t kMaxDropQueue = synclimits::kMaxDropQueue;
+    static constexpr size_t kMaxFlushFrames = synclimits::kMaxFlushFrames;
 
     explicit SyncQueue(int type);
     ~SyncQueue();

@@ -137,10 +137,10 @@ void CaptureReader::chatty(LogLine const& l) {
 // the queue's in the same creation.
 bool CaptureReader::createsSession(std::string_view func, std::string_view rest,
                                    SessionBuilder const* current) {
-    if (func == "SyncQueue" && startsWith(rest, "2020/01/14 - create type")) {
+    if (func == "SyncQueue" && startsWithMessage(rest, RYX_MSG_QUEUE_CREATED)) {
         return true;
     }
-    return func == "SyncHelper" && startsWith(rest, "needCropReplace(") &&
+    return func == "SyncHelper" && startsWithMessage(rest, RYX_MSG_NEED_CROP_REPLACE) &&
            (current == nullptr || !current->fresh());
 }
 

@@ -2,26 +2,6 @@
 
 namespace ryxsim {
 
-bool splitFrame(std::string_view m, std::string_view& func, std::string_view& rest) {
-    if (m.empty() || m[0] != '(') {
-        return false;
-    }
-    size_t close = m.find(") [");
-    if (close == std::string_view::npos || close > 8) {
-        return false;
-    }
-    size_t end = m.find("] ", close + 3);
-    if (end == std::string_view::npos) {
-        if (m.back() != ']') {
-            return false;
-        }
-        end = m.size() - 1;
-    }
-    func = m.substr(close + 3, end - close - 3);
-    rest = end + 2 <= m.size() ? m.substr(end + 2) : std::string_view();
-    return true;
-}
-
 // The functions that write lines of ours.
 constexpr std::string_view kFunctions[] = {"SyncHelper",
                                            "~SyncHelper",
@@ -140,9 +120,7 @@ std::optional<int> frameIn(std::string_view text) {
 std::optional<int> inFlightFrame(LogLine const& l, std::string_view func) {
     // The updaters' refusals are warnings and errors; the queue's lambdas log housekeeping of
     // frames long gone at debug level. (A raw line shows no level: its text tells.)
-    bool refusal = l.level == 'W' || l.level == 'E' ||
-                   l.message.find(" inversion") != std::string_view::npos ||
-                   l.message.find("] Fail to get ") != std::string_view::npos;
+    bool refusal = l.level == 'W' || l.level == 'E' || refusalMessage(l.message);
     bool ofTheFrame = func == "syncResultCheck" || func == "enque" || func == "onEvent" ||
                       func == "update" || (func == "operator()" && refusal);
     return ofTheFrame ? frameIn(l.message) : std::nullopt;

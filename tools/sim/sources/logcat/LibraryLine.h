@@ -3,6 +3,7 @@
 // Formats that drop the tag (thread, raw) still show the frame and the function, which is enough
 // to tell a line of ours.
 
+#include "sources/LibraryMessages.h"
 #include "sources/logcat/LogLine.h"
 
 #include <cstdio>
@@ -22,9 +23,6 @@ inline bool startsWith(std::string_view s, std::string_view p) {
 inline bool endsWith(std::string_view s, std::string_view suffix) {
     return s.size() >= suffix.size() && s.substr(s.size() - suffix.size()) == suffix;
 }
-
-// "(%4d) [func] rest": the library's message frame; `func` and `rest` view into `message`.
-bool splitFrame(std::string_view message, std::string_view& func, std::string_view& rest);
 
 // A function that writes lines of ours.
 bool isLibraryFunction(std::string_view func);

@@ -190,7 +190,8 @@ void SessionBuilder::onLine(LogLine const& l, int line, std::string_view func,
     closeIfOver(l, func);
     noteDropperMovedOn(l, s);
     int c = 0;
-    if (func == "PhysicalMetaSyncDataUpdater" && scan(s, "Sensor %d LENS_INFO", &c)) {
+    if (func == "PhysicalMetaSyncDataUpdater" &&
+        readPrefix(s, RYX_MSG_SENSOR_FOCAL_LENGTHS, &c, kSkip)) {
         mSessionCams.push_back(c);
         mCams.insert(c);
         return;
@@ -199,9 +200,7 @@ void SessionBuilder::onLine(LogLine const& l, int line, std::string_view func,
         onRefusalLine(l, s, rest) || onDropLine(l, func, s)) {
         return;
     }
-    if (startsWith(s, "please check flow") || startsWith(s, "SyncElement should be NULL") ||
-        startsWith(s, "Invalid operation.") || startsWith(s, "(input) Duplicate") ||
-        startsWith(s, "(output) Duplicate") || startsWith(s, "camid is NOT")) {
+    if (fatalMessage(s)) {
         fatal(l, rest);
         return;
     }
@@ -215,18 +214,18 @@ bool SessionBuilder::onCheckLine(LogLine const& l, std::string_view func, std::s
         return false;
     }
     int f = 0, c = 0;
-    if (scan(s, "[f%d] +", &f) && l.tid < 0) {
+    if (readMessage(s, RYX_MSG_CHECK_ENTERED, &f) && l.tid < 0) {
         ++mEntries[f];  // whose call it is, the capture does not say
         mLastEntry = f;
         seen(f);
-    } else if (scan(s, "[f%d] +", &f)) {
+    } else if (readMessage(s, RYX_MSG_CHECK_ENTERED, &f)) {
         closeCall(l.tid);
         mCalls[l.tid] = {f, at(l), false};
         seen(f);
-    } else if (scan(s, "m_id(%d) [f%d] sync check diff", &c, &f)) {
+    } else if (readMessage(s, RYX_MSG_CHECK_DONE, &c, &f, kSkip)) {
         learn(l.tid, c);
         cell(f, c).master = true;
-    } else if (startsWith(s, "output->HalDynamic")) {
+    } else if (startsWithMessage(s, RYX_MSG_DYNAMIC_NULL)) {
         mErrors.push_back(s);
     }
     return true;
@@ -238,24 +237,21 @@ bool SessionBuilder::onEnqueLine(LogLine const& l, std::string_view func, std::s
         return false;
     }
     int f = 0, c = 0;
-    char what[16] = {};
-    if (scan(s, "[syncResultCheck][f%d] CamId = %d %15s", &f, &c, what)) {
-        if (startsWith(what, "wait(")) {
-            arrive(l, f, c);
-        } else if (std::strcmp(what, "notify") == 0) {
-            arrive(l, f, c);
-            cell(f, c).completed = true;
-        } else if (std::strcmp(what, "unlock") == 0 || std::strcmp(what, "wait-") == 0) {
-            cell(f, c).releaseNs = at(l);
-            mCells[{f, c}].released = true;
-            mLive.erase(f);
-        }
-    } else if (scan(s, "[syncResultCheck][f%d] no need wait CamId = %d", &f, &c)) {
+    if (readMessage(s, RYX_MSG_QUEUE_WAIT, kSkip, &f, &c, kSkip)) {
+        arrive(l, f, c);
+    } else if (readMessage(s, RYX_MSG_QUEUE_NOTIFY, kSkip, &f, &c)) {
+        arrive(l, f, c);
+        cell(f, c).completed = true;
+    } else if (readMessage(s, RYX_MSG_QUEUE_UNLOCK, kSkip, &f, &c) ||
+               readMessage(s, RYX_MSG_QUEUE_WAITED, kSkip, &f, &c)) {
+        cell(f, c).releaseNs = at(l);
+        mCells[{f, c}].released = true;
+        mLive.erase(f);
+    } else if (readMessage(s, RYX_MSG_QUEUE_NO_WAIT, kSkip, &f, &c)) {
         arrive(l, f, c);
         cell(f, c).releaseNs = at(l);
         mCells[{f, c}].released = true;
-    } else if (startsWith(s, "(input) Duplicate") || startsWith(s, "camid is NOT") ||
-               startsWith(s, "please check flow")) {
+    } else if (fatalMessage(s)) {
         fatal(l, rest);
     }
     return true;

@@ -33,20 +33,21 @@ std::string SessionBuilder::fatalInFlight(int frame) {
 std::string fatalRule(std::string_view message) {
     std::string msg(message);
     int f = 0, c = 0;
-    if (scan(msg, "(input) Duplicate insert! frameno(%d) input cam(%d)", &f, &c) ||
-        scan(msg, "(output) Duplicate insert! frameno(%d) input cam(%d)", &f, &c)) {
+    if (readPrefix(msg, RYX_MSG_DUPLICATE_INPUT, &f, &c) ||
+        readPrefix(msg, RYX_MSG_DUPLICATE_OUTPUT, &f, &c)) {
         return "camera " + std::to_string(c) + " entered frame " + std::to_string(f) + " twice";
     }
-    if (startsWith(msg, "please check flow")) {
+    if (startsWith(msg, RYX_MSG_CHECK_FLOW)) {
         return "an 11th frame was put in flight while ten waited";
     }
-    if (startsWith(msg, "camid is NOT exist in sync target")) {
+    if (startsWith(msg, RYX_MSG_NOT_A_TARGET)) {
         return "a camera called for a frame whose sync targets do not include it";
     }
-    if (startsWith(msg, "SyncElement should be NULL")) {
-        return "a frame fell out of the 20-frame arrival record while it still waited";
+    if (startsWith(msg, RYX_MSG_ELEMENT_NOT_NULL)) {
+        return "a frame fell out of the " + std::to_string(kArrivalRecord) +
+               "-frame arrival record while it still waited";
     }
-    if (startsWith(msg, "Invalid operation.")) {
+    if (startsWith(msg, RYX_MSG_INVALID_OPERATION)) {
         return "an updater was given a frame with no sync targets";
     }
     size_t suffix = msg.find(" (");
@@ -69,15 +70,15 @@ void SessionBuilder::fatal(LogLine const& l, std::string_view text) {
     std::string cam = camOf(l.tid) ? "camera " + std::to_string(*camOf(l.tid)) : "a camera";
     // Without thread ids, the call that broke the rule is taken as the latest to enter.
     int frame = mCalls.count(l.tid) ? mCalls[l.tid].frame : l.tid < 0 ? mLastEntry : -1;
-    if (startsWith(msg, "please check flow")) {
+    if (startsWith(msg, RYX_MSG_CHECK_FLOW)) {
         t.fatal = fatalInFlight(frame);
-    } else if (startsWith(msg, "camid is NOT exist in sync target")) {
+    } else if (startsWith(msg, RYX_MSG_NOT_A_TARGET)) {
         t.fatal = cam + " called for frame " + std::to_string(frame) +
                   ", whose sync targets do not include it";
-    } else if (startsWith(msg, "SyncElement should be NULL")) {
+    } else if (startsWith(msg, RYX_MSG_ELEMENT_NOT_NULL)) {
         int pruned = mPruned.count(l.tid) ? mPruned[l.tid] : -1;
-        t.fatal = "frame " + std::to_string(pruned) +
-                  " fell out of the 20-frame arrival record while it still waited";
+        t.fatal = "frame " + std::to_string(pruned) + " fell out of the " +
+                  std::to_string(kArrivalRecord) + "-frame arrival record while it still waited";
     } else {
         t.fatal = fatalRule(msg);
     }

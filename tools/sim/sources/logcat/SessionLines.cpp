@@ -8,7 +8,7 @@ namespace ryxsim {
 
 bool SessionBuilder::onUpdaterLine(LogLine const& l, std::string_view func, std::string const& s) {
     int f = 0, r = 0, v = 0, a = 0;
-    if (func == "onEvent" && scan(s, "[r%d:f%d] type(%d) process type(%d)", &r, &f, &v, &a)) {
+    if (func == "onEvent" && readMessage(s, RYX_MSG_UPDATERS_RUN, &r, &f, &v, &a)) {
         frameAt(f).request = r;
         mUpdating[l.tid] = f;
         mLive.erase(f);
@@ -29,13 +29,11 @@ bool SessionBuilder::onUpdaterLine(LogLine const& l, std::string_view func, std:
         return false;
     }
     // "[rR:fF], CamId=F, time1=Tns, SyncId=S, time2=Tns, tolerance=Tus, syncOK=K" repeated.
-    char const* p = s.c_str();
+    std::string_view p = s;
     long long t1 = 0, t2 = 0, tol = 0;
-    int first = 0, id = 0, ok = 1, n = 0;
-    while (std::sscanf(p,
-                       "[r%d:f%d], CamId=%d, time1=%lldns, SyncId=%d, time2=%lldns, "
-                       "tolerance=%lldus, syncOK=%d%n",
-                       &r, &f, &first, &t1, &id, &t2, &tol, &ok, &n) == 8) {
+    int first = 0, id = 0, ok = 1;
+    for (long n = 0; (n = matchFormat(p, RYX_MSG_COMPARISON,
+                                      {&r, &f, &first, &t1, &id, &t2, &tol, &ok})) > 0;) {
         FrameRecord& fr = frameAt(f);
         fr.request = r;
         fr.firstTarget = first;
@@ -44,7 +42,7 @@ bool SessionBuilder::onUpdaterLine(LogLine const& l, std::string_view func, std:
         cell(f, id).sofNs = t2;
         mFrames[f].checked.insert({first, id});
         mFrames[f].syncOK = ok != 0;
-        p += n;
+        p.remove_prefix(static_cast<size_t>(n));
     }
     return true;
 }
@@ -55,7 +53,7 @@ bool SessionBuilder::onRefusalLine(LogLine const& l, std::string const& s, std::
         frameAt(f).refusal = why;
         mFrames[f].refused = true;
     };
-    if (startsWith(s, "Timestamp not exist")) {
+    if (readMessage(s, RYX_MSG_TIMESTAMP_MISSING)) {
         // No frame number in it: the frame whose updaters run on this thread.
         auto it = mUpdating.find(l.tid);
         if (it != mUpdating.end() && mFrames[it->second].ready) {
@@ -67,22 +65,22 @@ bool SessionBuilder::onRefusalLine(LogLine const& l, std::string const& s, std::
             mMissingWithoutFrame = "a start-of-frame timestamp was missing (\"" +
                                    std::string(rest) + "\"), the frame is not in the log";
         }
-    } else if (scan(s, "masterId(%d), f(%d) frame inversion:previous master(%d), f(%d)", &c, &f, &a,
-                    &b)) {
+    } else if (readMessage(s, RYX_MSG_FRAME_INVERSION, &c, &f, &a, &b)) {
         t.frameInversions.push_back({LoggedAnomaly::Kind::FrameInversion, f, c, s});
         refuse(Refusal::FrameInversion);
         mFrames[f].masterRefused = true;
         cell(f, c);
-    } else if (scan(s, "time inversion, drop directly, change masterId(%d), f(%d)", &c, &f)) {
+    } else if (readMessage(s, RYX_MSG_TIME_INVERSION, &c, &f, kSkip, kSkip)) {
         t.timeInversions.push_back({LoggedAnomaly::Kind::TimeInversion, f, c, s});
         refuse(Refusal::TimeInversion);
         mFrames[f].masterRefused = true;
         cell(f, c);
-    } else if (scan(s, "[cam%d::f%d] Fail to get", &c, &f)) {
+    } else if (readMessage(s, RYX_MSG_SOF_MISSING, &c, &f) ||
+               readMessage(s, RYX_MSG_EXPOSURE_MISSING, &c, &f)) {
         t.missingTimestamps.push_back({LoggedAnomaly::Kind::MissingTimestamp, f, c, s});
         refuse(Refusal::MissingTimestamp);
         mFrames[f].masterRefused = true;
-    } else if (scan(s, "master id(%d) f(%d)", &c, &f)) {
+    } else if (readMessage(s, RYX_MSG_MASTER_SET, &c, &f)) {
         cell(f, c).master = true;
     } else {
         return false;
@@ -100,12 +98,13 @@ bool SessionBuilder::contradicts(std::string_view func, std::string_view message
         return message.find("syncOK=") != std::string_view::npos &&
                (ff.syncOK.has_value() || ff.masterRefused);
     }
-    std::string text(message.substr(std::min(message.find("[operator()] "), message.size())));
+    constexpr std::string_view kLambda = "[operator()] ";
+    std::string_view text = message.substr(std::min(message.find(kLambda), message.size()));
+    text.remove_prefix(std::min(kLambda.size(), text.size()));
     int cam = -1, f = 0;
-    bool inversion =
-        scan(text, "[operator()] masterId(%d), f(%d) frame inversion", &cam, &f) ||
-        scan(text, "[operator()] time inversion, drop directly, change masterId(%d)", &cam);
-    bool sofMissing = scan(text, "[operator()] [cam%d::f%d] Fail to get sofTimeStamp", &cam, &f);
+    bool inversion = readPrefix(text, RYX_MSG_FRAME_INVERSION, &cam, &f, kSkip, kSkip) ||
+                     readPrefix(text, RYX_MSG_TIME_INVERSION, &cam, &f, kSkip, kSkip);
+    bool sofMissing = readPrefix(text, RYX_MSG_SOF_MISSING, &cam, &f);
     if (!inversion && !sofMissing) {
         return false;
     }
@@ -123,29 +122,30 @@ void SessionBuilder::noteDropperMovedOn(LogLine const& l, std::string const& s) 
     }
     auto it = mDropping.find(l.tid);
     if (it != mDropping.end()) {
-        if (!scan(s, "Remove frame(%d) from Queue", &f) || f != it->second) {
+        if (!readMessage(s, RYX_MSG_MASTER_DROP_QUEUED, &f) || f != it->second) {
             mFrames[it->second].flushShown = true;
         }
         mDropping.erase(it);
     }
-    if (scan(s, "[f%d] unlock", &f) && s.find(" CamId") == std::string::npos &&
-        mFrames.count(f) != 0 && mFrames[f].dropEvent) {
+    if (readMessage(s, RYX_MSG_DROP_UNLOCK, &f) && mFrames.count(f) != 0 && mFrames[f].dropEvent) {
         mDropping[l.tid] = f;
     }
 }
 
 bool SessionBuilder::onDropLine(LogLine const& l, std::string_view func, std::string const& s) {
     int f = 0, c = 0, v = 0, r = 0;
-    if (scan(s, "Frame:%d Drop slave cam(%d), isLastItem(%d)", &f, &c, &v)) {
+    std::string list;
+    if (readMessage(s, RYX_MSG_SLAVE_DROP, &f, &c, &v)) {
         learn(l.tid, c);
         CameraCell& x = cell(f, c);
         x.arriveNs = x.releaseNs = at(l);
         x.completed = v != 0;
         mCells[{f, c}].ownDrop = true;
-    } else if (scan(s, "Frame:%d Update cameraDropList[", &f)) {
+    } else if (readPrefix(s, RYX_MSG_MASTER_DROP_LIST, &f, &list) ||
+               readPrefix(s, RYX_MSG_REFUSAL_DROP_LIST, &f, &list)) {
         seen(f);
-        // "[0,3,]": the cameras that will find the frame in the drop queue.
-        std::istringstream ids(s.substr(s.find('[') + 1));
+        // "0,3,": the cameras that will find the frame in the drop queue.
+        std::istringstream ids(list);
         for (char comma = 0; ids >> c && ids >> comma && comma == ',';) {
             mCells[{f, c}].inDropList = true;
         }
@@ -154,23 +154,23 @@ bool SessionBuilder::onDropLine(LogLine const& l, std::string_view func, std::st
         } else {  // the updaters refused the frame: its other cameras give up theirs too
             mFrames[f].refused = true;
         }
-    } else if (scan(s, "Remove frame(%d) from Queue because it should be drop", &f)) {
+    } else if (readMessage(s, RYX_MSG_MASTER_DROP_QUEUED, &f)) {
         // The master's drop entering the queue; its list of cameras follows when it is new.
         seen(f);
         mFrames[f].masterDrop = true;
         mDeferred.push_back({Deferred::MasterDrop, l.tid, f, at(l), {}});
-    } else if (scan(s, "need drop frame(%d)", &f)) {
+    } else if (readMessage(s, RYX_MSG_NEED_DROP, &f)) {
         seen(f);
         mDeferred.push_back({Deferred::NeedDrop, l.tid, f, at(l), {}});
-    } else if (scan(s, "cam[%d] frame(%d) is equal to DROP", &c, &f)) {
+    } else if (readMessage(s, RYX_MSG_EQUAL_TO_DROP, &c, &f, kSkip, kSkip)) {
         arrive(l, f, c);
         cell(f, c).releaseNs = at(l);
         mCells[{f, c}].dropOnArrival = true;
-    } else if (scan(s, "Remove frame: %d in mArrivedSyncMap", &f)) {
+    } else if (readMessage(s, RYX_MSG_ARRIVAL_PRUNED, &f)) {
         mPruned[l.tid] = f;
-    } else if (func == "dropItemsBySensor" || startsWith(s, "[S:")) {
-        if (scan(s, "[S:%d] list :", &c)) {
-            std::istringstream frames(s.substr(s.find(':', 3) + 1));
+    } else if (func == "dropItemsBySensor" || startsWithMessage(s, RYX_MSG_SENSOR_LEFT)) {
+        if (readMessage(s, RYX_MSG_SENSOR_LEFT, &c, &list)) {
+            std::istringstream frames(list);
             int first = -1;
             while (frames >> f) {
                 first = first < 0 ? f : first;
@@ -181,8 +181,7 @@ bool SessionBuilder::onDropLine(LogLine const& l, std::string_view func, std::st
         }
     } else if (func == "getSensorCropRegion") {
         int left = 0, top = 0, w = 0, h = 0;
-        if (scan(s, "[%d] souReq: %d, crop override: (%d, %d, %dx%d)", &f, &r, &left, &top, &w,
-                 &h)) {
+        if (readMessage(s, RYX_MSG_CROP_OVERRIDE, &f, &r, &left, &top, &w, &h)) {
             mDeferred.push_back({Deferred::Crop, l.tid, f, at(l), NSCam::MRect{left, top, w, h}});
         }
     } else {

@@ -1,5 +1,7 @@
 #include "sources/run/FlowCheck.h"
 
+#include "sources/LibraryMessages.h"
+
 #include <algorithm>
 #include <deque>
 #include <map>
@@ -9,9 +11,9 @@ namespace ryxsim {
 
 namespace {
 
-// The library keeps the cameras arrived for its last 20 frames, and at most 10 frames in flight.
-constexpr size_t kArrivalRecord = 20;
-constexpr size_t kMaxInFlight = 10;
+// The library keeps the cameras arrived for its last frames, and a few frames in flight.
+constexpr size_t kArrivalFrames = static_cast<size_t>(kArrivalRecord);
+constexpr size_t kMaxInFlight = static_cast<size_t>(kFramesInFlight);
 
 bool entersRendezvous(CallRow const& r) {
     return r.kind == CallKind::Result && r.required && r.syncIds && !r.syncIds->empty() &&
@@ -224,7 +226,7 @@ class OrderedWalk {
     }
 
     void pruneArrivals(int f) {
-        if (mArrived.size() < kArrivalRecord) {
+        if (mArrived.size() < kArrivalFrames) {
             return;
         }
         int oldest = mArrived.front().first;
@@ -233,7 +235,7 @@ class OrderedWalk {
                                    std::to_string(kArrivalRecord) + " frames and drops f" +
                                    std::to_string(oldest) +
                                    " while it is still in flight, waiting for " + missing(oldest));
-            abort(f, "SyncElement should be NULL");
+            abort(f, RYX_MSG_ELEMENT_NOT_NULL);
             return;
         }
         mArrived.pop_front();
@@ -262,7 +264,7 @@ class OrderedWalk {
             }
             mViolations.add(row.frame, "an 11th frame in flight (camera " +
                                            std::to_string(row.sensor) + ") while " + waits);
-            abort(row.frame, "please check flow");
+            abort(row.frame, RYX_MSG_CHECK_FLOW);
         }
         mLive.emplace(row.frame, InFlight{targetsOf(row), {}});
     }
@@ -284,7 +286,7 @@ class OrderedWalk {
                                    " is outside the sync targets of the frame (" + idList(t) +
                                    ") and, in trace order, arrives while it waits for " +
                                    missing(f) + ": the library aborts");
-            abort(f, "camid is NOT exist in sync target");
+            abort(f, RYX_MSG_NOT_A_TARGET);
         }
         e.arrived.insert(cam);
         if (arrivedCount == e.targets.size()) {

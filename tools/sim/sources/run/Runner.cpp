@@ -1,5 +1,7 @@
 #include "sources/run/Runner.h"
 
+#include "sources/LibraryMessages.h"
+
 #include <ISyncHelper.h>
 #include <NSCam/ULogger.h>
 #include <SyncHelper.h>
@@ -60,9 +62,11 @@ class Collector : public ULogger {
         if (text == nullptr) {
             return;
         }
-        // "[name][fN] CamId = C wait(V)+": the calling thread is about to wait.
-        if (mOnWait && level == 5 && std::strstr(text, "CamId = ") != nullptr &&
-            std::strstr(text, " wait(") != nullptr && std::strstr(text, ")+") != nullptr) {
+        std::string_view func, rest;
+        bool framed = splitFrame(text, func, rest);
+        // The calling thread is about to wait in the rendezvous.
+        if (mOnWait && level == 5 && framed && func == "enque" &&
+            readMessage(rest, RYX_MSG_QUEUE_WAIT, kSkip, kSkip, kSkip, kSkip)) {
             mOnWait();
         }
         if (level > mMaxLevel) {
@@ -73,21 +77,7 @@ class Collector : public ULogger {
             writeLogcat(level < 6 ? kLevels[level] : 'V', tag, text);
         }
         LoggedAnomaly a{};
-        bool keep = false;
-        if (std::strstr(text, "frame inversion") != nullptr) {
-            char const* m = std::strstr(text, "masterId(");
-            keep = m != nullptr && std::sscanf(m, "masterId(%d), f(%d)", &a.master, &a.frame) == 2;
-            a.kind = LoggedAnomaly::Kind::FrameInversion;
-        } else if (char const* q = std::strstr(text, "time inversion")) {
-            keep = std::sscanf(q, "time inversion, drop directly, change masterId(%d), f(%d)",
-                               &a.master, &a.frame) == 2;
-            a.kind = LoggedAnomaly::Kind::TimeInversion;
-        } else if (std::strstr(text, "Fail to get") != nullptr &&
-                   std::strstr(text, "TimeStamp") != nullptr) {
-            char const* cam = std::strstr(text, "[cam");
-            keep = cam != nullptr && std::sscanf(cam, "[cam%d::f%d]", &a.master, &a.frame) == 2;
-            a.kind = LoggedAnomaly::Kind::MissingTimestamp;
-        }
+        bool keep = framed && anomalyOf(rest, a);
         std::lock_guard<std::mutex> lock(mMutex);
         if (level == 1) {
             mLastError = text;
