@@ -147,6 +147,8 @@ TEST(DiagnosisTruth, SeedsThatFoundAFaultStayTrue) {
         {4179, "a frame an earlier gap touched said to be cut by the capture's end"},
         {7963, "a frame dropped while live called flushed when the dropper's next line is lost"},
         {9168, "the destructor's cut line taken to touch the last frame"},
+        {8024, "the same live drop without thread ids, its process gone after it"},
+        {3905, "the last check before a reconnect, without the master it dropped, read in sync"},
     };
     std::map<std::string, Tally> tallies;
     for (auto const& f : found) {

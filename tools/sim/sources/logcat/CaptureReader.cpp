@@ -86,6 +86,11 @@ void CaptureReader::reconnect(std::string_view separator) {
     }
     if (!mBuffers.insert(buffer).second) {
         mBuffers = {buffer};
+        for (auto const& [pid, index] : mCurrent) {
+            if (mSessions[index]) {
+                mSessions[index]->reconnected();
+            }
+        }
         mCurrent.clear();
     }
 }

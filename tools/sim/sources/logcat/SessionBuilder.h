@@ -43,6 +43,8 @@ class SessionBuilder {
     void settle(FrameSink const& folded, LogClock clock);
     // Labels for the cameras in explanations written while following ("1 tele").
     void nameCameras(std::map<int, std::string> const& names) { mNames = names; }
+    // The capture stops showing the session here: a new logcat prints the buffer again.
+    void reconnected() { mReconnected = true; }
     // The latest log time of the session's lines, if they carry times.
     std::optional<int64_t> lastTimeNs() const { return mLastTimeNs; }
     // The highest frame number a line named so far (-1 before any).
@@ -147,6 +149,7 @@ class SessionBuilder {
     void markEnd(int lastLine);
     bool touchedByGap(int frame) const;
     void noteDropperMovedOn(LogLine const& l, std::string const& s);
+    bool dropperMovedOn(int frame, FrameFlags const& ff) const;
     bool cutWhileChecked(FrameRecord const& f);
     void foldBelow(int bound, FrameSink const& folded);
     void labelCameras();
@@ -190,8 +193,9 @@ class SessionBuilder {
     bool mSawDebug = false;  // debug or verbose lines: every call is shown
     bool mSawInfo = false;   // info lines: the helper's creation is shown
     bool mFinishing = false;
-    bool mAtEnd = false;  // finishing: no line of the session is to come  // cells made while
-                          // resolving are not lines of the capture
+    bool mReconnected = false;  // the capture stopped showing it at a reconnect
+    bool mAtEnd = false;        // finishing: no line of the session is to come  // cells made while
+                                // resolving are not lines of the capture
     std::unordered_map<int, int> mCamOfTid;
     std::unordered_map<int, Call> mCalls;    // tid -> syncResultCheck in progress
     std::unordered_map<int, int> mUpdating;  // tid -> frame whose updaters run on it

@@ -178,7 +178,13 @@ bool SessionBuilder::dropHidden(int frame) {
         next = it->second.checked.empty() ? nullptr : &it->second.checked;
     }
     std::set<int> const* prev = mLastChecked.empty() ? next : &mLastChecked;
-    bool hidden = false;  // (after the last check, a camera that left looks the same: not said)
+    // The last check before a reconnect: the session goes on, and its next check (in lines
+    // printed again) would have the cameras of the one before. (At the session's own end a
+    // camera that left looks the same, and is not said.)
+    if (next == nullptr && mReconnected && !mLastChecked.empty()) {
+        next = prev;
+    }
+    bool hidden = false;
     for (int cam : next ? *prev : std::set<int>{}) {
         hidden = hidden || (next->count(cam) != 0 && checked.count(cam) == 0);
     }
@@ -186,6 +192,12 @@ bool SessionBuilder::dropHidden(int frame) {
         mLastChecked = checked;
     }
     return hidden;
+}
+
+// The thread that dropped the frame while live went on past the master drop's next line: its
+// own next line, or, without thread ids, frames enough later that every call of then is over.
+bool SessionBuilder::dropperMovedOn(int frame, FrameFlags const& ff) const {
+    return mNoThreads ? mHighestFrame >= frame + kStaleCall : ff.flushShown;
 }
 
 bool SessionBuilder::dropWhileLive(FrameFlags const& ff) {
@@ -273,8 +285,8 @@ void SessionBuilder::resolve(FrameRecord& f) {
                 c.verdict = Verdict::Undetermined;
                 c.cause = DropCause::None;
                 f.undeterminedWhy = kDropQueueWhy;
-            } else if (c.cause == DropCause::Flush && dropWhileLive(ff) && !ff.flushShown &&
-                       !mNoThreads) {
+            } else if (c.cause == DropCause::Flush && dropWhileLive(ff) &&
+                       !dropperMovedOn(f.frame, ff)) {
                 c.verdict = Verdict::Undetermined;
                 c.cause = DropCause::None;
                 f.undeterminedWhy = kLiveDropWhy;
