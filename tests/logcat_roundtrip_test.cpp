@@ -3,7 +3,7 @@
 
 #include "SeenCell.h"
 #include "Watchdog.h"
-#include "cli/LogSetup.h"
+#include "sources/run/LogSetup.h"
 #include "sources/logcat/LogcatSource.h"
 #include "sources/run/RunSource.h"
 #include "sources/run/Runner.h"

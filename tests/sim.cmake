@@ -3,7 +3,7 @@
 # The tools directory is added after the tests; its targets are resolved at generation.
 if(RYX_BUILD_TOOLS AND EXISTS ${PROJECT_SOURCE_DIR}/tools/CMakeLists.txt)
   set(RYX_SIM_SCENARIOS RYX_SIM_SCENARIOS="${PROJECT_SOURCE_DIR}/tools/scenarios")
-  ryx_add_test(sim_unit_test LABEL unit SOURCES sim_unit_test.cpp LIBS synchelper_sim_core)
+  ryx_add_test(sim_unit_test LABEL unit SOURCES sim_unit_test.cpp LIBS synchelper_sim_cli)
   target_compile_definitions(sim_unit_test PRIVATE ${RYX_SIM_SCENARIOS})
   ryx_add_test(sim_e2e_test LABEL e2e SOURCES sim_e2e_test.cpp LIBS synchelper_sim_run)
   add_dependencies(sim_e2e_test synchelper-sim)

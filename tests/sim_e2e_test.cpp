@@ -3,7 +3,7 @@
 
 #include "SimCommandLine.h"
 #include "Watchdog.h"
-#include "cli/LogSetup.h"
+#include "sources/run/LogSetup.h"
 #include "sinks/JsonSink.h"
 #include "sinks/TextSink.h"
 #include "sources/run/RunSource.h"

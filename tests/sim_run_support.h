@@ -3,7 +3,7 @@
 // output that the format checks of the simulator's sinks look at.
 
 #include "Watchdog.h"
-#include "cli/LogSetup.h"
+#include "sources/run/LogSetup.h"
 #include "sources/run/RunSource.h"
 #include "sources/run/Runner.h"
 #include "sources/scenario/Scenario.h"

@@ -5,7 +5,7 @@
 
 #include "LogcatFormats.h"
 #include "Watchdog.h"
-#include "cli/LogSetup.h"
+#include "sources/run/LogSetup.h"
 #include "sources/run/RunSource.h"
 #include "sources/run/Runner.h"
 #include "sources/scenario/Scenario.h"

@@ -1,7 +1,7 @@
 #include "TruthSessions.h"
 
 #include "Watchdog.h"
-#include "cli/LogSetup.h"
+#include "sources/run/LogSetup.h"
 #include "sources/run/FlowCheck.h"
 #include "sources/run/RunSource.h"
 #include "sources/run/Runner.h"

@@ -1,7 +1,7 @@
 #include "cli/CameraNames.h"
 
 #include "cli/Cli.h"
-#include "cli/InputChecks.h"
+#include "sources/InputChecks.h"
 
 namespace ryxsim::cli {
 

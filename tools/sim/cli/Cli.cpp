@@ -1,6 +1,6 @@
 #include "cli/Cli.h"
 
-#include "cli/InputChecks.h"
+#include "sources/InputChecks.h"
 
 #include <ISyncHelper.h>
 

@@ -1,10 +1,10 @@
 #include "cli/LibraryRun.h"
 
 #include "cli/Cli.h"
-#include "cli/InputChecks.h"
-#include "cli/LogSetup.h"
 #include "cli/ProgressLines.h"
+#include "sources/InputChecks.h"
 #include "sources/run/FlowCheck.h"
+#include "sources/run/LogSetup.h"
 #include "sources/run/RunSource.h"
 #include "sources/run/Runner.h"
 #include "sources/trace/TraceIo.h"

@@ -1,8 +1,8 @@
 #include "cli/RunCommand.h"
 
 #include "cli/Cli.h"
-#include "cli/InputChecks.h"
 #include "model/ParseError.h"
+#include "sources/InputChecks.h"
 #include "sources/scenario/Scenario.h"
 
 #include <iostream>

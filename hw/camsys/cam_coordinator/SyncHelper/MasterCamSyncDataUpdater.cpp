@@ -13,7 +13,7 @@ namespace camsys {
 namespace camcoordinator {
 
 namespace {
-constexpr const char* kLogLevelProperty = "vendor.debug.camera.SyncDataUpdater.log";
+constexpr int kLogDefault = RYX_PROP_UPDATER_LOG_DEFAULT;
 constexpr int kFovaContainerType = 1;
 constexpr unsigned char kCaptureIntentStill = 2;
 }  // namespace
@@ -25,7 +25,7 @@ MasterCamSyncDataUpdater::MasterCamSyncDataUpdater(
     // exists and counts us among its readers; update() never reads through it.
     mFovaReader =
         FovaContainer::makeUser<FovaContainer::Reader>(LOG_TAG, mSessionKey, kFovaContainerType);
-    mLogLevel = NSCam::Utils::Properties::property_get_int32(kLogLevelProperty, 0);
+    mLogLevel = NSCam::Utils::Properties::property_get_int32(RYX_PROP_UPDATER_LOG, kLogDefault);
 }
 
 MasterCamSyncDataUpdater::~MasterCamSyncDataUpdater() = default;

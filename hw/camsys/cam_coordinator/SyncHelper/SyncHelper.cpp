@@ -72,8 +72,8 @@ SyncHelper::SyncHelper(unsigned long sessionKey, bool allowCropReplace,
         PHYSICAL_META, std::unique_ptr<ISyncDataUpdater>(
                            std::make_unique<PhysicalMetaSyncDataUpdater>(mUniqueKey, cameraInfo))));
 
-    int32_t cropReplace =
-        NSCam::Utils::Properties::property_get_int32("vendor.debug.camera.crop_replace", 1);
+    int32_t cropReplace = NSCam::Utils::Properties::property_get_int32(
+        RYX_PROP_CROP_REPLACE, RYX_PROP_CROP_REPLACE_DEFAULT);
     mNeedCropReplace = cropReplace >= 1 && mAllowCropReplace;
     RYX_LOGI(RYX_MSG_NEED_CROP_REPLACE, mNeedCropReplace ? 1 : 0);
 }

@@ -20,6 +20,14 @@ constexpr size_t kMaxDropQueue = 21;      // drop-queue entries kept; the oldest
 constexpr size_t kMaxFlushFrames = 21;    // flushed frame numbers kept
 }  // namespace NSCam::camsys::camcoordinator::synclimits
 
+// The system properties the library reads, with what it takes when one is unset or not a number.
+// Crop replacement: 1 or more writes the crop overrides (if the session allows them).
+#define RYX_PROP_CROP_REPLACE "vendor.debug.camera.crop_replace"
+#define RYX_PROP_CROP_REPLACE_DEFAULT 1
+// The updaters' detail level: 1 adds the master's decisions, 2 their entry and exit lines.
+#define RYX_PROP_UPDATER_LOG "vendor.debug.camera.SyncDataUpdater.log"
+#define RYX_PROP_UPDATER_LOG_DEFAULT 0
+
 // --- a session's creation and end ---
 #define RYX_MSG_QUEUE_CREATED "2020/01/14 - create type (%d)"
 #define RYX_MSG_UPDATER_LOG_LEVEL "SyncDataUpdater mLogLevel(%d)"

@@ -18,7 +18,7 @@ namespace camcoordinator {
 
 namespace {
 
-constexpr const char* kLogLevelProperty = "vendor.debug.camera.SyncDataUpdater.log";
+constexpr int kLogDefault = RYX_PROP_UPDATER_LOG_DEFAULT;
 constexpr int64_t kNsPerMs = 1000000;
 constexpr int64_t kUsPerMs = 1000;
 // One compared camera's piece of the comparison line: RYX_MSG_COMPARISON, with the request,
@@ -63,7 +63,7 @@ std::string comparisonText(SyncData const* data, int32_t firstCam, int64_t time1
 TimestampSyncDataUpdater::TimestampSyncDataUpdater(
     unsigned long sessionKey, std::unordered_map<unsigned int, NSCam::CameraInfo> const& cameraInfo)
     : ISyncDataUpdater(sessionKey, cameraInfo) {
-    mLogLevel = NSCam::Utils::Properties::property_get_int32(kLogLevelProperty, 0);
+    mLogLevel = NSCam::Utils::Properties::property_get_int32(RYX_PROP_UPDATER_LOG, kLogDefault);
     RYX_LOGD(RYX_MSG_UPDATER_LOG_LEVEL, mLogLevel);
 }
 

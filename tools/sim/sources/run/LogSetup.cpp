@@ -1,4 +1,4 @@
-#include "cli/LogSetup.h"
+#include "sources/run/LogSetup.h"
 
 #include <NSCam/ULogger.h>
 #include <android/log.h>

@@ -1,6 +1,7 @@
-#include "cli/InputChecks.h"
+#include "sources/InputChecks.h"
 
 #include "model/Words.h"
+#include "sources/LibraryMessages.h"
 
 #include <cerrno>
 #include <charconv>
@@ -114,14 +115,13 @@ std::vector<std::string> controlWarnings(Trace const& trace) {
 }
 
 std::string propertyWarning(std::string const& name, std::string const& value) {
-    static std::map<std::string, char const*> const kRead = {
-        {"vendor.debug.camera.crop_replace", "1"},
-        {"vendor.debug.camera.SyncDataUpdater.log", "0"}};
+    static std::map<std::string, int> const kRead = {
+        {RYX_PROP_CROP_REPLACE, RYX_PROP_CROP_REPLACE_DEFAULT},
+        {RYX_PROP_UPDATER_LOG, RYX_PROP_UPDATER_LOG_DEFAULT}};
     auto it = kRead.find(name);
     if (it == kRead.end()) {
-        return "--prop " + name +
-               ": the library never reads this property (it reads "
-               "vendor.debug.camera.crop_replace and vendor.debug.camera.SyncDataUpdater.log)";
+        return "--prop " + name + ": the library never reads this property (it reads " +
+               RYX_PROP_CROP_REPLACE + " and " + RYX_PROP_UPDATER_LOG + ")";
     }
     // Read as the property layer does: base from the prefix, the whole text, within int32.
     char* end = nullptr;
@@ -130,7 +130,7 @@ std::string propertyWarning(std::string const& name, std::string const& value) {
     if (value.empty() || *end != '\0' || errno == ERANGE || v < INT32_MIN || v > INT32_MAX) {
         return "--prop " + name + "=" + value +
                ": not a whole number, so the library ignores it and uses its default (" +
-               it->second + ")";
+               std::to_string(it->second) + ")";
     }
     return "";
 }
