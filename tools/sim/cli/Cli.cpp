@@ -1,5 +1,6 @@
 #include "cli/Cli.h"
 
+#include "model/Strings.h"
 #include "sources/InputChecks.h"
 
 #include <ISyncHelper.h>
@@ -68,7 +69,7 @@ std::string unexpected(CLI::App const* app) {
     std::string first, all;
     for (std::string const& a : left) {
         all += (all.empty() ? "" : " ") + a;
-        if (first.empty() && a.rfind("-", 0) == 0 && a != "-") {
+        if (first.empty() && startsWith(a, "-") && a != "-") {
             first = a;
         }
     }
@@ -85,7 +86,7 @@ std::string failureMessage(CLI::App const* app, CLI::Error const& e) {
     std::string what = e.what();
     if (dynamic_cast<CLI::ExtrasError const*>(&e) != nullptr) {
         std::string extra = unexpected(app);
-        what = extra.rfind("-", 0) == 0 ? path + " has no option " + extra : extra;
+        what = startsWith(extra, "-") ? path + " has no option " + extra : extra;
     }
     return "synchelper-sim: error: " + what + " (see '" + path + " --help')\n";
 }

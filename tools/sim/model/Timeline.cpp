@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <set>
 #include <tuple>
 
@@ -396,13 +397,11 @@ std::string formatLogTime(LogClock const& clock, int64_t ns, std::optional<int> 
                       static_cast<long long>(fraction));
         return text;
     }
-    // Days since 1970 back to a civil date.
-    int64_t z = whole / 86400 + 719468, secs = whole % 86400;
-    int64_t era = (z >= 0 ? z : z - 146096) / 146097, doe = z - era * 146097;
-    int64_t yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
-    int64_t doy = doe - (365 * yoe + yoe / 4 - yoe / 100), mp = (5 * doy + 2) / 153;
-    int64_t day = doy - (153 * mp + 2) / 5 + 1, month = mp < 10 ? mp + 3 : mp - 9;
-    int64_t year = yoe + era * 400 + (month <= 2);
+    std::time_t seconds = static_cast<std::time_t>(whole);
+    std::tm civil{};
+    gmtime_r(&seconds, &civil);
+    int64_t secs = civil.tm_hour * 3600 + civil.tm_min * 60 + civil.tm_sec;
+    int64_t day = civil.tm_mday, month = civil.tm_mon + 1, year = civil.tm_year + 1900LL;
     char date[24];
     if (clock.form == Form::DateWithYear) {
         std::snprintf(date, sizeof date, "%04lld-", static_cast<long long>(year));

@@ -3,6 +3,7 @@
 // Formats that drop the tag (thread, raw) still show the frame and the function, which is enough
 // to tell a line of ours.
 
+#include "model/Strings.h"
 #include "sources/LibraryMessages.h"
 #include "sources/logcat/LogLine.h"
 
@@ -15,14 +16,6 @@
 namespace ryxsim {
 
 inline constexpr std::string_view kLibraryTagPrefix = "RyxCam/";
-
-inline bool startsWith(std::string_view s, std::string_view p) {
-    return s.substr(0, p.size()) == p;
-}
-
-inline bool endsWith(std::string_view s, std::string_view suffix) {
-    return s.size() >= suffix.size() && s.substr(s.size() - suffix.size()) == suffix;
-}
 
 // A function that writes lines of ours.
 bool isLibraryFunction(std::string_view func);

@@ -1,6 +1,7 @@
 #include "sources/logcat/LogLine.h"
 
 #include <cstring>
+#include <ctime>
 
 namespace ryxsim {
 
@@ -431,12 +432,17 @@ bool readRaw(std::string_view line, LogLine& out) {
 }  // namespace
 
 int64_t daysFromCivil(int64_t year, int64_t month, int64_t day) {
-    year -= month <= 2;
-    int64_t era = (year >= 0 ? year : year - 399) / 400;
-    int64_t yoe = year - era * 400;
-    int64_t doy = (153 * (month + (month > 2 ? -3 : 9)) + 2) / 5 + day - 1;
-    int64_t doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
-    return era * 146097 + doe - 719468;
+    // A capture's lines share a few dates: the last one is kept.
+    thread_local int64_t lastYear = 0, lastMonth = 0, lastDay = 0, lastDays = 0;
+    if (year != lastYear || month != lastMonth || day != lastDay) {
+        std::tm date{};
+        date.tm_year = static_cast<int>(year - 1900);
+        date.tm_mon = static_cast<int>(month - 1);
+        date.tm_mday = static_cast<int>(day);
+        lastDays = static_cast<int64_t>(timegm(&date)) / 86400;
+        lastYear = year, lastMonth = month, lastDay = day;
+    }
+    return lastDays;
 }
 
 bool parseLogLine(std::string_view line, LogLine& out) {

@@ -1,5 +1,6 @@
 #include "sources/run/FlowCheck.h"
 
+#include "model/Strings.h"
 #include "sources/LibraryMessages.h"
 
 #include <algorithm>
@@ -136,8 +137,8 @@ class OrderedWalk {
         }
         for (auto const& [frame, e] : mLive) {
             std::string who = waitersOf(frame);
-            std::string verb = who.rfind("cameras", 0) == 0 ? " wait" : " waits";
-            std::string what = missing(frame).rfind("camera", 0) == 0
+            std::string verb = startsWith(who, "cameras") ? " wait" : " waits";
+            std::string what = startsWith(missing(frame), "camera")
                                    ? " for " + missing(frame) + ", which sends no more calls for it"
                                    : " for " + missing(frame);
             mWarnings.add(frame, who + verb + what + ": blocked at the end of the trace");

@@ -1,5 +1,6 @@
 #include "sources/trace/TraceIo.h"
 
+#include "model/Strings.h"
 #include "sources/InputChecks.h"
 
 #include <algorithm>
@@ -15,30 +16,6 @@ namespace {
 char const* const kColumns[] = {
     "sensor",   "kind",   "frame",        "request", "sof_ns",  "exp_ns", "master",   "sync_ids",
     "required", "enable", "tolerance_us", "mode",    "ms_list", "intent", "get_crop", "crops"};
-
-std::string trim(std::string const& s) {
-    size_t b = s.find_first_not_of(" \t\r");
-    if (b == std::string::npos) {
-        return "";
-    }
-    size_t e = s.find_last_not_of(" \t\r");
-    return s.substr(b, e - b + 1);
-}
-
-std::vector<std::string> split(std::string const& s, char sep) {
-    std::vector<std::string> out;
-    std::string cur;
-    for (char c : s) {
-        if (c == sep) {
-            out.push_back(cur);
-            cur.clear();
-        } else {
-            cur += c;
-        }
-    }
-    out.push_back(cur);
-    return out;
-}
 
 std::vector<std::string> words(std::string const& s) {
     std::vector<std::string> out;
@@ -292,7 +269,7 @@ Trace parseTrace(std::string const& text, std::string const& fileName) {
         if (line.empty()) {
             continue;
         }
-        if (line.rfind("#@", 0) == 0) {
+        if (startsWith(line, "#@")) {
             if (!header.empty()) {
                 fr.fail("#@", "directives must come before the header row");
             }
