@@ -1,28 +1,16 @@
 #include "sources/logcat/CaptureDecoder.h"
 
+#include <cerrno>
+#include <stdexcept>
+
+#include <iconv.h>
+
 namespace ryxsim {
 
 namespace {
 
-constexpr uint32_t kReplacement = 0xFFFD;  // for a unit that is no character
-
-void appendUtf8(std::string& out, uint32_t cp) {
-    if (cp < 0x80) {
-        out += static_cast<char>(cp);
-    } else if (cp < 0x800) {
-        out += static_cast<char>(0xC0 | (cp >> 6));
-        out += static_cast<char>(0x80 | (cp & 0x3F));
-    } else if (cp < 0x10000) {
-        out += static_cast<char>(0xE0 | (cp >> 12));
-        out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (cp & 0x3F));
-    } else {
-        out += static_cast<char>(0xF0 | (cp >> 18));
-        out += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
-        out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (cp & 0x3F));
-    }
-}
+// U+FFFD in UTF-8: for a unit that is no character.
+constexpr char kReplacementUtf8[] = "\xEF\xBF\xBD";
 
 }  // namespace
 
@@ -94,36 +82,42 @@ void CaptureDecoder::feed(std::string_view bytes) {
     }
 }
 
+void CaptureDecoder::IconvClose::operator()(void* cd) const {
+    iconv_close(static_cast<iconv_t>(cd));
+}
+
+// Through iconv; a unit that is no character (half a surrogate pair alone) becomes U+FFFD and
+// the text goes on after it. A unit or pair split between chunks waits for the next one.
 void CaptureDecoder::decodeUtf16(std::string_view bytes) {
-    mPending.append(bytes);
-    std::string out;
-    size_t i = 0;
-    bool le = mEncoding == Encoding::Utf16Le;
-    auto unit = [&](size_t at) {
-        auto b0 = static_cast<unsigned char>(mPending[at]);
-        auto b1 = static_cast<unsigned char>(mPending[at + 1]);
-        return static_cast<uint32_t>(le ? b0 | (b1 << 8) : (b0 << 8) | b1);
-    };
-    while (i + 2 <= mPending.size()) {
-        uint32_t u = unit(i);
-        if (u >= 0xD800 && u < 0xDC00) {
-            if (i + 4 > mPending.size()) {
-                break;  // the pair's second half comes with the next chunk
-            }
-            uint32_t low = unit(i + 2);
-            if (low >= 0xDC00 && low < 0xE000) {
-                appendUtf8(out, 0x10000 + ((u - 0xD800) << 10) + (low - 0xDC00));
-                i += 4;
-                continue;
-            }
-            u = kReplacement;  // a first half alone: the unit after it is read on its own
-        } else if (u >= 0xDC00 && u < 0xE000) {
-            u = kReplacement;  // a second half alone
+    if (!mUtf16) {
+        iconv_t cd = iconv_open("UTF-8", mEncoding == Encoding::Utf16Le ? "UTF-16LE" : "UTF-16BE");
+        if (cd == reinterpret_cast<iconv_t>(-1)) {
+            throw std::runtime_error("this system's iconv cannot read UTF-16");
         }
-        appendUtf8(out, u);
-        i += 2;
+        mUtf16.reset(cd);
     }
-    mPending.erase(0, i);
+    mPending.append(bytes);
+    std::string out(mPending.size() * 2 + 8, '\0');  // UTF-8 takes at most 3 bytes per 2
+    char* in = mPending.data();
+    size_t inLeft = mPending.size();
+    char* to = out.data();
+    size_t toLeft = out.size();
+    while (inLeft >= 2) {
+        if (iconv(static_cast<iconv_t>(mUtf16.get()), &in, &inLeft, &to, &toLeft) !=
+                static_cast<size_t>(-1) ||
+            errno == EINVAL) {
+            break;  // all converted, or the rest is the start of a unit or pair
+        }
+        // EILSEQ: a lone half of a pair (out holds room for its replacement).
+        for (char c : std::string_view(kReplacementUtf8)) {
+            *to++ = c;
+            --toLeft;
+        }
+        in += 2;
+        inLeft -= 2;
+    }
+    out.resize(out.size() - toLeft);
+    mPending.erase(0, mPending.size() - inLeft);
     text(out);
 }
 
@@ -154,9 +148,7 @@ void CaptureDecoder::finish() {
     }
     if (!mPending.empty()) {  // a unit or a pair cut by the end of the capture
         mPending.clear();
-        std::string lost;
-        appendUtf8(lost, kReplacement);
-        text(lost);
+        text(kReplacementUtf8);
     }
     if (!mLine.empty()) {
         mEndedMidLine = true;

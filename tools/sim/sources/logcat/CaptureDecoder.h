@@ -5,6 +5,7 @@
 // taken out. Fed in chunks of any size, so that a capture (or a stream) is never held whole.
 
 #include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -34,10 +35,15 @@ class CaptureDecoder {
     void text(std::string_view utf8);
     void emit();
 
+    struct IconvClose {
+        void operator()(void* cd) const;
+    };
+
     LineSink mSink;
     Encoding mEncoding = Encoding::Unknown;
-    std::string mHead;     // the first bytes, until the encoding is known
-    std::string mPending;  // a UTF-16 byte or code unit split between chunks
+    std::unique_ptr<void, IconvClose> mUtf16;  // iconv's UTF-16 to UTF-8 converter
+    std::string mHead;                         // the first bytes, until the encoding is known
+    std::string mPending;                      // a UTF-16 byte or code unit split between chunks
     std::string mLine;
     bool mEndedMidLine = false;
 };
