@@ -4,11 +4,23 @@
 # simulator instead, e.g. scripts/demo.sh run --svg timeline.svg, scripts/demo.sh explain cam.txt
 set -euo pipefail
 root="$(cd "$(dirname "$0")/.." && pwd)"
-bash "$root/scripts/install-deps.sh" core
+# The set-up and the build speak only when they fail: the demo's output is the report.
+log="$(mktemp)"
+trap 'rm -f "$log"' EXIT
+quietly() {
+    if ! "$@" >"$log" 2>&1; then
+        cat "$log" >&2
+        echo "demo: '$*' failed (its output is above)" >&2
+        exit 1
+    fi
+}
+quietly bash "$root/scripts/install-deps.sh" core
 # Build in the repository, run from the caller's folder: paths given on the command line (a
 # scenario or capture to read, an --svg or --json to write) are taken relative to where the user
 # stands.
-(cd "$root" && cmake --preset default >/dev/null &&
-    cmake --build --preset default -j "$(nproc)" --target synchelper-sim)
+quietly cmake -S "$root" --preset default
+quietly cmake --build "$root/build/default" -j "$(nproc)" --target synchelper-sim
 [ $# -gt 0 ] || set -- run
+rm -f "$log"
+trap - EXIT
 exec "$root/build/default/tools/synchelper-sim" "$@"

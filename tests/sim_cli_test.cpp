@@ -184,8 +184,10 @@ TEST_F(CommandLine, AWrittenLogTakesTheLibraryLinesOffStandardError) {
 TEST_F(CommandLine, ARunSaysWhatItChangedOfTheScenarioAndCountsInWords) {
     Result r = sim("run --frames 60 --seed 9");
     ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_NE(r.out.find("(this run has 60 frames of the scenario's 600: what the description "
-                         "says of f60 and later does not happen; drawn with seed 9 instead of "
+    EXPECT_NE(r.out.find("(this run has 60 frames of the scenario's 600: its random events "
+                         "(out-of-tolerance frames, drops) are spread over these 60 frames, and "
+                         "what the description places at f60 or later does not happen; drawn "
+                         "with seed 9 instead of "
                          "the scenario's 1: its random parts (jitter, out-of-tolerance frames, "
                          "drops) differ)\n"),
               std::string::npos)

@@ -45,8 +45,10 @@ std::string descriptionNote(Scenario const& sc, int frames, uint64_t seed) {
     std::string note;
     if (frames < sc.frames) {
         note += "this run has " + plural(frames, "frame", "frames") + " of the scenario's " +
-                std::to_string(sc.frames) + ": what the description says of f" +
-                std::to_string(frames) + " and later does not happen";
+                std::to_string(sc.frames) + ": its random events (out-of-tolerance frames, " +
+                "drops) are spread over these " + plural(frames, "frame", "frames") +
+                ", and what the description places at f" + std::to_string(frames) +
+                " or later does not happen";
     } else if (frames > sc.frames) {
         note += "this run has " + std::to_string(frames) + " frames where the description's " +
                 "scenario has " + std::to_string(sc.frames);
