@@ -155,7 +155,6 @@ bool CaptureReader::createsSession(std::string_view func, std::string_view rest,
 // is more than a few frames below the highest named so far.
 bool CaptureReader::restarts(LogLine const& l, std::string_view func,
                              SessionBuilder const& current) {
-    constexpr int kInFlight = 12;
     std::optional<int> frame = inFlightFrame(l, func);
     // A frame's updaters run once in a session, in a fixed order.
     bool again = frame && current.contradicts(func, l.message, *frame);
@@ -211,6 +210,23 @@ void CaptureReader::ours(LogLine const& l) {
     mSessions[it->second]->settle(mFollow, clockSoFar());
 }
 
+// A session the capture stopped showing at a reconnect went on where a later session of its
+// process, printed again from the buffer, holds its last frame and the frames in flight after
+// it (a later frame far above is another session's).
+void CaptureReader::markSessionsThatWentOn() {
+    for (size_t i = 0; i < mSessions.size(); ++i) {
+        SessionBuilder* s = mSessions[i].get();
+        for (size_t j = i + 1; s != nullptr && s->wasReconnected() && j < mSessions.size(); ++j) {
+            SessionBuilder const* later = mSessions[j].get();
+            if (later != nullptr && later->pid() == s->pid() && later->lowestFrame() >= 0 &&
+                later->lowestFrame() <= s->highestFrame() &&
+                later->startsWithFrameIn(s->highestFrame() + 1, s->highestFrame() + kInFlight)) {
+                s->wentOn();
+            }
+        }
+    }
+}
+
 std::vector<Timeline> CaptureReader::finish() {
     if (mParsed == 0) {
         throw ParseError(mFile, mFirstNoise > 0 ? mFirstNoise : 1, "",
@@ -219,6 +235,7 @@ std::vector<Timeline> CaptureReader::finish() {
                                         "any of its formats, or the host liblog format)");
     }
     LogClock clock = clockSoFar();
+    markSessionsThatWentOn();
     std::vector<Timeline> out;
     mFinished.resize(mSessions.size());
     for (size_t i = 0; i < mSessions.size(); ++i) {

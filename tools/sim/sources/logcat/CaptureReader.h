@@ -6,6 +6,7 @@
 
 #include "model/ParseError.h"
 #include "model/Timeline.h"
+#include "sources/LibraryMessages.h"
 #include "sources/logcat/LogCalendar.h"
 #include "sources/logcat/LogLine.h"
 #include "sources/logcat/SessionBuilder.h"
@@ -55,6 +56,10 @@ class CaptureReader {
     void cut(int pid, std::string what, std::string_view text = {}, int tid = -1);
     // The cut text is the start of the helper's destructor line, which no frame's call writes.
     static bool destructorLine(std::string_view text);
+    void markSessionsThatWentOn();
+    // Frames in flight at once, with a margin: a number further below the highest is another
+    // session's.
+    static constexpr int kInFlight = kFramesInFlight + 2;
     SessionBuilder* sessionOf(int pid);
     static bool createsSession(std::string_view func, std::string_view rest,
                                SessionBuilder const* current);

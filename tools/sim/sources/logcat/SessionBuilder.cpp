@@ -60,6 +60,10 @@ void SessionBuilder::gap(int line, std::string what, std::optional<int> frame, i
 
 void SessionBuilder::seen(int frame) {
     mHighestFrame = std::max(mHighestFrame, frame);
+    mLowestFrame = mLowestFrame < 0 ? frame : std::min(mLowestFrame, frame);
+    if (mFirstFrames.size() < 2 * kSettleLag) {
+        mFirstFrames.insert(frame);
+    }
     auto [it, added] = mSpans.try_emplace(frame, Span{mLine, mLine, mLineTimeNs, mLineZoneS});
     if (!added) {
         it->second.last = std::max(it->second.last, mLine);

@@ -45,6 +45,18 @@ class SessionBuilder {
     void nameCameras(std::map<int, std::string> const& names) { mNames = names; }
     // The capture stops showing the session here: a new logcat prints the buffer again.
     void reconnected() { mReconnected = true; }
+    bool wasReconnected() const { return mReconnected; }
+    int pid() const { return t.pid; }
+    // The lines printed again after the reconnect go on past this session's last frame: the
+    // session went on while the capture did not show it.
+    void wentOn() { mWentOn = true; }
+    // The lowest frame number a line named (-1 before any).
+    int lowestFrame() const { return mLowestFrame; }
+    // One of the session's first frames is in [lo, hi].
+    bool startsWithFrameIn(int lo, int hi) const {
+        auto it = mFirstFrames.lower_bound(lo);
+        return it != mFirstFrames.end() && *it <= hi;
+    }
     // The latest log time of the session's lines, if they carry times.
     std::optional<int64_t> lastTimeNs() const { return mLastTimeNs; }
     // The highest frame number a line named so far (-1 before any).
@@ -194,8 +206,11 @@ class SessionBuilder {
     bool mSawInfo = false;   // info lines: the helper's creation is shown
     bool mFinishing = false;
     bool mReconnected = false;  // the capture stopped showing it at a reconnect
-    bool mAtEnd = false;        // finishing: no line of the session is to come  // cells made while
-                                // resolving are not lines of the capture
+    bool mWentOn = false;       // and the session went on after it
+    int mLowestFrame = -1;
+    std::set<int> mFirstFrames;  // the first frame numbers named, kept past settling
+    bool mAtEnd = false;  // finishing: no line of the session is to come  // cells made while
+                          // resolving are not lines of the capture
     std::unordered_map<int, int> mCamOfTid;
     std::unordered_map<int, Call> mCalls;    // tid -> syncResultCheck in progress
     std::unordered_map<int, int> mUpdating;  // tid -> frame whose updaters run on it

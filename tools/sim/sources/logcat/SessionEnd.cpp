@@ -181,7 +181,7 @@ bool SessionBuilder::dropHidden(int frame) {
     // The last check before a reconnect: the session goes on, and its next check (in lines
     // printed again) would have the cameras of the one before. (At the session's own end a
     // camera that left looks the same, and is not said.)
-    if (next == nullptr && mReconnected && !mLastChecked.empty()) {
+    if (next == nullptr && mWentOn && !mLastChecked.empty()) {
         next = prev;
     }
     bool hidden = false;
