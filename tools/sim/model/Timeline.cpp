@@ -397,10 +397,15 @@ std::string formatLogTime(LogClock const& clock, int64_t ns, std::optional<int> 
                       static_cast<long long>(fraction));
         return text;
     }
-    std::time_t seconds = static_cast<std::time_t>(whole);
-    std::tm civil{};
-    gmtime_r(&seconds, &civil);
-    int64_t secs = civil.tm_hour * 3600 + civil.tm_min * 60 + civil.tm_sec;
+    // Times of one capture share a few dates: the last one is kept.
+    thread_local int64_t lastDays = INT64_MIN;
+    thread_local std::tm civil{};
+    int64_t days = (whole >= 0 ? whole : whole - 86399) / 86400, secs = whole - days * 86400;
+    if (days != lastDays) {
+        std::time_t seconds = static_cast<std::time_t>(days * 86400);
+        gmtime_r(&seconds, &civil);
+        lastDays = days;
+    }
     int64_t day = civil.tm_mday, month = civil.tm_mon + 1, year = civil.tm_year + 1900LL;
     char date[24];
     if (clock.form == Form::DateWithYear) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <charconv>
 #include <cstdlib>
 #include <cstring>
 
@@ -9,37 +10,36 @@ namespace ryxsim {
 
 namespace {
 
-// A signed or unsigned decimal number at text[i], as printf writes them.
+// A signed or unsigned decimal number at text[i], as printf writes them (a width pads with
+// spaces before the digits).
 bool readNumber(std::string_view text, size_t& i, long long& value) {
     size_t start = i;
-    if (i < text.size() && (text[i] == '-' || text[i] == '+')) {
-        ++i;
-    }
-    while (i < text.size() && text[i] == ' ') {  // a width pads with spaces before the digits
+    bool negative = i < text.size() && text[i] == '-';
+    i += i < text.size() && (text[i] == '-' || text[i] == '+') ? 1 : 0;
+    while (i < text.size() && text[i] == ' ') {
         ++i;
     }
     size_t digits = i;
-    while (i < text.size() && std::isdigit(static_cast<unsigned char>(text[i]))) {
-        ++i;
+    unsigned long long n = 0;
+    while (i < text.size() && text[i] >= '0' && text[i] <= '9') {
+        n = n * 10 + static_cast<unsigned long long>(text[i++] - '0');
     }
     if (i == digits) {
         i = start;
         return false;
     }
-    std::string number(text.substr(start, i - start));
-    number.erase(std::remove(number.begin(), number.end(), ' '), number.end());
-    value = std::strtoll(number.c_str(), nullptr, 10);
+    value = negative ? -static_cast<long long>(n) : static_cast<long long>(n);
     return true;
 }
 
 bool readDecimal(std::string_view text, size_t& i, double& value) {
-    size_t start = i;
-    while (i < text.size() && (std::isdigit(static_cast<unsigned char>(text[i])) ||
-                               text[i] == '.' || text[i] == '-' || text[i] == '+')) {
-        ++i;
+    char const* begin = text.data() + i;
+    auto [end, error] = std::from_chars(begin, text.data() + text.size(), value);
+    if (error != std::errc()) {
+        return false;
     }
-    value = std::strtod(std::string(text.substr(start, i - start)).c_str(), nullptr);
-    return i > start;
+    i += static_cast<size_t>(end - begin);
+    return true;
 }
 
 // The literal text of `format` from f up to its next conversion.
@@ -66,7 +66,7 @@ struct Store {
 
 }  // namespace
 
-long matchFormat(std::string_view text, char const* format, std::vector<Field> const& fields) {
+long matchFormat(std::string_view text, char const* format, Field const* fields, size_t count) {
     size_t i = 0, next = 0;
     for (char const* f = format; *f != '\0';) {
         if (*f != '%' || f[1] == '%') {  // a literal character ("%%" is one '%')
@@ -100,12 +100,12 @@ long matchFormat(std::string_view text, char const* format, std::vector<Field> c
         } else {
             return -1;
         }
-        if (!ok || next >= fields.size()) {
+        if (!ok || next >= count) {
             return -1;
         }
         std::visit(value, fields[next++]);
     }
-    return next == fields.size() ? static_cast<long>(i) : -1;
+    return next == count ? static_cast<long>(i) : -1;
 }
 
 bool splitFrame(std::string_view m, std::string_view& func, std::string_view& rest) {
@@ -128,7 +128,9 @@ bool splitFrame(std::string_view m, std::string_view& func, std::string_view& re
     return true;
 }
 
-bool startsWithMessage(std::string_view text, char const* format) {
+namespace {
+
+size_t conversionsOf(char const* format) {
     size_t conversions = 0;
     for (char const* f = format; *f != '\0'; ++f) {
         if (*f == '%') {
@@ -136,7 +138,35 @@ bool startsWithMessage(std::string_view text, char const* format) {
             f += f[1] == '%' ? 1 : 0;
         }
     }
-    return matchFormat(text, format, std::vector<Field>(conversions, Field(kSkip))) >= 0;
+    return conversions;
+}
+
+// A message's format with its number of conversions, counted once.
+struct Known {
+    char const* format;
+    size_t conversions;
+};
+
+std::vector<Known> formatsOf(char severity) {
+    std::vector<Known> out;
+    for (LibraryMessage const& m : libraryMessages()) {
+        if (m.severity == severity) {
+            out.push_back({m.format, conversionsOf(m.format)});
+        }
+    }
+    return out;
+}
+
+bool startsWithKnown(std::string_view text, Known const& k) {
+    static std::vector<Field> const skips(16, Field(kSkip));  // more than any message has
+    return k.conversions <= skips.size() &&
+           matchFormat(text, k.format, skips.data(), k.conversions) >= 0;
+}
+
+}  // namespace
+
+bool startsWithMessage(std::string_view text, char const* format) {
+    return startsWithKnown(text, {format, conversionsOf(format)});
 }
 
 std::vector<LibraryMessage> const& libraryMessages() {
@@ -155,13 +185,13 @@ bool refusalMessage(std::string_view framed) {
     if (!splitFrame(framed, func, rest)) {
         return false;
     }
-    for (char const* format : {RYX_MSG_FRAME_INVERSION, RYX_MSG_TIME_INVERSION, RYX_MSG_SOF_MISSING,
-                               RYX_MSG_EXPOSURE_MISSING}) {
-        if (startsWithMessage(rest, format)) {
-            return true;
-        }
-    }
-    return false;
+    static std::vector<Known> const refusals = {
+        {RYX_MSG_FRAME_INVERSION, conversionsOf(RYX_MSG_FRAME_INVERSION)},
+        {RYX_MSG_TIME_INVERSION, conversionsOf(RYX_MSG_TIME_INVERSION)},
+        {RYX_MSG_SOF_MISSING, conversionsOf(RYX_MSG_SOF_MISSING)},
+        {RYX_MSG_EXPOSURE_MISSING, conversionsOf(RYX_MSG_EXPOSURE_MISSING)}};
+    return std::any_of(refusals.begin(), refusals.end(),
+                       [&](Known const& k) { return startsWithKnown(rest, k); });
 }
 
 bool anomalyOf(std::string_view message, LoggedAnomaly& a) {
@@ -180,12 +210,9 @@ bool anomalyOf(std::string_view message, LoggedAnomaly& a) {
 }
 
 bool fatalMessage(std::string_view text) {
-    for (LibraryMessage const& m : libraryMessages()) {
-        if (m.severity == 'F' && startsWithMessage(text, m.format)) {
-            return true;
-        }
-    }
-    return false;
+    static std::vector<Known> const fatal = formatsOf('F');
+    return std::any_of(fatal.begin(), fatal.end(),
+                       [&](Known const& k) { return startsWithKnown(text, k); });
 }
 
 }  // namespace ryxsim

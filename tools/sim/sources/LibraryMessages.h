@@ -30,18 +30,24 @@ using Field = std::variant<int*, long*, long long*, unsigned long*, double*, std
 // conversion (%d %ld %lld %lu %u %f %lf %.Nf %s %p, with widths) reads into its field in order.
 // A %s reads up to the literal after it (to the end when last). Returns the length of text the
 // format covered, or -1 when it does not match. Fields past a failed match may be written.
-long matchFormat(std::string_view text, char const* format, std::vector<Field> const& fields);
+long matchFormat(std::string_view text, char const* format, Field const* fields, size_t count);
+inline long matchFormat(std::string_view text, char const* format,
+                        std::vector<Field> const& fields) {
+    return matchFormat(text, format, fields.data(), fields.size());
+}
 
 // `text` is exactly the message `format` (nothing after it).
 template <typename... F>
 bool readMessage(std::string_view text, char const* format, F... fields) {
-    return matchFormat(text, format, {Field(fields)...}) == static_cast<long>(text.size());
+    Field const all[] = {Field(fields)..., Field(kSkip)};  // (never empty)
+    return matchFormat(text, format, all, sizeof...(F)) == static_cast<long>(text.size());
 }
 
 // `text` starts with the message `format` (a repeated piece, a message with text after it).
 template <typename... F>
 bool readPrefix(std::string_view text, char const* format, F... fields) {
-    return matchFormat(text, format, {Field(fields)...}) >= 0;
+    Field const all[] = {Field(fields)..., Field(kSkip)};
+    return matchFormat(text, format, all, sizeof...(F)) >= 0;
 }
 
 // "(%4d) [func] rest": the library's message frame; `func` and `rest` view into `message`.

@@ -432,17 +432,26 @@ bool readRaw(std::string_view line, LogLine& out) {
 }  // namespace
 
 int64_t daysFromCivil(int64_t year, int64_t month, int64_t day) {
-    // A capture's lines share a few dates: the last one is kept.
-    thread_local int64_t lastYear = 0, lastMonth = 0, lastDay = 0, lastDays = 0;
-    if (year != lastYear || month != lastMonth || day != lastDay) {
-        std::tm date{};
-        date.tm_year = static_cast<int>(year - 1900);
-        date.tm_mon = static_cast<int>(month - 1);
-        date.tm_mday = static_cast<int>(day);
-        lastDays = static_cast<int64_t>(timegm(&date)) / 86400;
-        lastYear = year, lastMonth = month, lastDay = day;
+    // A capture's lines share a few dates (and the calendar asks for new year's days): the
+    // last few are kept.
+    struct Known {
+        int64_t date = -1, days = 0;
+    };
+    thread_local Known known[4];
+    thread_local size_t next = 0;
+    int64_t date = (year * 16 + month) * 32 + day;
+    for (Known const& k : known) {
+        if (k.date == date) {
+            return k.days;
+        }
     }
-    return lastDays;
+    std::tm civil{};
+    civil.tm_year = static_cast<int>(year - 1900);
+    civil.tm_mon = static_cast<int>(month - 1);
+    civil.tm_mday = static_cast<int>(day);
+    int64_t days = static_cast<int64_t>(timegm(&civil)) / 86400;
+    known[next++ % 4] = {date, days};
+    return days;
 }
 
 bool parseLogLine(std::string_view line, LogLine& out) {
