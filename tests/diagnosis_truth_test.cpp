@@ -149,6 +149,7 @@ TEST(DiagnosisTruth, SeedsThatFoundAFaultStayTrue) {
         {9168, "the destructor's cut line taken to touch the last frame"},
         {8024, "the same live drop without thread ids, its process gone after it"},
         {3905, "the last check before a reconnect, without the master it dropped, read in sync"},
+        {4629, "two sessions fused at info level where the second's creation line was cut"},
     };
     std::map<std::string, Tally> tallies;
     for (auto const& f : found) {

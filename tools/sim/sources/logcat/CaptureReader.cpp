@@ -119,6 +119,18 @@ void CaptureReader::cut(int pid, std::string what, std::string_view text, int ti
     }
 }
 
+// What shows of a cut line could be the start of the helper's creation line
+// ("(  78) [SyncHelper] needCropReplace(1)"), the one line of a creation at info level.
+bool CaptureReader::mayBeCreation(std::string_view text) {
+    size_t open = text.find('[');
+    if (!startsWith(text, "(") || open == std::string_view::npos) {
+        return startsWith(text, "(");
+    }
+    std::string_view func = text.substr(open + 1);
+    std::string_view creator = "SyncHelper] ";
+    return startsWith(creator, func) || startsWith(func, creator);
+}
+
 bool CaptureReader::destructorLine(std::string_view text) {
     size_t open = text.find(") [~");
     return startsWith(text, "(") && open != std::string_view::npos && text.find('[') == open + 2;
@@ -181,8 +193,11 @@ void CaptureReader::ours(LogLine const& l) {
         // A 'process' line ("L( UID: PID) message  (TAG)") cut before its tag reads as a
         // 'thread' line ("L( PID: TID) message"): its process is the second number.
         bool processShape = mOursWithoutTid && l.tid >= 0;
-        cut(processShape ? l.tid : l.pid, "a library line cut short", l.message,
-            processShape ? -1 : l.tid);
+        int pid = processShape ? l.tid : l.pid;
+        cut(pid, "a library line cut short", l.message, processShape ? -1 : l.tid);
+        if (SessionBuilder* s = sessionOf(pid); s != nullptr && mayBeCreation(l.message)) {
+            s->mayHideCreation(mLineNo);
+        }
     }
     if (kind != LineKind::Ours) {
         return;

@@ -56,6 +56,7 @@ class CaptureReader {
     void cut(int pid, std::string what, std::string_view text = {}, int tid = -1);
     // The cut text is the start of the helper's destructor line, which no frame's call writes.
     static bool destructorLine(std::string_view text);
+    static bool mayBeCreation(std::string_view text);
     void markSessionsThatWentOn();
     // Frames in flight at once, with a margin: a number further below the highest is another
     // session's.

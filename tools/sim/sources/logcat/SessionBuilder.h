@@ -12,6 +12,7 @@
 #include <climits>
 #include <functional>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -46,6 +47,8 @@ class SessionBuilder {
     // The capture stops showing the session here: a new logcat prints the buffer again.
     void reconnected() { mReconnected = true; }
     bool wasReconnected() const { return mReconnected; }
+    // A cut line at `line` may have been the helper's creation line.
+    void mayHideCreation(int line) { mCutCreationLine = mCutCreationLine.value_or(line); }
     int pid() const { return t.pid; }
     // The lines printed again after the reconnect go on past this session's last frame: the
     // session went on while the capture did not show it.
@@ -207,6 +210,7 @@ class SessionBuilder {
     bool mFinishing = false;
     bool mReconnected = false;  // the capture stopped showing it at a reconnect
     bool mWentOn = false;       // and the session went on after it
+    std::optional<int> mCutCreationLine;
     int mLowestFrame = -1;
     std::set<int> mFirstFrames;  // the first frame numbers named, kept past settling
     bool mAtEnd = false;  // finishing: no line of the session is to come  // cells made while

@@ -354,6 +354,11 @@ void SessionBuilder::addNotes(LogClock clock) {
             " is told apart only where its frame numbers start again lower: these lines may "
             "hold more than one session");
     }
+    if (mCutCreationLine && !mSawDebug && mSawInfo) {
+        t.notes.push_back("line " + std::to_string(*mCutCreationLine) +
+                          ", a library line cut short, may have been a new session's creation "
+                          "(one line at this level): these lines may hold more than one session");
+    }
     if (mNoRendezvousCount > 0 && !mNoThreads) {
         t.notes.insert(
             t.notes.begin(),
