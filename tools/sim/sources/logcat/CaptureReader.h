@@ -60,7 +60,7 @@ class CaptureReader {
     void markSessionsThatWentOn();
     // Frames in flight at once, with a margin: a number further below the highest is another
     // session's.
-    static constexpr int kInFlight = kFramesInFlight + 2;
+    static constexpr int kInFlight = SessionBuilder::kStaleCall;
     SessionBuilder* sessionOf(int pid);
     static bool createsSession(std::string_view func, std::string_view rest,
                                SessionBuilder const* current);

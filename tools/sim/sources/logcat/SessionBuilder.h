@@ -7,6 +7,7 @@
 // that memory stays bounded over hours; a capture read whole gives the same timeline either way.
 
 #include "model/Timeline.h"
+#include "sources/LibraryMessages.h"
 #include "sources/logcat/LogLine.h"
 
 #include <climits>
@@ -74,9 +75,9 @@ class SessionBuilder {
 
     // A frame is settled once the stream is this many frames past it: more than the library's
     // ten frames in flight and its 20-frame arrival record.
-    static constexpr int kSettleLag = 40;
+    static constexpr int kSettleLag = 2 * kArrivalRecord;
     // A call this many frames behind the highest is over: at most ten frames are in flight.
-    static constexpr int kStaleCall = 12;
+    static constexpr int kStaleCall = kFramesInFlight + 2;
     static constexpr char kStartedBefore[] = "the capture starts after the session did";
 
   private:
