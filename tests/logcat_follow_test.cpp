@@ -3,6 +3,7 @@
 // is explained while the input is still open is the command line's test (sim_live_test).
 
 #include "SimulatedCapture.h"
+#include "sinks/Explanation.h"
 #include "sources/logcat/LogcatSource.h"
 
 #include <gtest/gtest.h>
@@ -43,8 +44,8 @@ Followed follow(std::string const& text) {
     FollowOptions options;
     options.folded = [&](Timeline const& t, FrameRecord const& f) {
         out.handed.push_back({t.pid, f.frame});
-        if (!f.why.empty()) {
-            out.explained.push_back(f.why);
+        if (unpassed(f)) {
+            out.explained.push_back(explainFrame(t, f));
         }
     };
     out.sessions = followLogcat(ends[0], "pipe", options);
@@ -57,8 +58,8 @@ std::vector<std::string> whysOf(std::vector<Timeline> const& sessions) {
     std::vector<std::string> v;
     for (auto const& t : sessions) {
         for (FrameRecord const* f : unpassedFrames(t)) {
-            v.push_back(f->why + " @" + std::to_string(f->firstLine.value_or(0)) + "-" +
-                        std::to_string(f->lastLine.value_or(0)));
+            v.push_back(explainFrame(t, *f) + " @" + std::to_string(f->firstLine.value_or(0)) +
+                        "-" + std::to_string(f->lastLine.value_or(0)));
         }
     }
     return v;
@@ -90,7 +91,7 @@ void expectSameStory(std::string const& text) {
     for (auto const& t : whole) {
         frames += static_cast<size_t>(t.frameCount);
         for (FrameRecord const* f : unpassedFrames(t)) {
-            whys.push_back(f->why);
+            whys.push_back(explainFrame(t, *f));
         }
     }
     EXPECT_EQ(followed.handed.size(), frames);

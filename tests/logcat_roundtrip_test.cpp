@@ -3,8 +3,8 @@
 
 #include "SeenCell.h"
 #include "Watchdog.h"
-#include "sources/run/LogSetup.h"
 #include "sources/logcat/LogcatSource.h"
+#include "sources/run/LogSetup.h"
 #include "sources/run/RunSource.h"
 #include "sources/run/Runner.h"
 #include "sources/scenario/Scenario.h"
@@ -27,7 +27,7 @@ using Cells = std::map<std::pair<int, int>, Seen>;  // (frame, camera)
 Cells seen(Timeline const& t, bool unpassedOnly) {
     Cells cells;
     for (auto const& f : t.frames) {
-        if (unpassedOnly && f.why.empty()) {
+        if (unpassedOnly && !unpassed(f)) {
             continue;
         }
         for (auto const& c : f.cells) {

@@ -88,7 +88,7 @@ std::vector<Timeline> ExplainCommand::follow() {
     options.cameraNames = mNames.labels();
     options.interrupted = [] { return gInterrupted != 0; };
     options.folded = [&out](Timeline const& t, FrameRecord const& f) {
-        if (!f.why.empty()) {
+        if (unpassed(f)) {
             out << "process " << t.pid << unpassedLine(t, f).substr(1) << std::endl;
         }
     };

@@ -68,7 +68,6 @@ struct FrameRecord {
     std::optional<int> mode;
     Refusal refusal = Refusal::None;
     std::vector<int> neverCame;  // cameras still awaited when the run or capture ended
-    std::string why;             // one line, set by finishTimeline for frames that did not pass
     // Imported sessions: where the frame is in the capture (its first and last line) and the
     // log's own time of its first line (LogClock).
     std::optional<int> firstLine, lastLine;
@@ -82,6 +81,10 @@ struct FrameRecord {
     // Start of frame of `sensor` minus that of the first target, when both are known.
     std::optional<int64_t> sofOffsetNs(int sensor) const;
 };
+
+// Some camera of the frame did not pass (or passed flagged), or never came: a frame the sinks
+// explain.
+bool unpassed(FrameRecord const& f);
 
 // One camera's cell with its frame number, for walking one camera's lane.
 struct SensorCell {
@@ -244,7 +247,7 @@ struct Timeline {
 };
 
 // Folds one complete frame (every camera that will call has its cell) into the figures and the
-// strip, explains it when it did not pass, and keeps its record while it is worth keeping.
+// strip, and keeps its record while it is worth keeping.
 // Frames are folded in ascending frame number, each number once.
 void foldFrame(Timeline& t, FrameRecord f);
 
@@ -253,10 +256,10 @@ void foldFrame(Timeline& t, FrameRecord f);
 void finishTimeline(Timeline& t);
 
 // Gives the cameras of a finished timeline new labels ("1 tele"), in its figures, its blocked
-// threads and the explanations of its frames.
+// threads; the sinks' explanations use them.
 void renameCameras(Timeline& t, std::map<int, std::string> const& labels);
 
-// Every frame record that did not pass, or passed flagged, with its explanation.
+// Every frame record that did not pass, or passed flagged.
 std::vector<FrameRecord const*> unpassedFrames(Timeline const& t);
 
 }  // namespace ryxsim

@@ -1,4 +1,5 @@
 #include "sinks/JsonSink.h"
+#include "sinks/Explanation.h"
 
 #include <ostream>
 
@@ -37,7 +38,7 @@ nlohmann::json unpassedJson(Timeline const& r) {
         }
         a.push_back({{"frame", f->frame},
                      {"request", f->request},
-                     {"why", f->why},
+                     {"why", explainFrame(r, *f)},
                      {"refusal", refusalName(f->refusal)},
                      {"first_target", f->firstTarget ? json(*f->firstTarget) : json(nullptr)},
                      {"tolerance_us", optionalJson(f->toleranceUs)},

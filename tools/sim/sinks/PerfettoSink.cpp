@@ -1,4 +1,5 @@
 #include "sinks/PerfettoSink.h"
+#include "sinks/Explanation.h"
 
 #include <nlohmann/json.hpp>
 
@@ -164,10 +165,10 @@ void addSession(json& events, Timeline const& t, Placement const& p) {
                 lastMaster = c.sensor;
             }
         }
-        if (!f.why.empty()) {
+        if (unpassed(f)) {
             events.push_back(instant(pid, kSessionTrack, at,
                                      "f" + std::to_string(f.frame) + " did not pass",
-                                     {{"why", f.why}, {"frame", f.frame}}));
+                                     {{"why", explainFrame(t, f)}, {"frame", f.frame}}));
         }
     }
     addEvents(events, t, p, t.flushes, "flush",

@@ -1,4 +1,5 @@
 #include "sinks/TextSink.h"
+#include "sinks/Explanation.h"
 
 #include "model/Words.h"
 
@@ -330,7 +331,7 @@ void writeAnomalies(std::ostream& out, Timeline const& r) {
 std::string unpassedLine(Timeline const& r, FrameRecord const& f) {
     char head[32];
     std::snprintf(head, sizeof head, "  f%-5d ", f.frame);
-    return head + f.why + whereInCapture(r, f);
+    return head + explainFrame(r, f) + whereInCapture(r, f);
 }
 
 void writeText(std::ostream& out, Timeline const& r) {
