@@ -81,7 +81,7 @@ std::string bugreport(std::string const& tombstones) {
 }
 
 int runPid() {
-    return readLogcat(systemLog(), "plain").at(0).pid;
+    return readLogcat(systemLog(), "plain").at(0).capture.pid;
 }
 
 // What an archive holds: (entry name, bytes) in order.
@@ -117,7 +117,7 @@ std::string tempPath(std::string const& name) {
 
 Timeline const* sectionSession(std::vector<Timeline> const& sessions, std::string const& section) {
     for (auto const& t : sessions) {
-        if (t.section == section) {
+        if (t.capture.section == section) {
             return &t;
         }
     }
@@ -142,7 +142,7 @@ TEST(Bugreport, EachLogIsReadAsItsSectionWithTheFilesLineNumbers) {
     }
     EXPECT_EQ(*same->firstLine, *first->firstLine + kBannerLines + 1);
 
-    EXPECT_EQ(before->pid, 812);
+    EXPECT_EQ(before->capture.pid, 812);
     std::ostringstream text;
     writeText(text, *before);
     EXPECT_NE(text.str().find("section LAST LOGCAT (the previous boot)"), std::string::npos)
@@ -178,7 +178,7 @@ TEST(Bugreport, ATombstonesAbortOfTheLibraryGivesTheRuleItBroke) {
 
     Timeline const* unseen = sectionSession(sessions, "TOMBSTONE");
     ASSERT_TRUE(unseen);
-    EXPECT_EQ(unseen->pid, 4242);
+    EXPECT_EQ(unseen->capture.pid, 4242);
     EXPECT_EQ(unseen->fatal, "an 11th frame was put in flight while ten waited");
     EXPECT_EQ(unseen->name, "tombstone of process 4242");
 }
@@ -196,7 +196,7 @@ TEST(Bugreport, AZipAndAGzipAreReadAsTheirTextIs) {
     auto fromZip = readLogcatFile(zip);
     ASSERT_EQ(fromZip.size(), 3u);
     EXPECT_EQ(verdictsOf(fromZip[0]), verdictsOf(fromText[0]));
-    EXPECT_EQ(fromZip[0].section, "SYSTEM LOG");
+    EXPECT_EQ(fromZip[0].capture.section, "SYSTEM LOG");
     EXPECT_EQ(fromZip[0].frames.at(3).firstLine, fromText[0].frames.at(3).firstLine);
     EXPECT_NE(fromZip[0].source.find("bugreport-test-2026-11-24-10-00-00.txt"), std::string::npos);
     EXPECT_EQ(fromZip[2].fatal, "camera 2 entered frame 37 twice");

@@ -78,8 +78,8 @@ Timeline readOne(std::string const& text) {
 std::map<int, int64_t> frameTimes(Timeline const& t) {
     std::map<int, int64_t> out;
     for (auto const& f : t.frames) {
-        if (f.logTimeNs && t.logOriginNs) {
-            out[f.frame] = *f.logTimeNs - *t.logOriginNs;
+        if (f.logTimeNs && t.capture.logOriginNs) {
+            out[f.frame] = *f.logTimeNs - *t.capture.logOriginNs;
         }
     }
     return out;
@@ -87,7 +87,7 @@ std::map<int, int64_t> frameTimes(Timeline const& t) {
 
 std::string gapsOf(Timeline const& t) {
     std::string s;
-    for (auto const& g : t.gaps) {
+    for (auto const& g : t.capture.gaps) {
         s += std::to_string(g.line) + ": " + g.what + "\n";
     }
     return s;
@@ -97,10 +97,10 @@ std::string gapsOf(Timeline const& t) {
 // ('long': on the header before it).
 void expectSameStory(Timeline const& crossed, Timeline const& plain, std::string const& text,
                      bool longFormat) {
-    EXPECT_TRUE(crossed.gaps.empty()) << gapsOf(crossed);
+    EXPECT_TRUE(crossed.capture.gaps.empty()) << gapsOf(crossed);
     EXPECT_EQ(verdictsOf(crossed), verdictsOf(plain));
     EXPECT_EQ(frameTimes(crossed), frameTimes(plain));
-    EXPECT_EQ(crossed.endNs, plain.endNs);
+    EXPECT_EQ(crossed.capture.endNs, plain.capture.endNs);
     std::vector<std::string> lines = linesOf(text);
     ASSERT_GT(crossed.frames.size(), 200u);
     for (auto const& f : crossed.frames) {
@@ -122,7 +122,7 @@ void expectCrossingReadsAsPlain(int64_t boundary, std::vector<std::string> const
     ASSERT_NE(last, std::string::npos) << after;
     ASSERT_LT(first, last);
     Timeline plain = readOne(plainText);
-    ASSERT_TRUE(plain.gaps.empty()) << gapsOf(plain);
+    ASSERT_TRUE(plain.capture.gaps.empty()) << gapsOf(plain);
     expectSameStory(readOne(text), plain, text, formats[0] == "long");
 }
 
@@ -213,8 +213,8 @@ TEST(LogcatCalendar, FollowedAndBugreportCapturesRunPastTheYearsEnd) {
         banner + text + "------ 0.5s was the duration of 'SYSTEM LOG' ------\n", "bugreport");
     ASSERT_EQ(sections.size(), 1u);
     SCOPED_TRACE("bugreport");
-    EXPECT_EQ(sections[0].section, "SYSTEM LOG");
-    EXPECT_TRUE(sections[0].gaps.empty()) << gapsOf(sections[0]);
+    EXPECT_EQ(sections[0].capture.section, "SYSTEM LOG");
+    EXPECT_TRUE(sections[0].capture.gaps.empty()) << gapsOf(sections[0]);
     EXPECT_EQ(verdictsOf(sections[0]), verdictsOf(plain));
     EXPECT_EQ(frameTimes(sections[0]), frameTimes(plain));
 }

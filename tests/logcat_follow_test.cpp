@@ -43,7 +43,7 @@ Followed follow(std::string const& text) {
     Followed out;
     FollowOptions options;
     options.folded = [&](Timeline const& t, FrameRecord const& f) {
-        out.handed.push_back({t.pid, f.frame});
+        out.handed.push_back({t.capture.pid, f.frame});
         if (unpassed(f)) {
             out.explained.push_back(explainFrame(t, f));
         }
@@ -74,11 +74,11 @@ void expectSameStory(std::string const& text) {
         Timeline const& b = followed.sessions[i];
         EXPECT_EQ(verdictsOf(b), verdictsOf(a));
         EXPECT_EQ(b.notes, a.notes);
-        ASSERT_EQ(b.gaps.size(), a.gaps.size());
-        for (size_t g = 0; g < a.gaps.size(); ++g) {
-            EXPECT_EQ(b.gaps[g].line, a.gaps[g].line);
-            EXPECT_EQ(b.gaps[g].what, a.gaps[g].what);
-            EXPECT_EQ(b.gaps[g].frames, a.gaps[g].frames);
+        ASSERT_EQ(b.capture.gaps.size(), a.capture.gaps.size());
+        for (size_t g = 0; g < a.capture.gaps.size(); ++g) {
+            EXPECT_EQ(b.capture.gaps[g].line, a.capture.gaps[g].line);
+            EXPECT_EQ(b.capture.gaps[g].what, a.capture.gaps[g].what);
+            EXPECT_EQ(b.capture.gaps[g].frames, a.capture.gaps[g].frames);
         }
         EXPECT_EQ(b.frameCount, a.frameCount);
         EXPECT_EQ(b.masterChanges, a.masterChanges);

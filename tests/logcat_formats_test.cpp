@@ -164,6 +164,6 @@ TEST(LogcatFormats, CompletionIsKnownOnlyFromDebugLinesWithThreadIds) {
         SCOPED_TRACE(std::to_string(c.level) + " " + c.formats[0]);
         auto sessions = readLogcat(formatCapture(atLeast(c.level), c.formats), "capture");
         ASSERT_EQ(sessions.size(), 1u);
-        EXPECT_EQ(sessions[0].completionKnown, c.known);
+        EXPECT_EQ(sessions[0].capture.completionKnown, c.known);
     }
 }

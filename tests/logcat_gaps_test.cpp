@@ -56,7 +56,7 @@ Timeline readOne(std::string const& text) {
 }
 
 CaptureGap const* gapNamed(Timeline const& t, std::string const& words) {
-    for (auto const& g : t.gaps) {
+    for (auto const& g : t.capture.gaps) {
         if (g.what.find(words) != std::string::npos) {
             return &g;
         }
@@ -69,7 +69,7 @@ CaptureGap const* gapNamed(Timeline const& t, std::string const& words) {
 void expectHonest(Timeline const& t) {
     Verdicts const want = verdictsOf(debugRun().timeline);
     std::set<int> touched;
-    for (auto const& g : t.gaps) {
+    for (auto const& g : t.capture.gaps) {
         touched.insert(g.frames.begin(), g.frames.end());
     }
     for (auto const& [cell, v] : verdictsOf(t)) {
@@ -120,7 +120,7 @@ TEST(LogcatGaps, ChattyLinesOfAnotherProcessAreNoGap) {
     chatty.message = "uid=1000(system) Binder:12_3 expire 12 lines";
     entries.insert(entries.begin() + static_cast<long>(at), chatty);
     Timeline t = readOne(formatCapture(entries, {"threadtime"}));
-    EXPECT_TRUE(t.gaps.empty());
+    EXPECT_TRUE(t.capture.gaps.empty());
     EXPECT_EQ(verdictsOf(t), verdictsOf(debugRun().timeline));
 }
 

@@ -106,7 +106,7 @@ TEST(LogcatCaptures, DebugCaptureGivesEveryFramesCause) {
     auto sessions = readLogcatFile(kData + "/threadtime_debug_noisy.txt");
     ASSERT_EQ(sessions.size(), 1u);
     Timeline& t = sessions[0];
-    EXPECT_EQ(t.pid, 1234);
+    EXPECT_EQ(t.capture.pid, 1234);
     EXPECT_EQ(t.clock, "log clock, resolution 1 ms");
     EXPECT_TRUE(t.fatal.empty());
 
@@ -139,9 +139,9 @@ TEST(LogcatCaptures, DebugCaptureGivesEveryFramesCause) {
     FrameRecord const& f599 = frameOf(t, 599);
     EXPECT_EQ(f599.neverCame, std::vector<int>{});
     EXPECT_EQ(causeOf(f599, 1).first, Verdict::Undetermined);
-    ASSERT_EQ(t.gaps.size(), 1u);
-    EXPECT_EQ(t.gaps[0].line, 147);
-    EXPECT_EQ(t.gaps[0].frames, (std::vector<int>{598, 599}));
+    ASSERT_EQ(t.capture.gaps.size(), 1u);
+    EXPECT_EQ(t.capture.gaps[0].line, 147);
+    EXPECT_EQ(t.capture.gaps[0].frames, (std::vector<int>{598, 599}));
     ASSERT_EQ(t.masterDrops.size(), 1u);
     EXPECT_EQ(std::make_pair(t.masterDrops[0].frame, t.masterDrops[0].sensor),
               std::make_pair(450, 2));
@@ -173,7 +173,8 @@ TEST(LogcatCaptures, DebugCaptureGivesEveryFramesCause) {
 TEST(LogcatCaptures, DefaultLevelShowsWhatItCanAndSaysWhatItCannot) {
     auto sessions = readLogcatFile(kData + "/time_default_two_processes.txt");
     ASSERT_EQ(sessions.size(), 2u);
-    EXPECT_EQ(std::make_pair(sessions[0].pid, sessions[1].pid), std::make_pair(2001, 2002));
+    EXPECT_EQ(std::make_pair(sessions[0].capture.pid, sessions[1].capture.pid),
+              std::make_pair(2001, 2002));
     for (auto& t : sessions) {
         ASSERT_FALSE(t.notes.empty());
         EXPECT_EQ(t.notes[0].rfind("only warnings and errors in this capture", 0), 0u);

@@ -445,7 +445,7 @@ Judgement Judge::run(std::vector<Timeline> const& report) {
         for (auto const& f : r.frames) {
             frame(r, f, main);
         }
-        for (auto const& g : r.gaps) {
+        for (auto const& g : r.capture.gaps) {
             gap(g, main, places);
         }
     }

@@ -89,7 +89,7 @@ std::vector<Timeline> ExplainCommand::follow() {
     options.interrupted = [] { return gInterrupted != 0; };
     options.folded = [&out](Timeline const& t, FrameRecord const& f) {
         if (unpassed(f)) {
-            out << "process " << t.pid << unpassedLine(t, f).substr(1) << std::endl;
+            out << "process " << t.capture.pid << unpassedLine(t, f).substr(1) << std::endl;
         }
     };
     catchInterrupt();

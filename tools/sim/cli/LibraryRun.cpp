@@ -207,8 +207,8 @@ int runLibrary(RunInput const& input, LibraryRunOptions const& options,
     }
     report.source = input.source;
     report.description = input.description;
-    report.seed = input.seed;
-    report.realtime = options.realtime;
+    report.run.seed = input.seed;
+    report.run.realtime = options.realtime;
     options.names.apply(sessions);
     int status = outputs.write(sessions);
     status = status == kExitOk && !written ? kExitWriteFailed : status;

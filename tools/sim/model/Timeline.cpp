@@ -217,7 +217,7 @@ std::string formatLogTime(LogClock const& clock, int64_t ns, std::optional<int> 
 }
 
 std::string Timeline::logTime(FrameRecord const& f) const {
-    return f.logTimeNs ? formatLogTime(logClock, *f.logTimeNs, f.logZoneS) : std::string();
+    return f.logTimeNs ? formatLogTime(capture.logClock, *f.logTimeNs, f.logZoneS) : std::string();
 }
 
 std::vector<FrameRecord const*> unpassedFrames(Timeline const& t) {

@@ -171,33 +171,44 @@ struct PairSkew {
 // Passed frames kept with their whole record by default: the latest this many.
 constexpr size_t kDefaultDetailFrames = 20000;
 
+// What only a run knows: its seed, the calls it made and what they cost.
+struct RunFacts {
+    std::optional<uint64_t> seed;
+    size_t calls = 0;
+    std::map<std::string, int> callsByKind;
+    bool realtime = false;
+    double wallSeconds = 0;
+    double cpuSeconds = 0;
+    double libCpuUsPerFrame = 0;
+    double libCpuUsPerCall = 0;
+};
+
+// What only a capture knows: where the session is in the log and what the log may not show.
+struct CaptureFacts {
+    bool completionKnown = false;        // CameraCell::completed is known (a log with debug lines)
+    int pid = -1;                        // the session's process
+    std::string section;                 // the bugreport section it was read from, if any
+    LogClock logClock;                   // how the capture prints times
+    std::optional<int64_t> logOriginNs;  // the log time of time 0
+    std::map<int, int> tidOf;            // sensor -> the log's thread id of its calls
+    std::optional<int64_t> endNs;        // the capture's last time, on the session's clock
+    std::vector<CaptureGap> gaps;
+};
+
 struct Timeline {
     std::string name;
     std::string description;  // the scenario's or the capture's own words
     std::string source;       // "scenario FILE", "built-in scenario", "trace FILE", "logcat FILE"
-    std::optional<uint64_t> seed;
     std::string clock = "steady clock, 1 ns";  // what the times are measured with
-    bool imported = false;                     // read from a log: no call figures, no CPU
-    bool completionKnown = false;         // CameraCell::completed is known (a log with debug lines)
-    int pid = -1;                         // process of an imported session
-    std::string section;                  // the bugreport section it was read from, if any
-    LogClock logClock;                    // how the capture prints times
-    std::optional<int64_t> logOriginNs;   // the log time of time 0
-    std::map<int, int> tidOf;             // sensor -> the log's thread id of its calls
-    std::optional<int64_t> endNs;         // a capture's last time, on the session's clock
+    bool imported = false;                     // read from a log: `capture` holds, `run` does not
+    RunFacts run;
+    CaptureFacts capture;
     std::map<int, std::string> threadOf;  // sensor -> thread name or id
     std::map<int, std::string> labels;    // sensor -> "0 wide"
     double fps = 30;
     int frameCount = 0;  // distinct frame numbers with a result or drop
     int firstFrame = 0, lastFrame = 0;
-    size_t calls = 0;
-    std::map<std::string, int> callsByKind;
-    bool realtime = false;
-    double wallSeconds = 0;
     double streamSeconds = 0;
-    double cpuSeconds = 0;
-    double libCpuUsPerFrame = 0;
-    double libCpuUsPerCall = 0;
 
     // Ascending frame number: every frame that did not pass or passed flagged, and the latest
     // `detailFrames` frames. A source either fills it and calls finishTimeline, or folds frames
@@ -235,7 +246,6 @@ struct Timeline {
     std::string fatal;               // the broken rule, in plain words
     std::string fatalText;           // the library's own fatal message
     std::vector<std::string> notes;  // what the source could not see
-    std::vector<CaptureGap> gaps;
     int exitStatus = 0;
 
     std::string label(int sensor) const;

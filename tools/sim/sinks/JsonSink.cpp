@@ -30,7 +30,7 @@ nlohmann::json unpassedJson(Timeline const& r) {
                      {"verdict", verdictName(c.verdict)},
                      {"cause", causeJson(c.cause)},
                      {"master", c.master},
-                     {"completed", r.completionKnown ? json(c.completed) : json(nullptr)},
+                     {"completed", r.capture.completionKnown ? json(c.completed) : json(nullptr)},
                      {"arrive_us", optionalJson(c.arriveNs, 1000.0)},
                      {"release_us", optionalJson(c.releaseNs, 1000.0)},
                      {"sof_offset_us", optionalJson(f->sofOffsetNs(c.sensor), 1000.0)}};
@@ -213,7 +213,7 @@ json eventsJson(Timeline const& r) {
 
 nlohmann::json gapsJson(Timeline const& r) {
     json a = json::array();
-    for (auto const& g : r.gaps) {
+    for (auto const& g : r.capture.gaps) {
         a.push_back({{"line", g.line}, {"what", g.what}, {"frames", g.frames}});
     }
     return a;
@@ -240,31 +240,31 @@ nlohmann::json timelineJson(Timeline const& r, bool frameLists) {
     j["tool"] = "synchelper-sim";
     j["name"] = r.name;
     j["source"] = r.source;
-    j["seed"] = r.seed ? json(*r.seed) : json(nullptr);
+    j["seed"] = r.run.seed ? json(*r.run.seed) : json(nullptr);
     j["fps"] = r.fps;
     j["description"] = r.description;
     j["imported"] = r.imported;
     j["clock"] = r.clock;
     j["notes"] = r.notes;
-    j["section"] = r.section.empty() ? json(nullptr) : json(r.section);
+    j["section"] = r.capture.section.empty() ? json(nullptr) : json(r.capture.section);
     j["gaps"] = r.imported ? gapsJson(r) : json(nullptr);
     j["fatal"] = r.fatal.empty() ? json(nullptr) : json{{"rule", r.fatal}, {"log", r.fatalText}};
     j["frames"] = r.frameCount;
     j["first_frame"] = r.firstFrame;
     j["last_frame"] = r.lastFrame;
-    j["calls"] = r.calls;
-    j["calls_by_kind"] = r.callsByKind;
-    j["realtime"] = r.realtime;
-    j["wall_s"] = r.wallSeconds;
+    j["calls"] = r.run.calls;
+    j["calls_by_kind"] = r.run.callsByKind;
+    j["realtime"] = r.run.realtime;
+    j["wall_s"] = r.run.wallSeconds;
     j["stream_s"] = r.streamSeconds;
-    j["process_cpu_s"] = r.cpuSeconds;
+    j["process_cpu_s"] = r.run.cpuSeconds;
     j["sensors"] = json::array();
     for (auto const& f : r.sensors) {
         j["sensors"].push_back(sensorJson(r, f, frameLists));
     }
     j["timing"] = {{"wait", waitJson(r.wait)},
-                   {"library_cpu_us_per_frame", r.libCpuUsPerFrame},
-                   {"library_cpu_us_per_call", r.libCpuUsPerCall},
+                   {"library_cpu_us_per_frame", r.run.libCpuUsPerFrame},
+                   {"library_cpu_us_per_call", r.run.libCpuUsPerCall},
                    {"sof_skew", skewsJson(r)}};
     j["anomalies"] = anomalySectionJson(r);
     j["events"] = eventsJson(r);

@@ -34,11 +34,11 @@ struct Placement {
 
 Placement placementOf(Timeline const& t, int index) {
     Placement p;
-    p.pid = t.imported && t.pid >= 0 ? t.pid : index;
+    p.pid = t.imported && t.capture.pid >= 0 ? t.capture.pid : index;
     if (t.imported) {
-        p.originNs = t.logOriginNs.value_or(0);
+        p.originNs = t.capture.logOriginNs.value_or(0);
         p.originUs = static_cast<double>(p.originNs) / 1000.0;
-        p.tids = t.tidOf;
+        p.tids = t.capture.tidOf;
         p.unknownTid = 1 << 22;  // above Linux's largest pid
     }
     return p;
@@ -107,8 +107,8 @@ void addCell(json& events, Timeline const& t, Placement const& p, FrameRecord co
         args["completed the frame"] = true;
     }
     std::optional<int64_t> end = c.releaseNs;
-    if (!end && c.arriveNs && t.endNs && c.verdict == Verdict::Blocked) {
-        end = std::max(*t.endNs, *c.arriveNs);
+    if (!end && c.arriveNs && t.capture.endNs && c.verdict == Verdict::Blocked) {
+        end = std::max(*t.capture.endNs, *c.arriveNs);
         args["still waiting"] = "when the capture ended";
     }
     if (c.arriveNs && end && c.cause != DropCause::Own && c.cause != DropCause::Leave) {

@@ -300,8 +300,8 @@ class SvgWriter {
             << esc(title) << "</text>\n";
         std::string sub = r.source;
         auto add = [&](std::string const& part) { sub += (sub.empty() ? "" : ", ") + part; };
-        if (r.seed) {
-            add("seed " + std::to_string(*r.seed));
+        if (r.run.seed) {
+            add("seed " + std::to_string(*r.run.seed));
         }
         if (!g.perFrame) {
             add(std::to_string(g.perColumn) +

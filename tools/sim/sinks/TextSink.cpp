@@ -36,7 +36,7 @@ std::string frameList(std::vector<LoggedAnomaly> const& v) {
 
 // What a capture at the default level cannot show is unknown, not none.
 bool seesCalls(Timeline const& r) {
-    return !r.imported || r.completionKnown;
+    return !r.imported || r.capture.completionKnown;
 }
 
 size_t labelWidth(Timeline const& r) {
@@ -52,8 +52,8 @@ void writeRunHeader(std::ostream& out, Timeline const& r) {
     std::string pace = "paced at the frame rate";
     if (!r.blocked.empty()) {
         pace = "stopped: threads blocked";
-    } else if (!r.realtime) {
-        double speed = r.wallSeconds > 0 ? r.streamSeconds / r.wallSeconds : 0;
+    } else if (!r.run.realtime) {
+        double speed = r.run.wallSeconds > 0 ? r.streamSeconds / r.run.wallSeconds : 0;
         pace = speed >= 1.5 ? std::to_string(static_cast<long>(std::lround(speed))) +
                                   "x faster than real time"
                             : "about real time or slower";
@@ -62,11 +62,11 @@ void writeRunHeader(std::ostream& out, Timeline const& r) {
                   "%s, %s (f%d..f%d) at %g fps = %.1f s of stream, run in %.2f s (%s)\n",
                   plural(static_cast<long long>(r.sensors.size()), "sensor", "sensors").c_str(),
                   plural(r.frameCount, "frame", "frames").c_str(), r.firstFrame, r.lastFrame, r.fps,
-                  r.streamSeconds, r.wallSeconds, pace.c_str());
+                  r.streamSeconds, r.run.wallSeconds, pace.c_str());
     out << line;
-    out << plural(static_cast<long long>(r.calls), "call", "calls") << ":";
+    out << plural(static_cast<long long>(r.run.calls), "call", "calls") << ":";
     bool first = true;
-    for (auto const& [kind, n] : r.callsByKind) {
+    for (auto const& [kind, n] : r.run.callsByKind) {
         out << (first ? " " : ", ") << n << " " << kind;
         first = false;
     }
@@ -82,8 +82,8 @@ void writeImportedHeader(std::ostream& out, Timeline const& r) {
     std::snprintf(line, sizeof line,
                   "%s, %s (f%d..f%d), process %d; times from the log's clock (%s)\n",
                   plural(static_cast<long long>(r.sensors.size()), "sensor", "sensors").c_str(),
-                  plural(r.frameCount, "frame", "frames").c_str(), r.firstFrame, r.lastFrame, r.pid,
-                  r.clock.c_str());
+                  plural(r.frameCount, "frame", "frames").c_str(), r.firstFrame, r.lastFrame,
+                  r.capture.pid, r.clock.c_str());
     out << line;
     for (auto const& n : r.notes) {
         out << "  note: " << n << "\n";
@@ -195,8 +195,8 @@ void writeGaps(std::ostream& out, Timeline const& r) {
         return;
     }
     out << "\ngaps in the capture: "
-        << (r.gaps.empty() ? "none seen" : std::to_string(r.gaps.size())) << "\n";
-    for (auto const& g : r.gaps) {
+        << (r.capture.gaps.empty() ? "none seen" : std::to_string(r.capture.gaps.size())) << "\n";
+    for (auto const& g : r.capture.gaps) {
         out << "  line " << g.line << ": " << g.what;
         if (!g.frames.empty()) {
             out << "; " << plural(static_cast<long long>(g.frames.size()), "frame", "frames")
@@ -259,7 +259,7 @@ void writeTiming(std::ostream& out, Timeline const& r) {
         std::snprintf(line, sizeof line,
                       "  library CPU: %.1f us per frame (all sensors), %.1f us per call; process "
                       "CPU %.2f s\n",
-                      r.libCpuUsPerFrame, r.libCpuUsPerCall, r.cpuSeconds);
+                      r.run.libCpuUsPerFrame, r.run.libCpuUsPerCall, r.run.cpuSeconds);
         out << line;
     }
 }
@@ -336,15 +336,15 @@ std::string unpassedLine(Timeline const& r, FrameRecord const& f) {
 
 void writeText(std::ostream& out, Timeline const& r) {
     out << "synchelper-sim: " << r.name;
-    if (r.seed) {
-        out << " (seed " << *r.seed << ")";
+    if (r.run.seed) {
+        out << " (seed " << *r.run.seed << ")";
     }
     if (!r.source.empty()) {
         out << ", " << r.source;
     }
-    if (!r.section.empty()) {
-        out << ", section " << r.section
-            << (r.section == "LAST LOGCAT" ? " (the previous boot)" : "");
+    if (!r.capture.section.empty()) {
+        out << ", section " << r.capture.section
+            << (r.capture.section == "LAST LOGCAT" ? " (the previous boot)" : "");
     }
     out << "\n";
     if (!r.description.empty()) {

@@ -257,10 +257,11 @@ std::vector<Timeline> CaptureReader::finish() {
         out.push_back(mSessions[i] ? mSessions[i]->finish(mLastLineOf[i], clock, mFollow)
                                    : std::move(mFinished[i]));
         mSessions[i].reset();
-        out.back().section = mSection;
+        out.back().capture.section = mSection;
         Timeline& t = out.back();
-        if (mLastTimeNs && t.logOriginNs) {
-            t.endNs = *mLastTimeNs - *t.logOriginNs;  // calls still waiting wait until here
+        if (mLastTimeNs && t.capture.logOriginNs) {
+            t.capture.endNs =
+                *mLastTimeNs - *t.capture.logOriginNs;  // calls still waiting wait until here
         }
         if (mSessions.size() > 1) {
             out.back().name +=
@@ -271,7 +272,7 @@ std::vector<Timeline> CaptureReader::finish() {
         out.push_back(sessionlessTimeline(
             mFile, "no session", "Android log capture of " + std::to_string(mLineNo) + " lines",
             "no line of the library's tags (RyxCam/...) in this capture"));
-        out.back().section = mSection;
+        out.back().capture.section = mSection;
     }
     return out;
 }

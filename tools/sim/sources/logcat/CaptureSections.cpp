@@ -142,7 +142,7 @@ void CaptureSections::attach(std::vector<Timeline>& sessions, Abort const& a) co
                        ", thread " + std::to_string(a.tid) +
                        (a.process.empty() ? "" : " " + a.process) + ")";
     for (auto it = sessions.rbegin(); it != sessions.rend(); ++it) {
-        if (it->pid != a.pid || a.pid < 0) {
+        if (it->capture.pid != a.pid || a.pid < 0) {
             continue;
         }
         if (it->fatal.empty()) {
@@ -158,8 +158,8 @@ void CaptureSections::attach(std::vector<Timeline>& sessions, Abort const& a) co
         mFile, "tombstone of process " + std::to_string(a.pid),
         "the " + said + ", a process no log of this file shows",
         "only the abort is known: no line of the library's tags for this process");
-    t.pid = a.pid;
-    t.section = "TOMBSTONE";
+    t.capture.pid = a.pid;
+    t.capture.section = "TOMBSTONE";
     t.fatal = fatalRule(a.message);
     t.fatalText = a.message;
     sessions.push_back(std::move(t));

@@ -12,7 +12,7 @@ constexpr int64_t kTimeBackGap = 1000000000;
 
 SessionBuilder::SessionBuilder(std::string const& file, int pid, int line, bool created) {
     t.imported = true;
-    t.pid = pid;
+    t.capture.pid = pid;
     t.name = "session of process " + std::to_string(pid);
     t.source = "logcat " + file;
     mFirstLine = line;
@@ -165,7 +165,7 @@ void SessionBuilder::onLine(LogLine const& l, int line, std::string_view func,
         if (!mOriginSet) {
             mOrigin = *l.timeNs;
             mOriginSet = true;
-            t.logOriginNs = mOrigin;
+            t.capture.logOriginNs = mOrigin;
         }
         // Threads stamp their lines before logd orders them, so lines a few milliseconds out of
         // order are normal; a step back of a second or more is another capture or a clock set.

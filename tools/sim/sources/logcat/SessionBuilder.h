@@ -50,7 +50,7 @@ class SessionBuilder {
     bool wasReconnected() const { return mReconnected; }
     // A cut line at `line` may have been the helper's creation line.
     void mayHideCreation(int line) { mCutCreationLine = mCutCreationLine.value_or(line); }
-    int pid() const { return t.pid; }
+    int pid() const { return t.capture.pid; }
     // The lines printed again after the reconnect go on past this session's last frame: the
     // session went on while the capture did not show it.
     void wentOn() { mWentOn = true; }

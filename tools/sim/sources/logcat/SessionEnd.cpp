@@ -350,7 +350,7 @@ void SessionBuilder::addNotes(LogClock clock) {
             "the library logs a session's creation at info and debug level only, so whether "
             "this session started before the capture is unknown, and a later session of "
             "process " +
-            std::to_string(t.pid) +
+            std::to_string(t.capture.pid) +
             " is told apart only where its frame numbers start again lower: these lines may "
             "hold more than one session");
     }
@@ -406,19 +406,19 @@ Timeline SessionBuilder::finish(int lastLine, LogClock clock, FrameSink const& f
     labelCameras();
     for (auto const& [tid, cam] : mCamOfTid) {
         t.threadOf[cam] = "tid " + std::to_string(tid);
-        t.tidOf[cam] = tid;
+        t.capture.tidOf[cam] = tid;
     }
-    t.logClock = clock;
+    t.capture.logClock = clock;
     t.description = "Android log capture, lines " + std::to_string(mFirstLine) + "-" +
-                    std::to_string(lastLine) + ", process " + std::to_string(t.pid) +
+                    std::to_string(lastLine) + ", process " + std::to_string(t.capture.pid) +
                     (mCreated                ? ""
                      : mSawDebug || mSawInfo ? " (the session started before the capture)"
                                              : " (its start is not shown at this log level)");
-    t.completionKnown = mSawDebug && !mNoThreads;
+    t.capture.completionKnown = mSawDebug && !mNoThreads;
     addNotes(clock);
     foldBelow(INT_MAX, folded);
     finishTimeline(t);
-    t.calls = 0;
+    t.run.calls = 0;
     t.exitStatus = 0;
     return std::move(t);
 }

@@ -151,7 +151,7 @@ void SessionBuilder::markGap(PendingGap const& g) {
             }
         }
     }
-    t.gaps.push_back(std::move(gap));
+    t.capture.gaps.push_back(std::move(gap));
 }
 
 static bool alreadyUndetermined(FrameRecord const& f) {  // by a gap before the end
@@ -171,7 +171,7 @@ bool SessionBuilder::cutWhileChecked(FrameRecord const& f) {
 }
 
 bool SessionBuilder::touchedByGap(int frame) const {
-    return std::any_of(t.gaps.begin(), t.gaps.end(), [&](CaptureGap const& g) {
+    return std::any_of(t.capture.gaps.begin(), t.capture.gaps.end(), [&](CaptureGap const& g) {
         return std::find(g.frames.begin(), g.frames.end(), frame) != g.frames.end();
     });
 }
@@ -202,7 +202,7 @@ void SessionBuilder::markEnd(int lastLine) {
     if (!end.frames.empty()) {
         end.what = "the capture ends with " + std::to_string(end.frames.size()) +
                    (end.frames.size() == 1 ? " frame" : " frames") + " still open";
-        t.gaps.push_back(std::move(end));
+        t.capture.gaps.push_back(std::move(end));
     }
 }
 

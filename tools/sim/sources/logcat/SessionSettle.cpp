@@ -79,8 +79,8 @@ void SessionBuilder::settle(FrameSink const& folded, LogClock clock) {
         return;  // settled in batches: a few frames at a time
     }
     labelCameras();
-    t.completionKnown = mSawDebug && !mNoThreads;
-    t.logClock = clock;
+    t.capture.completionKnown = mSawDebug && !mNoThreads;
+    t.capture.logClock = clock;
     resolveBelow(bound);
     markGaps(bound, false);
     for (size_t i = mGapsMarked; i < mGaps.size(); ++i) {

@@ -75,7 +75,7 @@ void RunTimeline::logged(LoggedAnomaly const& a) {
 }
 
 void RunTimeline::call(size_t index, CallRow const& row, CallOutcome const& out) {
-    mT.calls++;
+    mT.run.calls++;
     if (out.returned) {
         mCpu[row.sensor].first += out.cpuNs;
         mCpu[row.sensor].second += 1;
@@ -95,7 +95,7 @@ void RunTimeline::addEvent(CallRow const& row, CallOutcome const& out) {
     if (out.started) {
         at = out.startNs;
     }
-    mT.callsByKind[kindName(row.kind)]++;
+    mT.run.callsByKind[kindName(row.kind)]++;
     switch (row.kind) {
         case CallKind::Flush:
             mT.flushes.push_back({row.frame, row.sensor, at});
@@ -202,8 +202,8 @@ void RunTimeline::close(OpenFrame& open) {
 Timeline RunTimeline::finish(RunResult const& run) {
     closeBefore(INT32_MAX);
     sortAnomalies(mT);
-    mT.wallSeconds = run.wallSeconds;
-    mT.cpuSeconds = run.cpuSeconds;
+    mT.run.wallSeconds = run.wallSeconds;
+    mT.run.cpuSeconds = run.cpuSeconds;
     for (auto const& [id, c] : mCpu) {
         SensorFigures s;
         s.sensor = id;
@@ -215,8 +215,8 @@ Timeline RunTimeline::finish(RunResult const& run) {
             {b.sensor, mT.label(b.sensor), callName(b.kind), b.frame, b.request, b.seconds});
     }
     finishTimeline(mT);
-    mT.libCpuUsPerFrame = mT.frameCount ? mCpuAll / 1000.0 / mT.frameCount : 0;
-    mT.libCpuUsPerCall = mReturned ? mCpuAll / 1000.0 / static_cast<double>(mReturned) : 0;
+    mT.run.libCpuUsPerFrame = mT.frameCount ? mCpuAll / 1000.0 / mT.frameCount : 0;
+    mT.run.libCpuUsPerCall = mReturned ? mCpuAll / 1000.0 / static_cast<double>(mReturned) : 0;
     mT.exitStatus = mT.blocked.empty() ? 0 : 3;
     return std::move(mT);
 }
