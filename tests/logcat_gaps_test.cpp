@@ -169,6 +169,26 @@ TEST(LogcatGaps, ACaptureStartingMidSessionMarksItsFirstFrames) {
     expectHonest(t);
 }
 
+// A capture that stops right after a camera entered its call, before the call reached its
+// rendezvous: the call is under way, not a flushed arrival, and the frame is one the end left
+// open. (Found when a cut line of one thread came just after another thread's entry line.)
+TEST(LogcatGaps, ACallCutOnItsWayToTheRendezvousIsLeftOpenByTheEnd) {
+    std::vector<LogEntry> entries = debugRun().entries;
+    size_t entry = firstEntryOf(entries, 100);
+    ASSERT_NE(entries[entry].message.find("[syncResultCheck] [f100] +"), std::string::npos);
+    entries.resize(entry + 1);
+    Timeline t = readOne(formatCapture(entries, {"threadtime"}));
+    CaptureGap const* gap = gapNamed(t, "the capture ends with");
+    ASSERT_NE(gap, nullptr);
+    EXPECT_NE(std::find(gap->frames.begin(), gap->frames.end(), 100), gap->frames.end());
+    FrameRecord const* f = t.findFrame(100);
+    ASSERT_NE(f, nullptr);
+    ASSERT_EQ(f->cells.size(), 1u);
+    EXPECT_EQ(f->cells[0].verdict, Verdict::Undetermined);
+    EXPECT_NE(f->undeterminedWhy.find("on its way to the rendezvous"), std::string::npos);
+    expectHonest(t);
+}
+
 TEST(LogcatGaps, TimeGoingBackIsNamedWithItsLine) {
     std::vector<LogEntry> entries = debugRun().entries;
     int dropped = 0;

@@ -210,6 +210,7 @@ void CaptureReader::ours(LogLine const& l) {
     if (create || current == nullptr || restarts(l, func, *current)) {
         if (it != mCurrent.end()) {  // the process's session before this one is over
             mFinished.resize(mSessions.size());
+            mSessions[it->second]->endShown();
             mFinished[it->second] =
                 mSessions[it->second]->finish(mLastLineOf[it->second], clockSoFar(), mFollow);
             mSessions[it->second].reset();

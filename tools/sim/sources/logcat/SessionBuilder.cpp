@@ -178,6 +178,7 @@ void SessionBuilder::onLine(LogLine const& l, int line, std::string_view func,
         mLastTimeNs = std::max(mLastTimeNs.value_or(*l.timeNs), *l.timeNs);
     }
     mSawDebug = mSawDebug || l.level == 'D' || l.level == 'V';
+    mEndShown = mEndShown || startsWith(func, "~");
     mSawInfo = mSawInfo || l.level == 'I';
     mNoThreads = mNoThreads || l.tid < 0;
     static thread_local std::string s;

@@ -38,6 +38,9 @@ class SessionBuilder {
     // `clock`: how the capture prints times (Form::None when it has none); `folded` sees the
     // frames not folded before.
     Timeline finish(int lastLine, LogClock clock, FrameSink const& folded = nullptr);
+    // The session's end is in the capture: the next session of its process started. (Its
+    // destructor line says so too.) Calls still open then returned without a line.
+    void endShown() { mEndShown = true; }
     // Resolves and folds the frames so far behind the latest (kSettleLag frames) that no line of
     // theirs is still to come: no call or update of theirs under way, no gap that may still touch
     // them. Cheap when there is nothing to settle; call it after every line. `clock`: how the
@@ -92,7 +95,8 @@ class SessionBuilder {
         bool flushedOnArrival = false;  // entered syncResultCheck and never reached the rendezvous
         bool ownDrop = false;
         bool left = false;
-        bool syncOff = false;  // no rendezvous in a run of such frames: RYX_FRAMESYNC_ENABLE off
+        bool syncOff = false;    // no rendezvous in a run of such frames: RYX_FRAMESYNC_ENABLE off
+        bool cutInCall = false;  // the capture ends while its call is on its way to the rendezvous
     };
     struct FrameFlags {
         bool ready = false;          // the updaters ran (onEvent type 0)
@@ -209,6 +213,7 @@ class SessionBuilder {
     bool mSawDebug = false;  // debug or verbose lines: every call is shown
     bool mSawInfo = false;   // info lines: the helper's creation is shown
     bool mFinishing = false;
+    bool mEndShown = false;
     bool mReconnected = false;  // the capture stopped showing it at a reconnect
     bool mWentOn = false;       // and the session went on after it
     std::optional<int> mCutCreationLine;

@@ -29,23 +29,33 @@ constexpr char kLiveDropWhy[] =
     "dropped while its cameras waited, by a flush or the master's drop: the dropping thread's "
     "next line, which tells them apart, is not in the capture";
 
+constexpr char kCutInCallWhy[] =
+    "the capture ends while this camera's call is on its way to the rendezvous, where it may yet "
+    "be dropped";
+
 constexpr char kRunEdgeWhy[] =
     "its calls reached no rendezvous: sync switched off (RYX_FRAMESYNC_ENABLE) or a flush, which "
     "the log does not tell apart at the edge of a run of such frames or at the session's end";
 
 }  // namespace
 
-// A call still open at the end of the capture is in progress, not dropped.
+// A call still open at the end of the capture is in progress, not dropped. One that had not
+// reached its rendezvous returned without one when the session's end is shown; where the
+// capture stops before the session does, it may yet have been dropped there, or not. Without
+// thread ids its camera is not known, and it is taken as the other calls that reached none.
 void SessionBuilder::closeOpenCalls() {
     std::vector<int> beforeRendezvous;
     for (auto const& [tid, call] : mCalls) {
-        if (!call.enqueued) {
-            beforeRendezvous.push_back(tid);  // reached no rendezvous before the session's end
+        auto cam = camOf(tid);
+        if (!call.enqueued && (!cam || mEndShown)) {
+            beforeRendezvous.push_back(tid);
             continue;
         }
-        if (auto cam = camOf(tid)) {
+        if (cam) {
             CameraCell& c = cell(call.frame, *cam);
-            mCells[{call.frame, *cam}].entered = true;
+            CellFlags& cf = mCells[{call.frame, *cam}];
+            cf.entered = true;
+            cf.cutInCall = !call.enqueued;
             if (!c.arriveNs) {
                 c.arriveNs = call.at;
             }
@@ -259,6 +269,9 @@ void SessionBuilder::resolve(FrameRecord& f) {
             c.cause = DropCause::Own;
         } else if (cf.left) {
             c.cause = DropCause::Leave;
+        } else if (cf.cutInCall) {
+            c.verdict = Verdict::Undetermined;
+            f.undeterminedWhy = kCutInCallWhy;
         } else if (cf.syncOff) {
             c.verdict = Verdict::Unchecked;
         } else if (cf.flushedOnArrival && cf.inDropList) {

@@ -183,7 +183,10 @@ void SessionBuilder::markEnd(int lastLine) {
     }
     CaptureGap end{lastLine, "", {}};
     for (auto& [n, f] : mWork) {
-        if (openAtEnd(f)) {
+        bool cutInCall = std::any_of(f.cells.begin(), f.cells.end(), [&](CameraCell const& c) {
+            return mCells[{f.frame, c.sensor}].cutInCall;
+        });
+        if (openAtEnd(f) || (cutInCall && !touchedByGap(f.frame))) {
             end.frames.push_back(f.frame);
         } else if (cutWhileChecked(f) && !alreadyUndetermined(f) && !touchedByGap(f.frame)) {
             // (A gap the frame is in may hold the camera's way out: that gap is its cause.)
