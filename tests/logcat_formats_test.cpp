@@ -2,6 +2,7 @@
 // user saves, read back: every frame right where the format carries thread ids; where it does not,
 // no frame is called in sync that the run did not pass in sync, and the report says why.
 
+#include "GeneratedTrace.h"
 #include "SimulatedCapture.h"
 #include "sources/logcat/LogcatSource.h"
 
@@ -117,7 +118,7 @@ std::vector<LogEntry> const& syncOffRun() {
         NSCam::Utils::ULog::ULogger::sDetailsLevel = 5;
         ryxsim::Scenario s =
             ryxsim::readScenarioFile(std::string(RYX_SIM_SCENARIOS) + "/two_sensor.json");
-        ryxsim::Trace trace = ryxsim::generateTrace(s, s.seed);
+        ryxsim::Trace trace = ryxtest::generateTrace(s, s.seed);
         std::ostringstream log;
         ryxsim::RunOptions options;
         options.logcat = &log;

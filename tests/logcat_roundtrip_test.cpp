@@ -1,6 +1,7 @@
 // A simulated run's own log, read back, gives the run's per-frame verdicts and causes: every
 // frame at debug level, every frame that did not pass at the default level.
 
+#include "GeneratedTrace.h"
 #include "SeenCell.h"
 #include "Watchdog.h"
 #include "sources/logcat/LogcatSource.h"
@@ -16,6 +17,7 @@
 #include <sstream>
 
 using namespace ryxsim;
+using ryxtest::generateTrace;
 using namespace std::chrono_literals;
 
 namespace {

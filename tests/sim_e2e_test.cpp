@@ -1,11 +1,12 @@
 // synchelper-sim against the real library: the built-in session's figures against what the
 // library wrote, record then replay, and the command line (bad input, blocked threads, properties).
 
+#include "GeneratedTrace.h"
 #include "SimCommandLine.h"
 #include "Watchdog.h"
-#include "sources/run/LogSetup.h"
 #include "sinks/JsonSink.h"
 #include "sinks/TextSink.h"
+#include "sources/run/LogSetup.h"
 #include "sources/run/RunSource.h"
 #include "sources/run/Runner.h"
 #include "sources/scenario/Scenario.h"
@@ -27,6 +28,7 @@
 #include <tuple>
 
 using namespace ryxsim;
+using ryxtest::generateTrace;
 using namespace std::chrono_literals;
 using ryxtest::CommandLine;
 

@@ -2,6 +2,7 @@
 // The built-in scenario run through the library under a watchdog, as a timeline: the real
 // output that the format checks of the simulator's sinks look at.
 
+#include "GeneratedTrace.h"
 #include "Watchdog.h"
 #include "sources/run/LogSetup.h"
 #include "sources/run/RunSource.h"

@@ -1,6 +1,7 @@
 // synchelper-sim without the library: scenario and trace files (good and bad), the expansion of
 // a scenario into calls, the report's classification, and the timeline.
 
+#include "GeneratedTrace.h"
 #include "cli/ProgressLines.h"
 #include "sinks/JsonSink.h"
 #include "sinks/SvgSink.h"
@@ -19,6 +20,7 @@
 #include <tuple>
 
 using namespace ryxsim;
+using ryxtest::generateTrace;
 
 namespace {
 

@@ -3,6 +3,7 @@
 // with its own debug log as logcat entries: the run's verdicts are what a capture of it must give
 // back.
 
+#include "GeneratedTrace.h"
 #include "LogcatFormats.h"
 #include "Watchdog.h"
 #include "sources/run/LogSetup.h"
@@ -49,7 +50,7 @@ inline Run const& debugRun() {
         NSCam::Utils::ULog::ULogger::sDetailsLevel = 5;
         ryxsim::Scenario s = ryxsim::parseScenario(ryxsim::defaultScenarioText(), "built-in");
         s.frames = 300;
-        ryxsim::Trace trace = ryxsim::generateTrace(s, s.seed);
+        ryxsim::Trace trace = ryxtest::generateTrace(s, s.seed);
         std::ostringstream log;
         ryxsim::RunOptions options;
         options.logcat = &log;

@@ -1,8 +1,9 @@
 #include "TruthSessions.h"
+#include "GeneratedTrace.h"
 
 #include "Watchdog.h"
-#include "sources/run/LogSetup.h"
 #include "sources/run/FlowCheck.h"
+#include "sources/run/LogSetup.h"
 #include "sources/run/RunSource.h"
 #include "sources/run/Runner.h"
 #include "sources/scenario/Scenario.h"
@@ -142,7 +143,7 @@ bool runSession(std::string const& text, uint64_t seed, TrueSession& out) {
         ADD_FAILURE() << "a generated scenario is refused: " << e.what() << "\n" << text;
         return false;
     }
-    ryxsim::Trace trace = ryxsim::generateTrace(s, s.seed);
+    ryxsim::Trace trace = ryxtest::generateTrace(s, s.seed);
     dropTimestamps(rng, trace);
     if (!runsCleanly(trace)) {
         return false;

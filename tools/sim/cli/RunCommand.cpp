@@ -3,7 +3,7 @@
 #include "cli/Cli.h"
 #include "model/ParseError.h"
 #include "sources/InputChecks.h"
-#include "sources/scenario/Scenario.h"
+#include "sources/scenario/ScenarioRows.h"
 
 #include <iostream>
 

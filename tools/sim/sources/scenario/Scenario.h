@@ -1,6 +1,7 @@
 #pragma once
-// Scenario files (JSON): a multi-camera session described per sensor and per frame range, and
-// its expansion into the trace of pipeline calls. The format is described in tools/README.md.
+// Scenario files (JSON): a multi-camera session described per sensor and per frame range, read
+// and checked. Its expansion into pipeline calls is ScenarioRows.h. The format is described in
+// tools/README.md.
 
 #include "model/Calls.h"
 #include "model/ParseError.h"
@@ -94,12 +95,6 @@ struct Scenario {
     double zoomMax = 2.0;
 };
 
-// What the generator decided from the seed, for reports and tests.
-struct GenerationPlan {
-    std::vector<std::pair<int, int>> outOfTolerance;  // (frame, sensor)
-    std::vector<std::pair<int, int>> slaveDrops;      // (frame, sensor)
-};
-
 // Parses scenario text (JSON); `fileName` is used in error messages. Throws ParseError naming
 // the line and the field.
 Scenario parseScenario(std::string const& text, std::string const& fileName);
@@ -107,25 +102,5 @@ Scenario readScenarioFile(std::string const& path);
 
 // The built-in scenario (the text of tools/scenarios/default.json).
 std::string const& defaultScenarioText();
-
-// Expands a scenario into the calls of its session as they are asked for, one frame at a time:
-// the random picks are made up front, the rows of a frame only when its turn comes, so a session
-// of any length takes the same memory. Deterministic for a given seed.
-class ScenarioRows : public RowSource {
-  public:
-    ScenarioRows(Scenario const& scenario, uint64_t seed);
-    ~ScenarioRows() override;
-    SessionInfo const& session() const override;
-    std::vector<int> sensors() const override;
-    bool next(CallRow& row) override;
-    GenerationPlan const& plan() const;
-
-  private:
-    struct State;
-    std::unique_ptr<State> mState;
-};
-
-// The whole expansion at once (ScenarioRows gathered), for short sessions and tests.
-Trace generateTrace(Scenario const& scenario, uint64_t seed, GenerationPlan* plan = nullptr);
 
 }  // namespace ryxsim
