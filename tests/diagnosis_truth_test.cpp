@@ -150,6 +150,7 @@ TEST(DiagnosisTruth, SeedsThatFoundAFaultStayTrue) {
         {8024, "the same live drop without thread ids, its process gone after it"},
         {3905, "the last check before a reconnect, without the master it dropped, read in sync"},
         {4629, "two sessions fused at info level where the second's creation line was cut"},
+        {2775, "sync switched off read as a flush next to a frame whose calls the end cut"},
     };
     std::map<std::string, Tally> tallies;
     for (auto const& f : found) {

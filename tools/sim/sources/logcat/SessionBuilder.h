@@ -239,6 +239,7 @@ class SessionBuilder {
     std::set<int> mUnattributed;  // frames with a drop line no camera can be given
     std::set<int> mLastChecked;   // the cameras of the latest timestamp check resolved
     std::set<int> mRunEdges;      // first and last frames of runs without a rendezvous
+    std::set<int> mCutInCall;     // frames with a call the capture's end cut before its rendezvous
     std::map<int, int> mEntries;  // without thread ids: frame -> syncResultCheck calls entered
     int mLastEntry = -1;          // and the frame of the latest call entered
     std::vector<std::string> mErrors;

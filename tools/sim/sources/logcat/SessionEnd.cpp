@@ -56,6 +56,9 @@ void SessionBuilder::closeOpenCalls() {
             CellFlags& cf = mCells[{call.frame, *cam}];
             cf.entered = true;
             cf.cutInCall = !call.enqueued;
+            if (cf.cutInCall) {
+                mCutInCall.insert(call.frame);
+            }
             if (!c.arriveNs) {
                 c.arriveNs = call.at;
             }
@@ -90,6 +93,11 @@ std::set<int> SessionBuilder::takeSyncOff(int bound) {
         }
         if (f < bound && f >= mResolvedBelow && mAtEnd && !after && f >= mHighestFrame) {
             mRunEdges.insert(f);  // the session's last frame: a flush, or a run cut by its end
+        }
+        // Next to a frame whose call the end cut, which may or may not have met a rendezvous.
+        if (f < bound && f >= mResolvedBelow &&
+            (mCutInCall.count(f - 1) + mCutInCall.count(f + 1))) {
+            mRunEdges.insert(f);
         }
     }
     for (int f : noRendezvous) {
