@@ -1,6 +1,11 @@
+// The run's driver: one thread per sensor making its rows' calls into the library, paced or in
+// trace order, a window of rows between the source and the sink, and the watch for threads
+// blocked in the library. The log collector (RunLogCollector.h) and the calls' records
+// (CallRecord.h) are units of their own.
 #include "sources/run/Runner.h"
 
-#include "sources/LibraryMessages.h"
+#include "sources/run/CallRecord.h"
+#include "sources/run/RunLogCollector.h"
 
 #include <ISyncHelper.h>
 #include <NSCam/ULogger.h>
@@ -48,170 +53,6 @@ double processCpuSeconds() {
 
 // A stall in which the process used at least this share of one core is still work going on.
 constexpr double kBusyShareOfStall = 0.25;
-
-// Receives the library's unified-logger lines during a run and keeps the ones the report lists.
-// On a fatal statement (the flush before the abort) it says on stderr what stopped the process.
-class Collector : public ULogger {
-  public:
-    // Lines above `maxLevel` (ULog levels: 1 error .. 5 debug) are only watched for the start of
-    // a rendezvous wait, which `onWait` hears about on the waiting thread.
-    Collector(std::ostream* logcat, uint32_t maxLevel, std::function<void()> onWait)
-        : mLogcat(logcat), mMaxLevel(maxLevel), mOnWait(std::move(onWait)) {}
-
-    void output(uint32_t, const char* tag, uint32_t level, const char* text, int) override {
-        if (text == nullptr) {
-            return;
-        }
-        std::string_view func, rest;
-        bool framed = splitFrame(text, func, rest);
-        // The calling thread is about to wait in the rendezvous.
-        if (mOnWait && level == 5 && framed && func == "enque" &&
-            readMessage(rest, RYX_MSG_QUEUE_WAIT, kSkip, kSkip, kSkip, kSkip)) {
-            mOnWait();
-        }
-        if (level > mMaxLevel) {
-            return;
-        }
-        if (mLogcat != nullptr) {
-            static char const kLevels[] = "?EWIVD";
-            writeLogcat(level < 6 ? kLevels[level] : 'V', tag, text);
-        }
-        LoggedAnomaly a{};
-        bool keep = framed && anomalyOf(rest, a);
-        std::lock_guard<std::mutex> lock(mMutex);
-        if (level == 1) {
-            mLastError = text;
-            mLastTag = tag != nullptr ? tag : "";
-        }
-        if (keep) {
-            a.text = text;
-            mAnomalies.push_back(a);
-        }
-    }
-
-    void flush(int reason) override {
-        std::string last;
-        {
-            std::lock_guard<std::mutex> lock(mMutex);
-            last = mLastError;
-        }
-        if (mLogcat != nullptr) {
-            // What the abort itself prints on a device.
-            writeLogcat('F', mLastTag.c_str(), last.c_str());
-            mLogcat->flush();
-        }
-        std::fprintf(stderr,
-                     "synchelper-sim: the library ended the process (fatal %d): %s\n"
-                     "synchelper-sim: the call flow of this trace is broken for the library; "
-                     "no report was written\n",
-                     reason, last.c_str());
-        std::fflush(stderr);
-    }
-
-    // The anomalies collected since the last call.
-    std::vector<LoggedAnomaly> take() {
-        std::lock_guard<std::mutex> lock(mMutex);
-        return std::exchange(mAnomalies, {});
-    }
-
-  private:
-    // One line as logcat -v threadtime prints it, on the wall clock.
-    void writeLogcat(char level, const char* tag, const char* text) {
-        std::lock_guard<std::mutex> lock(mLogcatMutex);  // lines in time order
-        timespec ts{};
-        clock_gettime(CLOCK_REALTIME, &ts);
-        tm local{};
-        localtime_r(&ts.tv_sec, &local);
-        char head[64];
-        std::snprintf(head, sizeof head, "%02d-%02d %02d:%02d:%02d.%03ld %5d %5d %c ",
-                      local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec,
-                      ts.tv_nsec / 1000000, static_cast<int>(getpid()),
-                      static_cast<int>(syscall(SYS_gettid)), level);
-        *mLogcat << head << (tag != nullptr ? tag : "") << ": " << text << '\n';
-    }
-
-    std::mutex mMutex;
-    std::vector<LoggedAnomaly> mAnomalies;
-    std::string mLastError;
-    std::string mLastTag;
-    std::ostream* mLogcat;
-    uint32_t mMaxLevel;
-    std::function<void()> mOnWait;
-    std::mutex mLogcatMutex;
-};
-
-// The records and metadata of one call. The library keeps pointers to them while the call's frame
-// is in flight; the sensor thread that made the call owns them (see kKeptRecords).
-struct CallRecord {
-    IMetadata appControl, halControl, halDynamic, appDynamic;
-    SyncResultInputParams input;
-    SyncResultOutputParams output;
-};
-
-void setInts(IMetadata& meta, uint32_t tag, std::vector<int32_t> const& items) {
-    IMetadata::IEntry entry(tag);
-    for (int32_t v : items) {
-        entry.push_back(v);
-    }
-    meta.update(tag, entry);
-}
-
-void build(CallRow const& row, CallRecord& rec) {
-    if (row.syncIds) {
-        setInts(rec.halControl, RYX_FRAMESYNC_ID, *row.syncIds);
-    }
-    if (row.required) {
-        IMetadata::setEntry<int32_t>(&rec.halControl, RYX_FRAMESYNC_REQUIRED, 1);
-    }
-    if (row.enable) {
-        IMetadata::setEntry<int32_t>(&rec.halControl, RYX_FRAMESYNC_ENABLE, *row.enable);
-    }
-    if (row.toleranceUs) {
-        IMetadata::setEntry<int64_t>(&rec.halControl, RYX_FRAMESYNC_TOLERANCE, *row.toleranceUs);
-    }
-    if (row.mode) {
-        IMetadata::setEntry<int32_t>(&rec.halControl, RYX_FRAMESYNC_MODE, *row.mode);
-    }
-    if (row.master) {
-        IMetadata::setEntry<int32_t>(&rec.halControl, RYX_DUALZOOM_REAL_MASTER, *row.master);
-    }
-    if (row.msList) {
-        setInts(rec.halControl, RYX_MW_MASTER_SLAVE_LIST, *row.msList);
-    }
-    if (row.intent) {
-        IMetadata::setEntry<uint8_t>(&rec.appControl, CAPTURE_INTENT,
-                                     static_cast<uint8_t>(*row.intent));
-    }
-    rec.input.m_id = row.sensor;
-    rec.input.requestNo = row.request;
-    rec.input.frameNo = row.frame;
-    rec.input.AppControl = &rec.appControl;
-    rec.input.HalControl = &rec.halControl;
-    rec.input.sofTimeStamp = row.sofNs;
-    rec.input.expTimeStamp = row.expNs;
-    rec.output.HalDynamic = &rec.halDynamic;
-    rec.output.AppDynamic = &rec.appDynamic;
-    rec.output.bMasterCam = false;
-}
-
-template <typename T>
-std::optional<T> read(IMetadata const& meta, uint32_t tag) {
-    T v{};
-    if (IMetadata::getEntry<T>(&meta, tag, v)) {
-        return v;
-    }
-    return std::nullopt;
-}
-
-void readBack(CallRecord const& rec, CallOutcome& out) {
-    out.syncResult = read<int64_t>(rec.halDynamic, RYX_FRAMESYNC_RESULT);
-    out.halMaster = read<int32_t>(rec.halDynamic, RYX_DUALZOOM_REAL_MASTER);
-    out.appMaster = read<int32_t>(rec.appDynamic, RYX_APP_REAL_MASTER);
-    out.masterCam = rec.output.bMasterCam;
-    out.cropOverride = read<MRect>(rec.halControl, RYX_SENSOR_CROP_OVERRIDE);
-    out.activeArray = read<MRect>(rec.appDynamic, PHYSICAL_ACTIVE_ARRAY_REGION);
-    out.focalLength = read<float>(rec.appDynamic, LENS_FOCAL_LENGTH);
-}
 
 struct SensorState {
     bool finished = false;
@@ -464,7 +305,7 @@ class RunDriver {
                 s.changed.notify_all();
             };
         }
-        mCollector = std::make_unique<Collector>(mOptions.logcat, mDetailsLevel, onWait);
+        mCollector = std::make_unique<RunLogCollector>(mOptions.logcat, mDetailsLevel, onWait);
         mPreviousLogger = ULogger::install(mCollector.get());
         mS.helper = ISyncHelper::createInstance(mRows.session().sessionKey,
                                                 mRows.session().allowCropReplace, info);
@@ -684,7 +525,7 @@ class RunDriver {
     RunOptions const& mOptions;
     std::unique_ptr<Session> mSession;
     Session& mS;
-    std::unique_ptr<Collector> mCollector;
+    std::unique_ptr<RunLogCollector> mCollector;
     ULogger* mPreviousLogger = nullptr;
     uint32_t mDetailsLevel = 0;
     RunResult mResult;
