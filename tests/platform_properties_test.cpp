@@ -6,39 +6,24 @@ namespace props = NSCam::Utils::Properties;
 
 namespace {
 
-class HostPropertiesTest : public ::testing::Test {
-  protected:
-    void TearDown() override { props::clearHostProperties(); }
-};
-
-TEST_F(HostPropertiesTest, AbsentGivesDefault) {
-    EXPECT_EQ(props::property_get_int32("vendor.debug.camera.crop_replace", 1), 1);
-    EXPECT_EQ(props::property_get_int32("vendor.debug.camera.crop_replace", -7), -7);
-}
-
-TEST_F(HostPropertiesTest, ParsesDecimalHexAndSign) {
-    props::setHostProperty("a", "0");
-    props::setHostProperty("b", "-12");
-    props::setHostProperty("c", "0x10");
-    EXPECT_EQ(props::property_get_int32("a", 1), 0);
-    EXPECT_EQ(props::property_get_int32("b", 1), -12);
-    EXPECT_EQ(props::property_get_int32("c", 1), 16);
-}
-
-TEST_F(HostPropertiesTest, GarbageEmptyAndOverflowGiveDefault) {
-    props::setHostProperty("a", "12abc");
-    props::setHostProperty("b", "");
-    props::setHostProperty("c", "4294967296");
-    EXPECT_EQ(props::property_get_int32("a", 3), 3);
-    EXPECT_EQ(props::property_get_int32("b", 3), 3);
-    EXPECT_EQ(props::property_get_int32("c", 3), 3);
-}
-
-TEST_F(HostPropertiesTest, ClearRestoresDefault) {
-    props::setHostProperty("vendor.debug.camera.SyncDataUpdater.log", "2");
-    EXPECT_EQ(props::property_get_int32("vendor.debug.camera.SyncDataUpdater.log", 0), 2);
-    props::clearHostProperty("vendor.debug.camera.SyncDataUpdater.log");
-    EXPECT_EQ(props::property_get_int32("vendor.debug.camera.SyncDataUpdater.log", 0), 0);
+// What a property's text reads as, the default standing for anything property_get_int32 cannot
+// read whole into an int32 (as on a device), and for a property never set or cleared.
+TEST(HostPropertiesTest, TextsReadAsTheirIntegerOrTheDefault) {
+    struct Case {
+        char const* text;  // nullptr: not set
+        int32_t want;
+    } const cases[] = {{nullptr, 3}, {"0", 0}, {"-12", -12},     {"0x10", 16},
+                       {"12abc", 3}, {"", 3},  {"4294967296", 3}};
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.text != nullptr ? c.text : "(not set)");
+        if (c.text != nullptr) {
+            props::setHostProperty("vendor.debug.camera.crop_replace", c.text);
+        }
+        EXPECT_EQ(props::property_get_int32("vendor.debug.camera.crop_replace", 3), c.want);
+        props::clearHostProperty("vendor.debug.camera.crop_replace");
+        EXPECT_EQ(props::property_get_int32("vendor.debug.camera.crop_replace", 3), 3);
+    }
+    props::clearHostProperties();
 }
 
 }  // namespace
