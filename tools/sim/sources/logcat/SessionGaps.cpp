@@ -183,8 +183,9 @@ void SessionBuilder::markEnd(int lastLine) {
     }
     CaptureGap end{lastLine, "", {}};
     for (auto& [n, f] : mWork) {
+        int const frame = f.frame;
         bool cutInCall = std::any_of(f.cells.begin(), f.cells.end(), [&](CameraCell const& c) {
-            return mCells[{f.frame, c.sensor}].cutInCall;
+            return mCells[{frame, c.sensor}].cutInCall;
         });
         if (openAtEnd(f) || (cutInCall && !touchedByGap(f.frame))) {
             end.frames.push_back(f.frame);
