@@ -120,10 +120,11 @@ void SessionBuilder::markGap(PendingGap const& g) {
             after.push_back(&f);
         }
     }
-    bool noneShown = true;  // of the frames between: a line of any says otherwise
-    for (int n = g.highestBefore + 1; !after.empty() && n < after.front()->frame; ++n) {
-        noneShown = noneShown && mSpans.count(n) == 0;
-    }
+    // Of the frames between, none has a line (looked up, not walked: a capture's frame numbers
+    // may be billions apart).
+    auto between = mSpans.upper_bound(g.highestBefore);
+    bool noneShown =
+        after.empty() || between == mSpans.end() || between->first >= after.front()->frame;
     if (g.highestBefore >= 0 && !after.empty() && after.front()->frame > g.highestBefore + 1 &&
         noneShown) {
         gap.what += "; frames " + std::to_string(g.highestBefore + 1) + "-" +
