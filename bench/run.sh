@@ -27,6 +27,8 @@ fi
 pairs+=("BM_SingleCamera_UpdateData|BM_SingleCamera_MetadataBaseline")
 pairs+=("BM_SingleCamera_SyncResultCheck|BM_SingleCamera_MetadataBaseline")
 pairs+=("BM_Log_GatedOffDebug|BM_Log_EmptyLoop")
+pairs+=("BM_Trace_PointOff|BM_Log_EmptyLoop")
+pairs+=("BM_Rendezvous_SyncHelperTraced/real_time/threads:3|BM_Rendezvous_SyncHelper/real_time/threads:3")
 
 out="$build/bench-runs"
 rm -rf "$out"

@@ -12,6 +12,11 @@
 //                                        the single-camera path against the metadata edits it
 //                                        must make anyway
 //   BM_Log_{GatedOffDebug,EmptyLoop}     a log statement whose gate fails, against an empty loop
+//   BM_Trace_PointOff                    a trace point while tracing is off (the check a call
+//                                        makes), against the same empty loop
+//   BM_Rendezvous_SyncHelperTraced/...   the helper's rendezvous with tracing on, the markers
+//                                        handed to a writer that counts them (what the library
+//                                        itself spends; a phone's kernel write comes on top)
 //   BM_Memory_Frames/crops:{0,1}         resident and heap size after 10,000 and after 1,000,000
 //                                        simulated frames (RYX_BENCH_MEMORY_FRAMES)
 // After the runs it prints each benchmark's ratio against its baseline of the same run.
@@ -20,14 +25,17 @@
 #define LOG_SOURCE "bench/synchelper_bench"
 #include "SyncLog.h"
 
+#include <NSCam/SystemTrace.h>
 #include <NSCam/ULogger.h>
 #include <benchmark/benchmark.h>
 #include <malloc.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <map>
 #include <memory>
@@ -66,6 +74,7 @@ struct HelperSession {
     std::unique_ptr<LatencyLog> latency;
 };
 HelperSession* gHelper = nullptr;
+int64_t gHelperCalls = 0;  // calls of the latest traced run
 
 void setupHelper(benchmark::State const& st) {
     gateLoggingOff();
@@ -100,6 +109,46 @@ BENCHMARK(BM_Rendezvous_SyncHelper)
     ->Setup(setupHelper)
     ->Teardown(teardownHelper)
     ->DenseThreadRange(2, 4)
+    ->UseRealTime();
+
+// Counts the markers it is handed: the library's side of a trace point, without the kernel's.
+class CountingWriter : public NSCam::Utils::SystemTrace::Writer {
+  public:
+    void write(NSCam::Utils::SystemTrace::Marker const& m) override {
+        mBytes.fetch_add(std::strlen(m.text), std::memory_order_relaxed);
+        mMarkers.fetch_add(1, std::memory_order_relaxed);
+    }
+    std::atomic<int64_t> mMarkers{0}, mBytes{0};
+};
+CountingWriter* gTraceWriter = nullptr;
+
+void setupTracedHelper(benchmark::State const& st) {
+    setupHelper(st);
+    gTraceWriter = new CountingWriter;
+    NSCam::Utils::SystemTrace::install(gTraceWriter);
+    NSCam::Utils::SystemTrace::setEnabledTags(NSCam::Utils::SystemTrace::kTagCamera);
+}
+void teardownTracedHelper(benchmark::State const& st) {
+    NSCam::Utils::SystemTrace::setEnabledTags(0);
+    NSCam::Utils::SystemTrace::install(nullptr);
+    std::printf("  (traced: %.1f markers, %.0f bytes per frame and camera)\n",
+                double(gTraceWriter->mMarkers) / double(std::max<int64_t>(1, gHelperCalls)),
+                double(gTraceWriter->mBytes) / double(std::max<int64_t>(1, gHelperCalls)));
+    delete gTraceWriter;
+    gTraceWriter = nullptr;
+    teardownHelper(st);
+}
+
+void BM_Rendezvous_SyncHelperTraced(benchmark::State& st) {
+    BM_Rendezvous_SyncHelper(st);
+    if (st.thread_index() == 0) {
+        gHelperCalls = int64_t(st.iterations()) * st.threads();
+    }
+}
+BENCHMARK(BM_Rendezvous_SyncHelperTraced)
+    ->Setup(setupTracedHelper)
+    ->Teardown(teardownTracedHelper)
+    ->Threads(3)
     ->UseRealTime();
 
 PlainRendezvous* gPlain = nullptr;
@@ -261,6 +310,20 @@ void BM_Log_EmptyLoop(benchmark::State& st) {
 }
 BENCHMARK(BM_Log_EmptyLoop);
 
+void BM_Trace_PointOff(benchmark::State& st) {
+    NSCam::Utils::SystemTrace::setEnabledTags(0);
+    int n = 0;
+    for (auto _ : st) {
+        if (NSCam::camsys::camcoordinator::synctrace::on()) {
+            NSCam::camsys::camcoordinator::synctrace::markf("RyxSync f%d cam%d", n, n & 3);
+        }
+        ++n;
+        benchmark::ClobberMemory();  // the tags word is re-read every time, as in real code
+    }
+    benchmark::DoNotOptimize(n);
+}
+BENCHMARK(BM_Trace_PointOff);
+
 // --- memory -------------------------------------------------------------------------------------
 
 size_t residentBytes() {
@@ -420,14 +483,23 @@ void printRatios(Collector const& c) {
                         name + 3, lib->realNs / base->realNs, lib->realNs, base->realNs);
         }
     }
-    auto log = find("BM_Log_GatedOffDebug");
-    auto loop = find("BM_Log_EmptyLoop");
-    if (log && loop) {
-        std::printf(
-            "  RATIO gated_off_log_vs_empty_loop %.3f (%.2f ns vs %.2f ns: %.2f ns a statement; "
-            "goal <= 1 ns)\n",
-            log->realNs / loop->realNs, log->realNs, loop->realNs, log->realNs - loop->realNs);
-    }
+    // Each cost against its baseline of the same run: "NAME ratio (lib vs base: extra per UNIT)".
+    auto extra = [&](char const* lib, char const* base, char const* name, char const* unit,
+                     char const* goal) {
+        auto l = find(lib), b = find(base);
+        if (l && b) {
+            std::printf("  RATIO %s %.3f (%.2f ns vs %.2f ns: %.2f ns %s%s)\n", name,
+                        l->realNs / b->realNs, l->realNs, b->realNs, l->realNs - b->realNs, unit,
+                        goal);
+        }
+    };
+    extra("BM_Log_GatedOffDebug", "BM_Log_EmptyLoop", "gated_off_log_vs_empty_loop", "a statement",
+          "; goal <= 1 ns");
+    extra("BM_Trace_PointOff", "BM_Log_EmptyLoop", "trace_point_off_vs_empty_loop", "a call",
+          "; goal <= 1 ns");
+    extra("BM_Rendezvous_SyncHelperTraced/real_time/threads:3",
+          "BM_Rendezvous_SyncHelper/real_time/threads:3", "traced_vs_untraced_rendezvous/threads:3",
+          "a frame with tracing on", "");
     for (char const* name :
          {"BM_Memory_Frames/crops:0/iterations:1", "BM_Memory_Frames/crops:1/iterations:1"}) {
         auto m = find(name);

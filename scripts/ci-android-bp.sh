@@ -40,3 +40,14 @@ if echo "$exports" | grep -q 'SyncQueue::'; then fail "$so exports SyncQueue int
 sh "$root/tests/exports_match.sh" nm "$so" "$root/tests/libryxcam_synchelper.exports" ||
     fail "$so does not export exactly tests/libryxcam_synchelper.exports (version_script)"
 echo "android-bp: built $so from Android.bp with mini-soong; exports checked"
+
+# 4. On a phone the trace points go to libcutils' trace API (<cutils/trace.h>): the same sources,
+#    built that way against Debian's libcutils, link with no symbol left undefined and call it.
+libdir=$(dirname "$(find /usr/lib -path '*android/libcutils.so' | head -n1)")
+g++ -std=c++17 -Wall -Wextra -Werror -O2 -fPIC -shared -DRYX_TRACE_CUTILS \
+    -I include -I hw/camsys/cam_coordinator/SyncHelper -I platform/include -I/usr/include/android \
+    hw/camsys/cam_coordinator/SyncHelper/*.cpp platform/src/*.cpp \
+    -L"$libdir" -lcutils -llog -lpthread -Wl,--no-undefined -o libcutils-seam.so
+nm -D --undefined-only libcutils-seam.so | grep -q 'atrace_begin_body' ||
+    fail "the trace points built with RYX_TRACE_CUTILS do not call libcutils' atrace_begin_body"
+echo "android-bp: the trace points build and link against libcutils' trace API"

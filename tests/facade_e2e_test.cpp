@@ -10,6 +10,10 @@
 #include <thread>
 #include <vector>
 
+#include <NSCam/SystemTrace.h>
+#include <unistd.h>
+#include <algorithm>
+#include <map>
 #include "SyncHelper.h"
 #include "Watchdog.h"
 #include "facade_session.h"
@@ -345,6 +349,108 @@ TEST_F(SessionTest, FactoryLogsTheCropDecisionAndReleaseOnLastReference) {
     EXPECT_FALSE(mLog->androidHas("[~SyncHelper] release"));
     second.reset();
     EXPECT_TRUE(mLog->androidHas("[~SyncHelper] release"));
+}
+
+// --- system trace -------------------------------------------------------------------------------
+
+namespace trace = NSCam::Utils::SystemTrace;
+
+// Records the trace points while it lives, with the camera tag on.
+struct TraceRecording {
+    TraceRecording() {
+        previous = trace::install(&recorder);
+        trace::setEnabledTags(trace::kTagCamera);
+    }
+    ~TraceRecording() {
+        trace::setEnabledTags(0);
+        trace::install(previous);
+    }
+    // The markers of each thread, in order, without their "B|pid|" and with "E|pid" as "E".
+    std::map<int, std::vector<std::string>> byThread() const {
+        std::string const pid = std::to_string(getpid());
+        std::map<int, std::vector<std::string>> out;
+        for (auto const& l : recorder.lines()) {
+            std::string text = l.text;
+            if (text.rfind("B|" + pid + "|", 0) == 0) {
+                text = text.substr(3 + pid.size());
+            } else if (text == "E|" + pid) {
+                text = "E";
+            }
+            out[l.tid].push_back(text);
+        }
+        return out;
+    }
+    bool has(std::string const& text) const {
+        auto lines = recorder.lines();
+        return std::any_of(lines.begin(), lines.end(),
+                           [&](auto const& l) { return l.text.find(text) != std::string::npos; });
+    }
+    trace::RecordingWriter recorder;
+    trace::Writer* previous = nullptr;
+};
+
+TEST_F(SessionTest, TracePointsGiveEachCallsVerdictOnItsOwnThread) {
+    TraceRecording rec;
+    open({0, 2});
+    std::vector<CamFrame*> in = frameSet(12, 2), out = frameSet(13, 2);
+    out[1]->in.sofTimeStamp += 5 * kMs;  // camera 2 starts 5.1 ms after camera 0: RESULT 2
+    expectPasses(in, 2);
+    EXPECT_EQ(runFrame(out), std::vector<bool>({false, false}));
+    mHelper->notifyDrop(14, 0);
+    mHelper->notifyDropBySensor(2);
+    mHelper.reset();
+
+    std::vector<std::vector<std::string>> calls;
+    for (auto const& [tid, markers] : rec.byThread()) {
+        calls.push_back(markers);
+    }
+    // This thread: the session, camera 2's completing calls, the flush, the leave, the end.
+    std::vector<std::string> const self = {
+        "RyxSync session 24149 cameras 0,2", "E", "RyxSync f12 cam2",
+        "C|" + std::to_string(getpid()) + "|RyxSync sof cam0-cam2 us|100",
+        "RyxSync f12 cam2 passed; sof 396100000; tolerance 1000 us; mode 1; master", "E",
+        "C|" + std::to_string(getpid()) + "|RyxSync master|2", "E", "RyxSync f13 cam2",
+        "C|" + std::to_string(getpid()) + "|RyxSync sof cam0-cam2 us|5100",
+        // The timestamp check's own warning, inside the call that ran it.
+        "RyxSync W [r1013:f13], CamId=0, time1=429000000ns, SyncId=2, time2=434100000ns, "
+        "tolerance=1000us, syncOK=0",
+        "E",
+        "RyxSync f13 cam2 out of sync, RESULT 2; sof 434100000; tolerance 1000 us; mode 1; master",
+        "E", "C|" + std::to_string(getpid()) + "|RyxSync master|2", "E", "RyxSync flush f14", "E",
+        "RyxSync leave cam2", "E", "RyxSync session 24149 end", "E"};
+    std::vector<std::string> const waiter12 = {
+        "RyxSync f12 cam0", "RyxSync f12 cam0 passed; sof 396000000; tolerance 1000 us; mode 1",
+        "E", "E"};
+    std::vector<std::string> const waiter13 = {
+        "RyxSync f13 cam0",
+        "RyxSync f13 cam0 out of sync, RESULT 2; sof 429000000; tolerance 1000 us; mode 1", "E",
+        "E"};
+    EXPECT_NE(std::find(calls.begin(), calls.end(), self), calls.end());
+    EXPECT_NE(std::find(calls.begin(), calls.end(), waiter12), calls.end());
+    EXPECT_NE(std::find(calls.begin(), calls.end(), waiter13), calls.end());
+    EXPECT_EQ(calls.size(), 3u);
+}
+
+TEST_F(SessionTest, WarningsReachTheTraceWithTheLogGatedOffAndNothingWhenTracingIsOff) {
+    open({0, 2});
+    std::vector<CamFrame*> cams = frameSet(20, 2);
+    cams[1]->in.sofTimeStamp = 0;  // no start of frame: the timestamp check warns
+    {
+        TraceRecording rec;
+        NSCam::Utils::ULog::ULogger::sDetailsLevel = 1;  // the log shows errors only
+        // The two calls meet in whichever order they come: no debug line to order them by.
+        mThreads.emplace_back([&] { mHelper->syncResultCheck(cams[0]->in, &cams[0]->out); });
+        mHelper->syncResultCheck(cams[1]->in, &cams[1]->out);
+        joinAll();
+        NSCam::Utils::ULog::ULogger::sDetailsLevel = 5;
+        EXPECT_TRUE(rec.has("|RyxSync W Timestamp not exist! Check flow!"));
+        EXPECT_FALSE(mLog->androidHas("Timestamp not exist"));
+    }
+    TraceRecording silent;
+    trace::setEnabledTags(0);
+    runFrame(frameSet(21, 2));
+    mHelper.reset();
+    EXPECT_TRUE(silent.recorder.lines().empty());
 }
 
 }  // namespace

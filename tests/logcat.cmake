@@ -72,3 +72,14 @@ if(RYX_BUILD_TOOLS AND EXISTS ${PROJECT_SOURCE_DIR}/tools/CMakeLists.txt)
       support/TruthJudge.cpp
     LIBS synchelper_sim_run Android::log)
 endif()
+# The same truth for the library's system-trace points: random sessions traced, the trace read
+# back whole, among other processes' events, cut and with lost events.
+if(RYX_BUILD_TOOLS AND EXISTS ${PROJECT_SOURCE_DIR}/tools/CMakeLists.txt)
+  ryx_add_test(trace_truth_test LABEL truth
+    SOURCES trace_truth_test.cpp support/TruthSessions.cpp
+    LIBS synchelper_sim_run Android::log)
+endif()
+# The system-trace reader: line forms and hand-made traces.
+if(RYX_BUILD_TOOLS AND EXISTS ${PROJECT_SOURCE_DIR}/tools/CMakeLists.txt)
+  ryx_add_test(system_trace_test LABEL unit SOURCES system_trace_test.cpp LIBS synchelper_sim_core)
+endif()

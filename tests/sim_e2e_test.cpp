@@ -346,6 +346,73 @@ TEST_F(CommandLine, ALogCaptureIsExplainedAndANonLogIsRefused) {
               "'synchelper-sim explain --help')\n");
 }
 
+// The run's system trace, read back by explain, whole and packed, gives every frame's verdicts as
+// the run decided them; with debug logging off, so the trace alone tells them.
+TEST_F(CommandLine, ASystemTraceGivesEveryFrameAsTheRunDecidedIt) {
+    Result run = sim("run --frames 300 --system-trace '" + path("run.trace") + "' --json '" +
+                     path("run.json") + "'");
+    ASSERT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(slurp("run.trace").rfind("# tracer: nop\n", 0), 0u);
+    ASSERT_EQ(std::system(("gzip -k '" + path("run.trace") + "'").c_str()), 0);
+    for (std::string const input : {"run.trace", "run.trace.gz"}) {
+        SCOPED_TRACE(input);
+        Result r = sim("explain '" + path(input) + "' --camera-names 0=wide,1=ultrawide,2=tele " +
+                       "--json '" + path("ex.json") + "'");
+        ASSERT_EQ(r.status, 0) << r.err;
+        auto a = json("run.json"), b = json("ex.json");
+        ASSERT_EQ(b["sensors"].size(), 3u);
+        for (size_t s = 0; s < 3; ++s) {
+            EXPECT_EQ(a["sensors"][s]["frames"], b["sensors"][s]["frames"]) << "sensor " << s;
+        }
+        ASSERT_EQ(a["unpassed"].size(), b["unpassed"].size());
+        for (size_t i = 0; i < a["unpassed"].size(); ++i) {
+            EXPECT_EQ(a["unpassed"][i]["frame"], b["unpassed"][i]["frame"]);
+            EXPECT_EQ(a["unpassed"][i]["why"], b["unpassed"][i]["why"]);
+            auto verdicts = [](nlohmann::json const& cameras) {  // in any arrival order
+                std::map<int, std::string> v;
+                for (auto const& c : cameras) {
+                    v[c["sensor"].get<int>()] = c["verdict"].dump() + " " + c["cause"].dump();
+                }
+                return v;
+            };
+            EXPECT_EQ(verdicts(a["unpassed"][i]["cameras"]), verdicts(b["unpassed"][i]["cameras"]));
+        }
+        EXPECT_EQ(b["source"], "system trace " + path(input));
+        EXPECT_TRUE(b["gaps"].empty());
+    }
+}
+
+// A log and a system trace of one run, read together: each frame shows its log lines and its
+// trace lines, the verdicts the trace's, the completing camera the log's.
+TEST_F(CommandLine, ALogAndATraceOfOneSessionAreOneSession) {
+    ASSERT_EQ(sim("run --frames 120 --log debug --write-logcat '" + path("run.log") +
+                  "' --system-trace '" + path("run.trace") + "' --json '" + path("run.json") + "'")
+                  .status,
+              0);
+    Result r = sim("explain '" + path("run.log") + "' --system-trace '" + path("run.trace") +
+                   "' --camera-names 0=wide,1=ultrawide,2=tele --json '" + path("ex.json") + "'");
+    ASSERT_EQ(r.status, 0) << r.err;
+    auto a = json("run.json"), b = json("ex.json");
+    EXPECT_EQ(b["source"], "system trace " + path("run.trace") + " with logcat " + path("run.log"));
+    for (size_t s = 0; s < 3; ++s) {
+        EXPECT_EQ(a["sensors"][s]["frames"], b["sensors"][s]["frames"]) << "sensor " << s;
+    }
+    ASSERT_FALSE(b["unpassed"].empty());
+    for (auto const& f : b["unpassed"]) {
+        EXPECT_TRUE(f["lines"].is_array()) << f.dump();
+        EXPECT_TRUE(f["trace_lines"].is_array()) << f.dump();
+        int completed = 0;
+        for (auto const& c : f["cameras"]) {
+            completed += c["completed"] == true ? 1 : 0;
+        }
+        EXPECT_LE(completed, 1) << f.dump();
+    }
+    EXPECT_NE(r.out.find("] [trace lines "), std::string::npos) << r.out;
+    r = sim("explain '" + path("run.log") + "' --system-trace '" + path("none.trace") + "'");
+    EXPECT_EQ(r.status, 2);
+    EXPECT_NE(r.err.find(path("none.trace")), std::string::npos) << r.err;
+}
+
 // Numbers in any notation, values the library takes but that decide every frame, properties it
 // never reads, reports on standard output, and an empty trace.
 TEST_F(CommandLine, InputGapsAreNamedWithTheirRangeOrConsequence) {

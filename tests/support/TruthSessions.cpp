@@ -150,9 +150,10 @@ bool runSession(std::string const& text, uint64_t seed, TrueSession& out) {
     }
     ryxsim::configureLogging(ryxsim::LogLevel::Quiet);
     NSCam::Utils::ULog::ULogger::sDetailsLevel = 5;
-    std::ostringstream log;
+    std::ostringstream log, systemTrace;
     ryxsim::RunOptions options;
     options.logcat = &log;
+    options.systemTrace = &systemTrace;
     // In trace order a seed gives the same session every time; RYX_TRUTH_FREE lets the sensor
     // threads race as pipelines do, for a campaign that looks for what only a race shows.
     options.ordered = std::getenv("RYX_TRUTH_FREE") == nullptr;
@@ -171,6 +172,7 @@ bool runSession(std::string const& text, uint64_t seed, TrueSession& out) {
     }
     out.truth = ryxsim::timelineFromRun(trace, result);
     out.log = entriesOfThreadtime(log.str());
+    out.systemTrace = systemTrace.str();
     for (auto& f : out.truth.frames) {  // the run knows a refusal, the calls say why
         if (f.refusal == ryxsim::Refusal::Unknown && out.noTimestamp.count(f.frame) != 0) {
             f.refusal = ryxsim::Refusal::MissingTimestamp;

@@ -22,6 +22,7 @@ struct TrueSession {
     std::string scenario;       // the scenario text (JSON) it ran, for a failure's message
     ryxsim::Timeline truth;     // every frame and camera as the library decided it
     std::vector<LogEntry> log;  // the library's lines, at debug level, in the order written
+    std::string systemTrace;    // the library's system-trace points, as atrace prints them
     int process = 0;            // sessions with the same process share a pid
     // Frames a camera sent without a start of frame: refused for a missing timestamp, which the
     // run's own record cannot tell from an unknown refusal.

@@ -17,17 +17,20 @@ char const* const kFooter = R"(
 The capture is what 'adb logcat' saved, in any of its formats and modifiers (threadtime is
 best: the others lack thread ids or times, and the report says what that hides), UTF-8 or
 UTF-16; a bugreport (.txt or .zip: its SYSTEM LOG and LAST LOGCAT sections, and the library's
-aborts in its tombstones); a capture compressed with gzip, xz, bzip2 or zstd. Per frame and
-camera it gives the verdict and its cause, the capture lines and the log time, the camera that
-completed the frame, masters and crop overrides, gaps in the capture and the frames they touch,
-and a fatal abort as the rule it broke. Debug lines give every frame; the default level
-(warnings and errors) gives out-of-sync frames, inversions and errors, and the report says what
-it cannot see. --follow prints each frame that did not pass as soon as it is decided; the
-report follows at the end of the input or on Ctrl-C.
+aborts in its tombstones); a system trace as 'atrace camera' prints it, with debug logging off;
+any of these compressed with gzip, xz, bzip2 or zstd. Per frame and camera it gives the verdict
+and its cause, the capture lines and the log time, the camera that completed the frame, masters
+and crop overrides, gaps in the capture and the frames they touch, and a fatal abort as the
+rule it broke. Debug lines or a trace give every frame; the default level (warnings and errors)
+gives out-of-sync frames, inversions and errors, and the report says what it cannot see.
+--follow prints each frame that did not pass as soon as it is decided; the report follows at
+the end of the input or on Ctrl-C.
 
 Examples:
   adb logcat -d -v threadtime > cam.txt && synchelper-sim explain cam.txt
   synchelper-sim explain bugreport-2026-11-24.zip --perfetto cam.json
+  adb shell atrace -t 10 camera > cam.trace && synchelper-sim explain cam.trace
+  synchelper-sim explain cam.txt --system-trace cam.trace
   adb logcat -v threadtime | synchelper-sim explain --follow -
   synchelper-sim explain --adb 0123456789ABCDEF --camera-names 0=wide,1=tele
 )";
@@ -50,9 +53,14 @@ void catchInterrupt() {
 }  // namespace
 
 CLI::App* ExplainCommand::addTo(CLI::App& app) {
-    CLI::App* cmd = app.add_subcommand("explain", "Explain the sessions of an Android log capture");
+    CLI::App* cmd = app.add_subcommand(
+        "explain", "Explain the sessions of an Android log capture or system trace");
     cmd->footer(kFooter);
     cmd->add_option("CAPTURE", mCapture, "Log capture or bugreport, - for standard input")
+        ->type_name("FILE");
+    cmd->add_option("--system-trace", mSystemTrace,
+                    "A system trace ('atrace camera') of the same sessions: each frame shows its "
+                    "log lines and its trace points")
         ->type_name("FILE");
     cmd->add_flag("--follow", mFollow,
                   "Read the capture as it is written: each frame that did not pass is printed "
@@ -71,11 +79,19 @@ std::string ExplainCommand::checkArguments() {
     if (mAdb && !mCapture.empty()) {
         return "explain: give a CAPTURE or --adb, not both";
     }
+    if (!mSystemTrace.empty() && (mFollow || mAdb)) {
+        return "explain: --system-trace reads a recorded trace, not with --follow or --adb";
+    }
     if (!mAdb && mCapture.empty()) {
         return "explain: a CAPTURE is required (a file, - for standard input, or --adb)";
     }
-    if (std::string e = mOutputs.check(mAdb ? std::vector<std::string>{} : std::vector{mCapture});
-        !e.empty()) {
+    std::vector<std::string> inputs;
+    for (std::string const& in : {mCapture, mSystemTrace}) {
+        if (!in.empty()) {
+            inputs.push_back(in);
+        }
+    }
+    if (std::string e = mOutputs.check(inputs); !e.empty()) {
         return e;
     }
     return mNames.parse();
@@ -122,7 +138,9 @@ int ExplainCommand::execute() {
     }
     std::vector<Timeline> sessions;
     try {
-        sessions = mFollow || mAdb ? follow() : readLogcatFile(mCapture, inputName(mCapture));
+        sessions = mFollow || mAdb
+                       ? follow()
+                       : readLogcatFile(mCapture, inputName(mCapture), nullptr, mSystemTrace);
     } catch (ParseError const& e) {
         return badInput(e.what());
     }

@@ -23,6 +23,7 @@ class ExplainCommand : public Command {
     std::vector<Timeline> follow();
 
     std::string mCapture;
+    std::string mSystemTrace;  // a system trace of the same sessions, read with the capture
     bool mFollow = false;
     bool mAdb = false;
     std::string mSerial;

@@ -37,6 +37,11 @@ void LibraryRunOptions::addTo(CLI::App& command, SharedOutputs& outputs) {
                     "Write the library's log lines as 'logcat -v threadtime' shows them, at the "
                     "--log level (warnings and errors when quiet); nothing goes to stderr then")
         ->type_name("FILE");
+    command
+        .add_option("--system-trace", systemTrace.path,
+                    "Turn the library's system-trace points on (camera tag) and write them as "
+                    "'atrace' prints a trace; ui.perfetto.dev and 'explain' read it")
+        ->type_name("FILE");
     command.add_option("--log", log, "Library log level: quiet, error, warn, info, debug")
         ->check(CLI::IsMember({"quiet", "error", "warn", "info", "debug"}))
         ->type_name("LEVEL");
@@ -54,6 +59,7 @@ void LibraryRunOptions::addTo(CLI::App& command, SharedOutputs& outputs) {
     command.add_option("--detail-frames", detailFrames)->group("");
     outputs.alsoWrites(&record);
     outputs.alsoWrites(&writeLogcat);
+    outputs.alsoWrites(&systemTrace);
 }
 
 namespace {
@@ -169,9 +175,10 @@ int runLibrary(RunInput const& input, LibraryRunOptions const& options,
     if (!reportFlow(checked.flow, options.allowFatal)) {
         return kExitBadInput;
     }
-    OutputStream record, logcat;
+    OutputStream record, logcat, systemTrace;
     if ((!options.record.path.empty() && !record.open(options.record)) ||
-        (!options.writeLogcat.path.empty() && !logcat.open(options.writeLogcat))) {
+        (!options.writeLogcat.path.empty() && !logcat.open(options.writeLogcat)) ||
+        (!options.systemTrace.path.empty() && !systemTrace.open(options.systemTrace))) {
         return kExitWriteFailed;
     }
     auto runRows = input.makeRows();
@@ -187,13 +194,15 @@ int runLibrary(RunInput const& input, LibraryRunOptions const& options,
     run.deadlineSeconds = std::strtod(options.deadline.c_str(), nullptr);
     run.expectedCalls = checked.calls;
     run.logcat = options.writeLogcat.path.empty() ? nullptr : &logcat.stream();
+    run.systemTrace = options.systemTrace.path.empty() ? nullptr : &systemTrace.stream();
     Progress progress(!options.noProgress);
     run.progress = progress.callback();
     RunTimeline timeline(rows.session(), rows.sensors(), options.detailFrames);
     RunResult result = runCalls(rows, timeline, run);
     progress.finish({result.returned, checked.calls, result.wallSeconds});
     bool written = (options.record.path.empty() || record.finish()) &&
-                   (options.writeLogcat.path.empty() || logcat.finish());
+                   (options.writeLogcat.path.empty() || logcat.finish()) &&
+                   (options.systemTrace.path.empty() || systemTrace.finish());
 
     std::vector<Timeline> sessions{timeline.finish(result)};
     Timeline& report = sessions.back();

@@ -28,6 +28,7 @@ struct LibraryRunOptions {
     CameraNames names;
     OutputPath record{"--record", "trace", ""};
     OutputPath writeLogcat{"--write-logcat", "log", ""};
+    OutputPath systemTrace{"--system-trace", "system trace", ""};
     size_t detailFrames = kDefaultDetailFrames;
 
     // Adds the options to `command` and registers --record and --write-logcat with `outputs`.

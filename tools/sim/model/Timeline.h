@@ -71,6 +71,8 @@ struct FrameRecord {
     // Imported sessions: where the frame is in the capture (its first and last line) and the
     // log's own time of its first line (LogClock).
     std::optional<int> firstLine, lastLine;
+    // Where the frame's trace points are in a system trace (its first and last line).
+    std::optional<int> traceFirstLine, traceLastLine;
     std::optional<int64_t> logTimeNs;
     std::optional<int> logZoneS;  // the zone the capture printed that time in, when it shows one
     // Why an undetermined camera's verdict cannot be told (the capture's words).
@@ -186,6 +188,9 @@ struct RunFacts {
 // What only a capture knows: where the session is in the log and what the log may not show.
 struct CaptureFacts {
     bool completionKnown = false;        // CameraCell::completed is known (a log with debug lines)
+    // Every call, its arrival and the session's events are shown (a log with debug lines and
+    // thread ids, or the library's system-trace points): what is not listed did not happen.
+    bool callsSeen = false;
     int pid = -1;                        // the session's process
     std::string section;                 // the bugreport section it was read from, if any
     LogClock logClock;                   // how the capture prints times

@@ -45,6 +45,8 @@ nlohmann::json unpassedJson(Timeline const& r) {
                      {"mode", f->mode ? json(*f->mode) : json(nullptr)},
                      {"never_came", f->neverCame},
                      {"lines", f->firstLine ? json{*f->firstLine, *f->lastLine} : json(nullptr)},
+                     {"trace_lines", f->traceFirstLine ? json{*f->traceFirstLine, *f->traceLastLine}
+                                                       : json(nullptr)},
                      {"log_time", r.logTime(*f).empty() ? json(nullptr) : json(r.logTime(*f))},
                      {"cameras", cams}});
     }

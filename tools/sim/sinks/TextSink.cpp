@@ -36,7 +36,7 @@ std::string frameList(std::vector<LoggedAnomaly> const& v) {
 
 // What a capture at the default level cannot show is unknown, not none.
 bool seesCalls(Timeline const& r) {
-    return !r.imported || r.capture.completionKnown;
+    return !r.imported || r.capture.callsSeen;
 }
 
 size_t labelWidth(Timeline const& r) {
@@ -151,18 +151,25 @@ void writeSensorTable(std::ostream& out, Timeline const& r) {
     }
 }
 
-// " [lines 120-134, 01-02 03:04:05.678]" for a frame of a capture.
+// "lines 120-134" or "line 120".
+std::string lineRange(char const* what, int first, int last) {
+    return std::string(what) + (last != first ? "s " : " ") + std::to_string(first) +
+           (last != first ? "-" + std::to_string(last) : "");
+}
+
+// " [lines 120-134, 01-02 03:04:05.678]" for a frame of a log capture, " [trace lines 40-52]"
+// for one of a system trace, both for a frame that a log and a trace show.
 std::string whereInCapture(Timeline const& r, FrameRecord const& f) {
-    if (!f.firstLine) {
-        return "";
+    std::string s;
+    if (f.firstLine) {
+        std::string time = r.logTime(f);
+        s += " [" + lineRange("line", *f.firstLine, *f.lastLine) +
+             (time.empty() ? "" : ", " + time) + "]";
     }
-    std::string s = "line" + std::string(*f.lastLine != *f.firstLine ? "s " : " ") +
-                    std::to_string(*f.firstLine);
-    if (*f.lastLine != *f.firstLine) {
-        s += "-" + std::to_string(*f.lastLine);
+    if (f.traceFirstLine) {
+        s += " [" + lineRange("trace line", *f.traceFirstLine, *f.traceLastLine) + "]";
     }
-    std::string time = r.logTime(f);
-    return " [" + s + (time.empty() ? "" : ", " + time) + "]";
+    return s;
 }
 
 // "f3, f5-f9" for ascending frame numbers.

@@ -35,8 +35,8 @@ constexpr SyncDataUpdaterType kUpdaterOrder[] = {TIMESTAMP, MASTER_CAM, ACTIVE, 
 std::shared_ptr<ISyncHelper> ISyncHelper::createInstance(
     unsigned long sessionKey, bool allowCropReplace,
     std::unordered_map<unsigned int, NSCam::CameraInfo> const& cameraInfo) {
-    // One allocation for the helper and its count; the conversion adjusts to the virtual base.
-    return std::make_shared<SyncHelper>(sessionKey, allowCropReplace, cameraInfo);
+    // Every helper a pipeline gets carries the system-trace points (TracedSyncHelper.h).
+    return makeTracedSyncHelper(sessionKey, allowCropReplace, cameraInfo);
 }
 
 ISyncHelper::~ISyncHelper() = default;

@@ -99,6 +99,12 @@ class RYX_SYNCHELPER_EXPORT SyncHelper : public virtual ISyncHelper {
     Mutex mSyncFlagLock;
 };
 
+// The helper ISyncHelper::createInstance gives: a SyncHelper with its trace points, made in one
+// allocation with its count (TracedSyncHelper.cpp).
+std::shared_ptr<ISyncHelper> makeTracedSyncHelper(
+    unsigned long sessionKey, bool allowCropReplace,
+    std::unordered_map<unsigned int, NSCam::CameraInfo> const& cameraInfo);
+
 }  // namespace camcoordinator
 }  // namespace camsys
 }  // namespace NSCam

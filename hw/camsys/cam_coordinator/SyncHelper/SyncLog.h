@@ -15,11 +15,15 @@
 // once per enabled channel (so at most twice); statements here never rely on side effects,
 // except the façade's timing line, which relies on exactly that.
 //
+// Warnings, errors and fatal messages also go to the system trace, whatever the log's gates, as
+// a mark "RyxSync <W|E|F> <message>" on the caller's thread (SyncTrace.h), when tracing is on.
+//
 // RYX_LOGF is the fatal form for broken call flows: the bare message to the unified logger
 // (with its fatal flush) when a bit of 0xA is set, then __android_log_assert, which ends the
 // process with "<message> (%s){#%d:%s}".
 
 #include "SyncMessages.h"
+#include "SyncTrace.h"
 
 #include <NSCam/ULogger.h>
 #include <android/log.h>
@@ -103,11 +107,20 @@ void emitULog(uint32_t level, const char* tag, const char* fmt, ...)
         }                                                              \
     } while (0)
 
+#define RYX_SYNCTRACE_MESSAGE(severity, fmt, ...)                                                \
+    do {                                                                                         \
+        if (::NSCam::camsys::camcoordinator::synctrace::on()) {                                  \
+            ::NSCam::camsys::camcoordinator::synctrace::markf(RYX_TRACE_PREFIX severity " " fmt, \
+                                                              ##__VA_ARGS__);                    \
+        }                                                                                        \
+    } while (0)
+
 #define RYX_LOGW(fmt, ...)                                             \
     do {                                                               \
         if (::NSCam::camsys::camcoordinator::synclog::warnOn()) {      \
             RYX_SYNCLOG_EMIT(ANDROID_LOG_WARN, 2, fmt, ##__VA_ARGS__); \
         }                                                              \
+        RYX_SYNCTRACE_MESSAGE("W", fmt, ##__VA_ARGS__);                \
     } while (0)
 
 #define RYX_LOGE(fmt, ...)                                                                        \
@@ -121,10 +134,12 @@ void emitULog(uint32_t level, const char* tag, const char* fmt, ...)
             ::NSCam::camsys::camcoordinator::synclog::emitULog(                                   \
                 1, LOG_TAG, RYX_SYNCLOG_FRAME fmt, __LINE__, __FUNCTION__, ##__VA_ARGS__);        \
         }                                                                                         \
+        RYX_SYNCTRACE_MESSAGE("E", fmt, ##__VA_ARGS__);                                           \
     } while (0)
 
 #define RYX_LOGF(fmt, ...)                                                                      \
     do {                                                                                        \
+        RYX_SYNCTRACE_MESSAGE("F", fmt, ##__VA_ARGS__);                                         \
         if (::NSCam::camsys::camcoordinator::synclog::ulogOn()) {                               \
             ::NSCam::camsys::camcoordinator::synclog::emitULog(1, LOG_TAG, fmt, ##__VA_ARGS__); \
             if (::NSCam::Utils::ULog::ULogger::sULogger != nullptr) {                           \

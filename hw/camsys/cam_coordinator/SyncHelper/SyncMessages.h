@@ -190,3 +190,31 @@ constexpr size_t kMaxFlushFrames = 21;    // flushed frame numbers kept
     X(DuplicateOutput, 'F', RYX_MSG_DUPLICATE_OUTPUT, "a camera's output came twice")             \
     X(NotATarget, 'F', RYX_MSG_NOT_A_TARGET, "a camera not among the frame's sync ids")           \
     X(ElementNotNull, 'F', RYX_MSG_ELEMENT_NOT_NULL, "the oldest arrival pruned while in flight")
+
+// The names of the library's system-trace points (TracedSyncHelper.h). A call is a section, a
+// point in time a mark (a section that ends where it begins), under the camera tag.
+#define RYX_TRACE_SESSION "RyxSync session %lu cameras %s"
+#define RYX_TRACE_SESSION_END "RyxSync session %lu end"
+#define RYX_TRACE_CALL "RyxSync f%d cam%d"
+#define RYX_TRACE_DROP_CALL "RyxSync drop f%d cam%d"
+// At the end of a call: its verdict words, its start of frame and what its controls asked for,
+// as the pieces below, then RYX_TRACE_MASTER_PIECE when the call was the master's.
+#define RYX_TRACE_VERDICT "RyxSync f%d cam%d %s; sof %" PRId64 "%s"
+#define RYX_TRACE_TOLERANCE_PIECE "; tolerance %" PRId64 " us"
+#define RYX_TRACE_MODE_PIECE "; mode %d"
+#define RYX_TRACE_MASTER_PIECE "; master"
+#define RYX_TRACE_PASSED "passed"
+#define RYX_TRACE_UNCHECKED "passed, not checked"
+#define RYX_TRACE_RESULT_1 "out of sync, RESULT 1"
+#define RYX_TRACE_RESULT_2 "out of sync, RESULT 2"
+#define RYX_TRACE_DROPPED "dropped"
+#define RYX_TRACE_OWN_DROP "dropped by its sensor"
+#define RYX_TRACE_FLUSH "RyxSync flush f%d"
+#define RYX_TRACE_MASTER_DROP "RyxSync master drop f%d cam%d"
+#define RYX_TRACE_LEAVE "RyxSync leave cam%d"
+// Every name starts so. A warning, error or fatal message is a mark of the prefix, its severity
+// ('W', 'E', 'F'), a space and the log's text after its frame (SyncLog.h).
+#define RYX_TRACE_PREFIX "RyxSync "
+// Counters: the master camera, and start of frame of b minus that of a, in microseconds.
+#define RYX_TRACE_MASTER_COUNTER "RyxSync master"
+#define RYX_TRACE_SOF_COUNTER "RyxSync sof cam%d-cam%d us"

@@ -1,6 +1,7 @@
 #include "sources/logcat/CaptureSections.h"
 
 #include "sources/logcat/LibraryLine.h"
+#include "sources/systrace/TraceAndLog.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -27,7 +28,8 @@ bool sectionHeader(std::string_view line, std::string_view& name, std::string_vi
 
 }  // namespace
 
-CaptureSections::CaptureSections(std::string fileName) : mFile(std::move(fileName)) {}
+CaptureSections::CaptureSections(std::string fileName)
+    : mFile(std::move(fileName)), mTrace(mFile) {}
 
 void CaptureSections::follow(SessionBuilder::FrameSink folded, std::map<int, std::string> names) {
     mFollow = std::move(folded);
@@ -48,6 +50,9 @@ void CaptureSections::line(std::string_view line) {
         return;
     }
     ++mLineNo;
+    if (mTrace.line(line, mLineNo)) {
+        return;
+    }
     if (mKind == Kind::Plain) {
         mReader->line(line);
     } else {
@@ -165,6 +170,7 @@ void CaptureSections::attach(std::vector<Timeline>& sessions, Abort const& a) co
     sessions.push_back(std::move(t));
 }
 
+// A system trace's sessions come first; a capture that is only a trace needs no log line.
 std::vector<Timeline> CaptureSections::finish() {
     if (mKind == Kind::Unknown) {
         mKind = Kind::Plain;
@@ -175,6 +181,29 @@ std::vector<Timeline> CaptureSections::finish() {
             line(l);
         }
     }
+    if (!mTrace.any()) {
+        return finishLogs();
+    }
+    std::vector<Timeline> sessions;
+    try {
+        sessions = finishLogs();
+    } catch (ParseError const&) {
+    }
+    std::vector<Timeline> traced = mTrace.finish();
+    if (traced.empty() && sessions.empty()) {
+        return {mTrace.noSession()};
+    }
+    return joinTraceAndLog(std::move(traced), std::move(sessions));
+}
+
+void CaptureSections::traceLine(std::string_view line, std::string const& name) {
+    if (mTraceLineNo++ == 0) {
+        mTrace.setFile(name);
+    }
+    mTrace.line(line, mTraceLineNo);
+}
+
+std::vector<Timeline> CaptureSections::finishLogs() {
     if (mKind == Kind::Plain && mAborts.empty()) {
         return mReader->finish();
     }

@@ -9,6 +9,7 @@
 
 #include "model/Timeline.h"
 #include "sources/logcat/CaptureReader.h"
+#include "sources/systrace/SystemTraceReader.h"
 
 #include <memory>
 #include <string>
@@ -26,6 +27,8 @@ class CaptureSections {
     void follow(SessionBuilder::FrameSink folded, std::map<int, std::string> names);
 
     void line(std::string_view line);
+    // A line of a system trace kept apart from the capture (its file `name`, given to the first).
+    void traceLine(std::string_view line, std::string const& name);
     // The last line fed had no line end.
     void lastLineCut();
     // A line of a tombstone kept apart from the capture (`where`: its entry in the archive).
@@ -51,12 +54,15 @@ class CaptureSections {
     void closeSection();
     void scanTombstone(std::string_view line, TombstoneScan& scan, std::string const& where);
     void attach(std::vector<Timeline>& sessions, Abort const& a) const;
+    std::vector<Timeline> finishLogs();
 
     std::string mFile;
     Kind mKind = Kind::Unknown;
     std::vector<std::string> mHead;  // the first lines, until the kind is known
     int mLineNo = 0;
     std::unique_ptr<CaptureReader> mReader;
+    SystemTraceReader mTrace;  // a system trace's lines, in the capture or as the capture
+    int mTraceLineNo = 0;      // of a trace apart from the capture
     std::vector<std::string> mSectionsRead;
     std::vector<Timeline> mSessions;
     TombstoneScan mTextScan;                           // tombstones in the bugreport's text

@@ -58,6 +58,20 @@ class CaptureFeed {
         return finishDecoding(*mDecoder, *mSections);
     }
 
+    // A system trace apart from the capture, read before the capture is finished.
+    void readTrace(std::string const& path) {
+        decoder();
+        CaptureDecoder lines([&](std::string_view l) { mSections->traceLine(l, path); });
+        CaptureInput to;
+        to.capture = [&](std::string_view bytes) { lines.feed(bytes); };
+        to.tombstone = [](std::string const&, std::string_view) {};
+        std::string entry;
+        if (std::string e = readCaptureInput(path, to, entry); !e.empty()) {
+            throw ParseError(path, 0, "", e);
+        }
+        lines.finish();
+    }
+
     std::string entry;  // the archive entry read, if any
 
   private:
@@ -83,9 +97,13 @@ class CaptureFeed {
 }  // namespace
 
 std::vector<Timeline> readLogcatFile(std::string const& path, std::string const& name,
-                                     FollowOptions const* follow) {
+                                     FollowOptions const* follow, std::string const& systemTrace) {
     CaptureFeed feed(name.empty() ? path : name, follow);
-    return feed.read(readCaptureInput(path, feed.input(), feed.entry));
+    std::string error = readCaptureInput(path, feed.input(), feed.entry);
+    if (!systemTrace.empty() && error.empty()) {
+        feed.readTrace(systemTrace);
+    }
+    return feed.read(error);
 }
 
 std::vector<Timeline> followLogcat(int fd, std::string const& name, FollowOptions const& options) {

@@ -39,9 +39,12 @@ struct FollowOptions {
 
 // Reads the capture from a file, "-" for standard input (streamed), plain or packed (a bugreport
 // zip, a .gz; CaptureInput.h); `name` names it in the report when not the path; with `follow`,
-// followed as it is read. Throws ParseError, also when the file cannot be read or unpacked.
+// followed as it is read. With `systemTrace`, that file (plain or packed) is read as a system
+// trace of the same sessions (TraceAndLog.h). Throws ParseError, also when a file cannot be read
+// or unpacked.
 std::vector<Timeline> readLogcatFile(std::string const& path, std::string const& name = "",
-                                     FollowOptions const* follow = nullptr);
+                                     FollowOptions const* follow = nullptr,
+                                     std::string const& systemTrace = "");
 
 // Reads the capture from `fd` to its end (or an interruption `options` accepts); `name` names it.
 // Throws ParseError as readLogcatFile does.

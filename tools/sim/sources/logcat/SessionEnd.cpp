@@ -436,6 +436,7 @@ Timeline SessionBuilder::finish(int lastLine, LogClock clock, FrameSink const& f
                      : mSawDebug || mSawInfo ? " (the session started before the capture)"
                                              : " (its start is not shown at this log level)");
     t.capture.completionKnown = mSawDebug && !mNoThreads;
+    t.capture.callsSeen = t.capture.completionKnown;
     addNotes(clock);
     foldBelow(INT_MAX, folded);
     finishTimeline(t);

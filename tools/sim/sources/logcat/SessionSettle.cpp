@@ -80,6 +80,7 @@ void SessionBuilder::settle(FrameSink const& folded, LogClock clock) {
     }
     labelCameras();
     t.capture.completionKnown = mSawDebug && !mNoThreads;
+    t.capture.callsSeen = t.capture.completionKnown;
     t.capture.logClock = clock;
     resolveBelow(bound);
     markGaps(bound, false);

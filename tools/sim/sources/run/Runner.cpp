@@ -8,6 +8,7 @@
 #include "sources/run/RunLogCollector.h"
 
 #include <ISyncHelper.h>
+#include <NSCam/SystemTrace.h>
 #include <NSCam/ULogger.h>
 #include <SyncHelper.h>
 
@@ -26,6 +27,7 @@
 #include <thread>
 #include <utility>
 
+#include <pthread.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -35,6 +37,7 @@ using namespace NSCam::camsys::camcoordinator;
 using NSCam::IMetadata;
 using NSCam::MRect;
 using NSCam::Utils::ULog::ULogger;
+namespace SystemTrace = NSCam::Utils::SystemTrace;
 using Clock = std::chrono::steady_clock;
 
 namespace {
@@ -207,6 +210,8 @@ void leaveLibrary(Session& s, int sensor, size_t idx, Slot& slot, CallRecord con
 // realtime run.
 void sensorThread(Session& s, int sensor, bool realtime, bool ordered, Clock::time_point start,
                   int64_t firstSofNs) {
+    // Named as a pipeline's thread is, for the system trace's task column.
+    pthread_setname_np(pthread_self(), ("sensor" + std::to_string(sensor)).substr(0, 15).c_str());
     // A returned call's frame has left the library (the last of its cameras removes it); the
     // records of the latest calls are kept all the same, for a waiter woken spuriously that
     // returns while its frame is still completing.
@@ -307,6 +312,11 @@ class RunDriver {
         }
         mCollector = std::make_unique<RunLogCollector>(mOptions.logcat, mDetailsLevel, onWait);
         mPreviousLogger = ULogger::install(mCollector.get());
+        if (mOptions.systemTrace != nullptr) {
+            mTraceWriter = std::make_unique<SystemTrace::AtraceTextWriter>(*mOptions.systemTrace);
+            mPreviousTraceWriter = SystemTrace::install(mTraceWriter.get());
+            SystemTrace::setEnabledTags(SystemTrace::kTagCamera);
+        }
         mS.helper = ISyncHelper::createInstance(mRows.session().sessionKey,
                                                 mRows.session().allowCropReplace, info);
         mS.concrete = std::dynamic_pointer_cast<SyncHelper>(mS.helper);
@@ -502,6 +512,8 @@ class RunDriver {
         }
         mCollector.release();
         mSession.release();
+        stopTracing();
+        mTraceWriter.release();  // a blocked thread may still be about to write
         return mResult;
     }
 
@@ -512,10 +524,18 @@ class RunDriver {
         mResult.returned = mS.callsDone;
         mS.concrete.reset();
         mS.helper.reset();
+        stopTracing();
         ULogger::install(mPreviousLogger);
         ULogger::sDetailsLevel = mDetailsLevel;
         deliver(mS.base, {});
         return mResult;
+    }
+
+    void stopTracing() {
+        if (mTraceWriter) {
+            SystemTrace::setEnabledTags(0);
+            SystemTrace::install(mPreviousTraceWriter);
+        }
     }
 
     static constexpr std::chrono::milliseconds kProgressEvery{100};
@@ -527,6 +547,8 @@ class RunDriver {
     Session& mS;
     std::unique_ptr<RunLogCollector> mCollector;
     ULogger* mPreviousLogger = nullptr;
+    std::unique_ptr<SystemTrace::AtraceTextWriter> mTraceWriter;
+    SystemTrace::Writer* mPreviousTraceWriter = nullptr;
     uint32_t mDetailsLevel = 0;
     RunResult mResult;
     Slot mFirst;

@@ -27,6 +27,9 @@ struct RunOptions {
     // When set, every line the library gives the unified logger is written here as a device's
     // `logcat -v threadtime` shows it (the level of the lines follows the logger words).
     std::ostream* logcat = nullptr;
+    // When set, the library's system-trace points (camera tag) are on for the run and written
+    // here as `atrace` prints a recorded trace.
+    std::ostream* systemTrace = nullptr;
     // Calls enter the library one at a time in trace order, across the sensor threads: a call
     // enters once the call before it has returned or has begun waiting in the library's
     // rendezvous (seen from the library's own "wait(%d)+" debug line, so the library's debug
