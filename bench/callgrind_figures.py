@@ -11,7 +11,9 @@ import re
 import sys
 
 # Functions counted, by a unique part of their demangled name.
-SYNC_RESULT_CHECK = 'SyncHelper::syncResultCheck('
+# The call a pipeline makes: the helper createInstance gives, its trace points' check included
+# (the name also holds SyncHelper::syncResultCheck, which it calls: the two must not both count).
+SYNC_RESULT_CHECK = 'TracedSyncHelper::syncResultCheck('
 ENQUE = 'SyncQueue::enque('
 ON_EVENT = 'SyncQueue_ResultCheck_Cb::onEvent('
 UPDATERS = [
