@@ -21,22 +21,6 @@ using namespace ryxtest;
 
 namespace {
 
-struct Seeds {
-    uint64_t first = 1;
-    uint64_t count = 150;
-};
-
-Seeds seedsFromEnvironment() {
-    Seeds s;
-    if (char const* v = std::getenv("RYX_TRUTH_SEEDS")) {
-        unsigned long long first = 0, count = 0;
-        if (std::sscanf(v, "%llu:%llu", &first, &count) == 2) {
-            s = {first, count};
-        }
-    }
-    return s;
-}
-
 // Per format and level: what was said, what was false, what the capture could decide and did.
 struct Tally {
     size_t cases = 0, statements = 0, falseOnes = 0, decidable = 0, decided = 0;
@@ -120,7 +104,7 @@ void judgeSeed(uint64_t seed, std::map<std::string, Tally>& tallies) {
 }  // namespace
 
 TEST(DiagnosisTruth, EveryStatementOfTheDiagnosisIsTrue) {
-    Seeds seeds = seedsFromEnvironment();
+    SeedRange seeds = seedsFrom("RYX_TRUTH_SEEDS", 150);
     std::map<std::string, Tally> tallies;
     auto start = std::chrono::steady_clock::now();
     for (uint64_t seed = seeds.first; seed < seeds.first + seeds.count; ++seed) {

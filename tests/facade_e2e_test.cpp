@@ -408,23 +408,28 @@ TEST_F(SessionTest, TracePointsGiveEachCallsVerdictOnItsOwnThread) {
     std::vector<std::string> const self = {
         "RyxSync session 24149 cameras 0,2", "E", "RyxSync f12 cam2",
         "C|" + std::to_string(getpid()) + "|RyxSync sof cam0-cam2 us|100",
-        "RyxSync f12 cam2 passed; sof 396100000; tolerance 1000 us; mode 1; master", "E",
-        "C|" + std::to_string(getpid()) + "|RyxSync master|2", "E", "RyxSync f13 cam2",
+        "RyxSync f12 cam2 passed; sof 396100000; tolerance 1000 us; mode 1; exp 397100000; asks "
+        "master 2; ids 0; required; request 1012; master",
+        "E", "C|" + std::to_string(getpid()) + "|RyxSync master|2", "E", "RyxSync f13 cam2",
         "C|" + std::to_string(getpid()) + "|RyxSync sof cam0-cam2 us|5100",
         // The timestamp check's own warning, inside the call that ran it.
         "RyxSync W [r1013:f13], CamId=0, time1=429000000ns, SyncId=2, time2=434100000ns, "
         "tolerance=1000us, syncOK=0",
         "E",
-        "RyxSync f13 cam2 out of sync, RESULT 2; sof 434100000; tolerance 1000 us; mode 1; master",
+        "RyxSync f13 cam2 out of sync, RESULT 2; sof 434100000; tolerance 1000 us; mode 1; exp "
+        "430100000; asks master 2; ids 0; required; request 1013; master",
         "E", "C|" + std::to_string(getpid()) + "|RyxSync master|2", "E", "RyxSync flush f14", "E",
         "RyxSync leave cam2", "E", "RyxSync session 24149 end", "E"};
     std::vector<std::string> const waiter12 = {
-        "RyxSync f12 cam0", "RyxSync f12 cam0 passed; sof 396000000; tolerance 1000 us; mode 1",
+        "RyxSync f12 cam0",
+        "RyxSync f12 cam0 passed; sof 396000000; tolerance 1000 us; mode 1; exp 397000000; asks "
+        "master 2; ids 2; required; request 1012",
         "E", "E"};
     std::vector<std::string> const waiter13 = {
         "RyxSync f13 cam0",
-        "RyxSync f13 cam0 out of sync, RESULT 2; sof 429000000; tolerance 1000 us; mode 1", "E",
-        "E"};
+        "RyxSync f13 cam0 out of sync, RESULT 2; sof 429000000; tolerance 1000 us; mode 1; exp "
+        "430000000; asks master 2; ids 2; required; request 1013",
+        "E", "E"};
     EXPECT_NE(std::find(calls.begin(), calls.end(), self), calls.end());
     EXPECT_NE(std::find(calls.begin(), calls.end(), waiter12), calls.end());
     EXPECT_NE(std::find(calls.begin(), calls.end(), waiter13), calls.end());

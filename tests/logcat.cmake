@@ -83,3 +83,10 @@ endif()
 if(RYX_BUILD_TOOLS AND EXISTS ${PROJECT_SOURCE_DIR}/tools/CMakeLists.txt)
   ryx_add_test(system_trace_test LABEL unit SOURCES system_trace_test.cpp LIBS synchelper_sim_core)
 endif()
+# A capture made into a trace of calls and replayed: the same random sessions, every verdict of
+# the replay judged against the run's own, and a what-if whose outcome is known.
+if(RYX_BUILD_TOOLS AND EXISTS ${PROJECT_SOURCE_DIR}/tools/CMakeLists.txt)
+  ryx_add_test(replay_truth_test LABEL truth
+    SOURCES replay_truth_test.cpp support/TruthSessions.cpp
+    LIBS synchelper_sim_run Android::log)
+endif()

@@ -490,9 +490,10 @@ TEST(PairSkews, TheToleranceThatPassesEachShareOfFramesComesFromEveryFrameShowin
             CameraCell c;
             c.sensor = cam;
             c.verdict = i % 10 == 0 ? Verdict::OutOfSync2 : Verdict::InSync;
-            // Camera 2 runs i us behind camera 0; camera 1 shows no start on odd frames.
+            // Camera 2 runs 3i us behind camera 0; camera 1 starts 0.25 ms before camera 0, across
+            // a millisecond boundary, and shows no start on odd frames.
             if (cam != 1 || i % 2 == 0) {
-                c.sofNs = 1000000LL * i + (cam == 2 ? 1000LL * i : cam == 1 ? -250000 : 0);
+                c.sofNs = 1000000LL * i + (cam == 2 ? 3000LL * i : cam == 1 ? -250000 : 0);
             }
             f.cells.push_back(c);
         }
@@ -503,21 +504,23 @@ TEST(PairSkews, TheToleranceThatPassesEachShareOfFramesComesFromEveryFrameShowin
     PairSkew const& p02 = t.skews[1];
     EXPECT_EQ(std::make_pair(p02.a, p02.b), std::make_pair(0, 2));
     EXPECT_EQ(p02.skew.count, 1000u);
-    EXPECT_DOUBLE_EQ(p02.skew.p50Us, 500);
-    EXPECT_DOUBLE_EQ(p02.tolerance99Us, 990);
-    EXPECT_DOUBLE_EQ(p02.tolerance999Us, 999);
-    EXPECT_DOUBLE_EQ(p02.skew.maxUs, 1000);
+    EXPECT_DOUBLE_EQ(p02.skew.p50Us, 1500);
+    EXPECT_DOUBLE_EQ(p02.skew.maxUs, 3000);
+    // The library's whole milliseconds: 2.97 ms apart (frame 990) is 2 ms, 3 ms only at 1000.
+    EXPECT_DOUBLE_EQ(p02.tolerance99Us, 2000);
+    EXPECT_DOUBLE_EQ(p02.tolerance999Us, 2000);
     PairSkew const& p01 = t.skews[0];
     EXPECT_EQ(p01.skew.count, 500u);
     EXPECT_DOUBLE_EQ(p01.skew.maxUs, 250);
+    EXPECT_DOUBLE_EQ(p01.tolerance99Us, 1000);  // 0.25 ms across a boundary: 1 ms apart
     EXPECT_EQ(std::make_pair(t.skews[2].a, t.skews[2].b), std::make_pair(1, 2));
 
     std::ostringstream text;
     writeText(text, t);
-    EXPECT_NE(text.str().find("    0 - 2: p50 500 us, p99 990 us, max 1.00 ms over 1000 frames; "
-                              "990 us / 999 us\n"),
+    EXPECT_NE(text.str().find("    0 - 2: p50 1.50 ms, p99 2.97 ms, max 3.00 ms over 1000 frames; "
+                              "2.00 ms / 2.00 ms\n"),
               std::string::npos)
         << text.str();
     nlohmann::json j = timelineJson(t);
-    EXPECT_EQ(j["timing"]["sof_skew"][1]["tolerance_99_9_us"], 999.0);
+    EXPECT_EQ(j["timing"]["sof_skew"][1]["tolerance_99_9_us"], 2000.0);
 }

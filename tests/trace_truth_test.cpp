@@ -242,14 +242,7 @@ void judgeSeed(uint64_t seed, Tally& tally) {
 }  // namespace
 
 TEST(SystemTraceTruth, EveryVerdictReadFromATraceIsTheRunsOwn) {
-    uint64_t first = 1, count = 60;
-    if (char const* v = std::getenv("RYX_TRACE_TRUTH_SEEDS")) {
-        unsigned long long f = 0, n = 0;
-        if (std::sscanf(v, "%llu:%llu", &f, &n) == 2) {
-            first = f;
-            count = n;
-        }
-    }
+    auto [first, count] = seedsFrom("RYX_TRACE_TRUTH_SEEDS", 60);
     Tally tally;
     for (uint64_t seed = first; seed < first + count; ++seed) {
         judgeSeed(seed, tally);

@@ -13,6 +13,7 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <map>
 #include <sstream>
@@ -232,6 +233,17 @@ TrueProcessLog runTrueSessions(uint64_t seed, int64_t startSec) {
         out.sessions.push_back(std::move(s));
     }
     return out;
+}
+
+SeedRange seedsFrom(char const* name, uint64_t count) {
+    SeedRange r{1, count};
+    if (char const* v = std::getenv(name)) {
+        unsigned long long first = 0, n = 0;
+        if (std::sscanf(v, "%llu:%llu", &first, &n) == 2) {
+            r = {first, n};
+        }
+    }
+    return r;
 }
 
 }  // namespace ryxtest

@@ -44,4 +44,12 @@ struct TrueProcessLog {
 // sessions.
 TrueProcessLog runTrueSessions(uint64_t seed, int64_t startSec);
 
+// The seeds a truth test runs: FIRST:COUNT from the environment variable `name`, else
+// 1:`count`.
+struct SeedRange {
+    uint64_t first = 1;
+    uint64_t count = 0;
+};
+SeedRange seedsFrom(char const* name, uint64_t count);
+
 }  // namespace ryxtest

@@ -2,18 +2,22 @@
 
 #include "cli/AdbLogcat.h"
 #include "cli/Cli.h"
+#include "cli/SessionReplay.h"
 #include "model/ParseError.h"
 #include "sinks/TextSink.h"
 #include "sources/logcat/LogcatSource.h"
 
+#include <unistd.h>
+#include <climits>
 #include <csignal>
+#include <cstdio>
 #include <iostream>
 
 namespace ryxsim::cli {
 
 namespace {
 
-char const* const kFooter = R"(
+std::string const kFooter = R"(
 The capture is what 'adb logcat' saved, in any of its formats and modifiers (threadtime is
 best: the others lack thread ids or times, and the report says what that hides), UTF-8 or
 UTF-16; a bugreport (.txt or .zip: its SYSTEM LOG and LAST LOGCAT sections, and the library's
@@ -33,6 +37,14 @@ Examples:
   synchelper-sim explain cam.txt --system-trace cam.trace
   adb logcat -v threadtime | synchelper-sim explain --follow -
   synchelper-sim explain --adb 0123456789ABCDEF --camera-names 0=wide,1=tele
+  synchelper-sim explain cam.trace --to-trace cam.csv && synchelper-sim replay cam.csv --ordered
+  synchelper-sim explain cam.trace --what-if tolerance_us=2000 --what-if mode=0
+
+--to-trace and --what-if need every call: a system trace of the library, or a log at debug level
+with thread ids (a log lacks exposure times and the controls, so its trace marks them '?' and a
+replay names them; --what-if NAME=VALUE gives tolerance_us, mode, master, enable or intent).
+What-if settings:
+  )" + settingsHelp() + R"(
 )";
 
 volatile std::sig_atomic_t gInterrupted = 0;
@@ -69,6 +81,19 @@ CLI::App* ExplainCommand::addTo(CLI::App& app) {
                     "Follow a phone's log live: runs 'adb [-s SERIAL] logcat' (implies --follow)")
         ->expected(0, 1)
         ->type_name("[SERIAL]");
+    cmd->add_option("--to-trace", mToTrace.path,
+                    "Write the session's calls as a trace to replay (- for standard output)")
+        ->type_name("FILE");
+    cmd->add_option("--what-if", mWhatIf,
+                    "Run the session again through the library with NAME=VALUE changed "
+                    "(repeatable): which frames' verdicts change, and why")
+        ->type_name("NAME=VALUE")
+        ->allow_extra_args(false);
+    cmd->add_option("--session", mSession,
+                    "The session --to-trace and --what-if take (1 the first listed; default: "
+                    "the one with the most frames)")
+        ->check(CLI::PositiveNumber);
+    mOutputs.alsoWrites(&mToTrace);
     mNames.addTo(*cmd);
     mOutputs.addTo(*cmd);
     cmd->callback([this, cmd] { mAdb = cmd->count("--adb") > 0; });
@@ -81,6 +106,16 @@ std::string ExplainCommand::checkArguments() {
     }
     if (!mSystemTrace.empty() && (mFollow || mAdb)) {
         return "explain: --system-trace reads a recorded trace, not with --follow or --adb";
+    }
+    bool replays = !mToTrace.path.empty() || !mWhatIf.empty();
+    if (replays && (mFollow || mAdb)) {
+        return "explain: --to-trace and --what-if read a recorded capture, not with --follow "
+               "or --adb";
+    }
+    for (auto const& setting : mWhatIf) {
+        if (std::string e = parseSetting(setting, mSettings); !e.empty()) {
+            return "explain: " + e.replace(0, 5, "--what-if");
+        }
     }
     if (!mAdb && mCapture.empty()) {
         return "explain: a CAPTURE is required (a file, - for standard input, or --adb)";
@@ -137,6 +172,9 @@ int ExplainCommand::execute() {
         return badInput(e);
     }
     std::vector<Timeline> sessions;
+    if (!mToTrace.path.empty() || !mWhatIf.empty()) {
+        setDefaultDetailFrames(SIZE_MAX);  // every frame's record is compared or written
+    }
     try {
         sessions = mFollow || mAdb
                        ? follow()
@@ -145,7 +183,39 @@ int ExplainCommand::execute() {
         return badInput(e.what());
     }
     mNames.apply(sessions);
+    if (!mToTrace.path.empty() || !mWhatIf.empty()) {
+        return replaySession(sessions);
+    }
     return mOutputs.write(sessions);
+}
+
+int ExplainCommand::replaySession(std::vector<Timeline>& sessions) {
+    Timeline const* chosen = chooseSession(sessions, mSession);
+    if (chosen == nullptr) {
+        return kExitBadInput;
+    }
+    if (!mToTrace.path.empty()) {
+        if (int status = writeSessionTrace(*chosen, mToTrace); status != kExitOk) {
+            return status;
+        }
+        if (mWhatIf.empty()) {
+            return kExitOk;
+        }
+    }
+    std::vector<Timeline> report{*chosen};
+    bool blocked = false;
+    int status = whatIfSession(report.back(), mSettings, inputName(mCapture), blocked);
+    if (status != kExitOk) {
+        return status;
+    }
+    status = mOutputs.write(report);
+    if (blocked) {  // threads of a replay are still inside the library: they cannot be joined
+        printWarning("a replay left threads blocked in the library; exiting without them");
+        std::fflush(stdout);
+        std::fflush(stderr);
+        _exit(status);
+    }
+    return status;
 }
 
 }  // namespace ryxsim::cli

@@ -2,11 +2,14 @@
 // synchelper-sim explain CAPTURE: a device's log capture read back into its sessions, every
 // frame explained from what the library logged. With --follow (or --adb, which runs
 // 'adb logcat' itself) the capture is read as it is written: each frame that did not pass is
-// printed once it is decided, the report comes at the end of the input or on Ctrl-C.
+// printed once it is decided, the report comes at the end of the input or on Ctrl-C. With
+// --to-trace a session's calls become a trace to replay; with --what-if they are run again
+// through the library with other settings, and the report says which frames would change.
 
 #include "cli/CameraNames.h"
 #include "cli/Command.h"
 #include "cli/Outputs.h"
+#include "model/Settings.h"
 #include "model/Timeline.h"
 
 #include <vector>
@@ -21,12 +24,18 @@ class ExplainCommand : public Command {
   private:
     std::string checkArguments();
     std::vector<Timeline> follow();
+    // --to-trace and --what-if on the session they take; the exit status.
+    int replaySession(std::vector<Timeline>& sessions);
 
     std::string mCapture;
     std::string mSystemTrace;  // a system trace of the same sessions, read with the capture
     bool mFollow = false;
     bool mAdb = false;
     std::string mSerial;
+    OutputPath mToTrace{"--to-trace", "trace", ""};
+    std::vector<std::string> mWhatIf;  // NAME=VALUE
+    Settings mSettings;
+    int mSession = 0;  // 1-based; 0: the session with the most frames
     CameraNames mNames;
     SharedOutputs mOutputs;
 };

@@ -218,10 +218,14 @@ int runLibrary(RunInput const& input, LibraryRunOptions const& options,
     report.description = input.description;
     report.run.seed = input.seed;
     report.run.realtime = options.realtime;
+    bool amendBlocked = false;
+    if (input.amend) {
+        input.amend(report, amendBlocked);
+    }
     options.names.apply(sessions);
     int status = outputs.write(sessions);
     status = status == kExitOk && !written ? kExitWriteFailed : status;
-    if (!report.blocked.empty()) {
+    if (!report.blocked.empty() || amendBlocked) {
         std::fprintf(
             stderr,
             "synchelper-sim: %s still blocked in the library; exiting without waiting "

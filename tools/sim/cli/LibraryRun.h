@@ -42,6 +42,9 @@ struct RunInput {
     std::string source;       // "built-in scenario", "scenario FILE", "trace FILE"
     std::string description;  // the scenario's own words, with what this run changed
     std::optional<uint64_t> seed;
+    // Called with the run's report before it is written (replay --set adds its comparison);
+    // sets `blocked` when it left threads inside the library.
+    std::function<void(Timeline&, bool& blocked)> amend;
 };
 
 // Checks the call flow, runs the calls, writes the reports. Returns the exit status; a run that

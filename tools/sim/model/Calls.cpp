@@ -36,7 +36,7 @@ bool CallRow::operator==(CallRow const& o) const {
            sofNs == o.sofNs && expNs == o.expNs && master == o.master && syncIds == o.syncIds &&
            required == o.required && enable == o.enable && toleranceUs == o.toleranceUs &&
            mode == o.mode && msList == o.msList && intent == o.intent && getCrop == o.getCrop &&
-           crops == o.crops;
+           crops == o.crops && unknown == o.unknown;
 }
 
 CameraSpec const* SessionInfo::camera(int id) const {

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -47,6 +48,9 @@ struct CallRow {
     bool getCrop = false;                         // Result: call getSensorCropRegion first
     std::map<int, NSCam::MRect> crops;            // Crop: the set, by sensor id
     int sourceLine = 0;                           // line in the trace file (0 when generated)
+    // Columns whose value the trace's source did not hold ("?" in a trace made from a capture):
+    // the call cannot be made until they are given.
+    std::set<std::string> unknown;
 
     bool operator==(CallRow const& o) const;
     bool operator!=(CallRow const& o) const { return !(*this == o); }

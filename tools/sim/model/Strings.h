@@ -37,4 +37,13 @@ inline std::vector<std::string> split(std::string_view s, char sep) {
     }
 }
 
+// The items with `sep` between them.
+inline std::string join(std::vector<std::string> const& items, std::string const& sep) {
+    std::string out;
+    for (size_t i = 0; i < items.size(); ++i) {
+        out += (i ? sep : std::string()) + items[i];
+    }
+    return out;
+}
+
 }  // namespace ryxsim

@@ -1,6 +1,7 @@
 #include "model/Timeline.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -9,6 +10,18 @@
 #include <tuple>
 
 namespace ryxsim {
+
+namespace {
+std::atomic<size_t> gDefaultDetailFrames{kDefaultDetailFrames};
+}  // namespace
+
+size_t defaultDetailFrames() {
+    return gDefaultDetailFrames.load(std::memory_order_relaxed);
+}
+
+void setDefaultDetailFrames(size_t frames) {
+    gDefaultDetailFrames.store(frames, std::memory_order_relaxed);
+}
 
 char const* verdictName(Verdict v) {
     switch (v) {
@@ -346,6 +359,10 @@ void addSkews(TimelineTally& tally, FrameRecord const& f) {
             }
             int64_t d = *a->sofNs - *b->sofNs;
             tally.skews[{a->sensor, b->sensor}].add(d < 0 ? -d : d);
+            // The library compares whole milliseconds of each start (truncated): the tolerance
+            // that passes a frame is that difference, which may be a millisecond more.
+            int64_t ms = *a->sofNs / 1000000 - *b->sofNs / 1000000;
+            tally.comparedGaps[{a->sensor, b->sensor}].add((ms < 0 ? -ms : ms) * 1000000);
         }
     }
 }
@@ -353,8 +370,9 @@ void addSkews(TimelineTally& tally, FrameRecord const& f) {
 std::vector<PairSkew> pairSkews(TimelineTally const& tally) {
     std::vector<PairSkew> v;
     for (auto const& [pair, p] : tally.skews) {
-        v.push_back(
-            {pair.first, pair.second, p.stats(), p.percentileUs(0.99), p.percentileUs(0.999)});
+        Percentiles const& compared = tally.comparedGaps.at(pair);
+        v.push_back({pair.first, pair.second, p.stats(), compared.percentileUs(0.99),
+                     compared.percentileUs(0.999)});
     }
     return v;
 }

@@ -15,6 +15,7 @@
 #include <cstdint>
 #include <deque>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -57,6 +58,9 @@ struct CameraCell {
     std::optional<int64_t> sofNs;              // the start of frame the pipeline gave
     std::optional<NSCam::MRect> cropOverride;  // RYX_SENSOR_CROP_OVERRIDE written
     size_t row = 0;                            // trace row, for runs
+    // The call as the capture shows it, every control it held (a system trace's verdict mark):
+    // what a replay of the capture makes again. Absent when the capture does not hold them all.
+    std::optional<CallRow> call;
 };
 
 struct FrameRecord {
@@ -127,7 +131,9 @@ struct TimelineTally {
     std::map<int, Sensor> sensors;
     Percentiles wait;
     std::map<std::pair<int, int>, Percentiles> skews;  // camera pair -> |sof difference|
-    std::deque<FrameRecord> recent;                    // the latest folded frames, passed or not
+    // camera pair -> the difference the library's check sees: whole milliseconds of each start
+    std::map<std::pair<int, int>, Percentiles> comparedGaps;
+    std::deque<FrameRecord> recent;  // the latest folded frames, passed or not
     std::vector<int> neverCompleted;
     bool any = false;
     int frames = 0, firstFrame = 0, lastFrame = 0;
@@ -163,7 +169,10 @@ struct CaptureGap {
 };
 
 // The start-of-frame differences of one pair of cameras over the frames that show both, and the
-// tolerance that would have passed 99 % and 99.9 % of them.
+// tolerance that would have passed 99 % and 99.9 % of them. The library compares the whole
+// milliseconds of each start, so that tolerance is in whole milliseconds and may exceed the
+// difference itself by up to one (two starts 0.2 ms apart across a millisecond boundary need
+// a tolerance of 1 ms).
 struct PairSkew {
     int a = 0, b = 0;
     WaitStats skew;  // |sof(a) - sof(b)|
@@ -172,6 +181,11 @@ struct PairSkew {
 
 // Passed frames kept with their whole record by default: the latest this many.
 constexpr size_t kDefaultDetailFrames = 20000;
+// What a timeline made without saying keeps (kDefaultDetailFrames). A process that needs every
+// frame's record of what it reads (a capture made into a trace, replayed, compared frame by
+// frame) raises it before reading.
+size_t defaultDetailFrames();
+void setDefaultDetailFrames(size_t frames);
 
 // What only a run knows: its seed, the calls it made and what they cost.
 struct RunFacts {
@@ -187,7 +201,7 @@ struct RunFacts {
 
 // What only a capture knows: where the session is in the log and what the log may not show.
 struct CaptureFacts {
-    bool completionKnown = false;        // CameraCell::completed is known (a log with debug lines)
+    bool completionKnown = false;  // CameraCell::completed is known (a log with debug lines)
     // Every call, its arrival and the session's events are shown (a log with debug lines and
     // thread ids, or the library's system-trace points): what is not listed did not happen.
     bool callsSeen = false;
@@ -199,6 +213,8 @@ struct CaptureFacts {
     std::optional<int64_t> endNs;        // the capture's last time, on the session's clock
     std::vector<CaptureGap> gaps;
 };
+
+struct WhatIfFacts;  // WhatIf.h
 
 struct Timeline {
     std::string name;
@@ -219,7 +235,7 @@ struct Timeline {
     // `detailFrames` frames. A source either fills it and calls finishTimeline, or folds frames
     // in with foldFrame.
     std::vector<FrameRecord> frames;
-    size_t detailFrames = kDefaultDetailFrames;
+    size_t detailFrames = defaultDetailFrames();
     FrameStrip strip;     // every frame, in columns
     TimelineTally tally;  // running figures while frames are folded in
 
@@ -252,6 +268,8 @@ struct Timeline {
     std::string fatalText;           // the library's own fatal message
     std::vector<std::string> notes;  // what the source could not see
     int exitStatus = 0;
+    // The session run again with other settings (explain --what-if, replay --set), when it was.
+    std::shared_ptr<WhatIfFacts const> whatIf;
 
     std::string label(int sensor) const;
     // A frame's log time as the capture prints it; empty for runs and captures without times.

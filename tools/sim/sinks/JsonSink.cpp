@@ -1,5 +1,7 @@
 #include "sinks/JsonSink.h"
+
 #include "sinks/Explanation.h"
+#include "sinks/WhatIfSink.h"
 
 #include <ostream>
 
@@ -248,6 +250,9 @@ nlohmann::json timelineJson(Timeline const& r, bool frameLists) {
     j["imported"] = r.imported;
     j["clock"] = r.clock;
     j["notes"] = r.notes;
+    if (r.whatIf) {
+        j["what_if"] = whatIfJson(r);
+    }
     j["section"] = r.capture.section.empty() ? json(nullptr) : json(r.capture.section);
     j["gaps"] = r.imported ? gapsJson(r) : json(nullptr);
     j["fatal"] = r.fatal.empty() ? json(nullptr) : json{{"rule", r.fatal}, {"log", r.fatalText}};

@@ -1,5 +1,7 @@
 #include "sinks/TextSink.h"
+
 #include "sinks/Explanation.h"
+#include "sinks/WhatIfSink.h"
 
 #include "model/Words.h"
 
@@ -368,6 +370,7 @@ void writeText(std::ostream& out, Timeline const& r) {
     writeEvents(out, r);
     writeTiming(out, r);
     writeAnomalies(out, r);
+    writeWhatIfText(out, r);
 }
 
 }  // namespace ryxsim

@@ -202,6 +202,17 @@ constexpr size_t kMaxFlushFrames = 21;    // flushed frame numbers kept
 #define RYX_TRACE_VERDICT "RyxSync f%d cam%d %s; sof %" PRId64 "%s"
 #define RYX_TRACE_TOLERANCE_PIECE "; tolerance %" PRId64 " us"
 #define RYX_TRACE_MODE_PIECE "; mode %d"
+// The rest of what the call's controls held, so that a trace can be replayed call for call:
+// its exposure time, the master it asked for, its sync ids (blank-separated), the required tag,
+// the enable flag, the capture intent, the master-slave list, and its request when not its frame.
+#define RYX_TRACE_EXPOSURE_PIECE "; exp %" PRId64
+#define RYX_TRACE_ASKED_MASTER_PIECE "; asks master %d"
+#define RYX_TRACE_SYNC_IDS_PIECE "; ids %s"
+#define RYX_TRACE_REQUIRED_PIECE "; required"
+#define RYX_TRACE_ENABLE_PIECE "; enable %d"
+#define RYX_TRACE_INTENT_PIECE "; intent %d"
+#define RYX_TRACE_MS_LIST_PIECE "; ms %s"
+#define RYX_TRACE_REQUEST_PIECE "; request %d"
 #define RYX_TRACE_MASTER_PIECE "; master"
 #define RYX_TRACE_PASSED "passed"
 #define RYX_TRACE_UNCHECKED "passed, not checked"

@@ -1,5 +1,6 @@
 #include "TracedSyncHelper.h"
 
+#include "MetaRead.h"
 #include "SyncMessages.h"
 #include "SyncMetaTags.h"
 #include "SyncTrace.h"
@@ -41,18 +42,64 @@ char const* verdictWords(bool verdict, std::optional<int64_t> result) {
     return result == FRAMESYNC_RESULT_FAIL_DROP ? RYX_TRACE_RESULT_2 : RYX_TRACE_DROPPED;
 }
 
-// "RyxSync f12 cam2 passed; sof 1000; tolerance 1000 us; mode 0; master"
-void markVerdict(SyncResultInputParams const& input, char const* words, bool master) {
-    std::string extra;
+template <typename T>
+void appendPiece(std::string& extra, char const* format, T value) {
     char piece[48];
-    if (auto tolerance = readEntry<int64_t>(input.HalControl, RYX_FRAMESYNC_TOLERANCE)) {
-        std::snprintf(piece, sizeof piece, RYX_TRACE_TOLERANCE_PIECE, *tolerance);
-        extra += piece;
+    std::snprintf(piece, sizeof piece, format, value);
+    extra += piece;
+}
+
+void appendListPiece(std::string& extra, char const* format, NSCam::IMetadata const* metadata,
+                     NSCam::IMetadata::Tag_t tag) {
+    if (metadata == nullptr || metadata->entryFor(tag).isEmpty()) {
+        return;
     }
-    if (auto mode = readEntry<int32_t>(input.HalControl, RYX_FRAMESYNC_MODE)) {
-        std::snprintf(piece, sizeof piece, RYX_TRACE_MODE_PIECE, static_cast<int>(*mode));
-        extra += piece;
+    std::vector<int32_t> items;
+    appendItems(metadata, tag, items);
+    std::string list;
+    for (int32_t item : items) {
+        list += (list.empty() ? "" : " ") + std::to_string(item);
     }
+    std::vector<char> piece(list.size() + 16);
+    std::snprintf(piece.data(), piece.size(), format, list.c_str());
+    extra += piece.data();
+}
+
+// Everything the call's controls held that its verdict depends on, so that a trace can be
+// replayed call for call.
+std::string controlPieces(SyncResultInputParams const& input) {
+    std::string extra;
+    NSCam::IMetadata const* hal = input.HalControl;
+    if (auto tolerance = readEntry<int64_t>(hal, RYX_FRAMESYNC_TOLERANCE)) {
+        appendPiece(extra, RYX_TRACE_TOLERANCE_PIECE, *tolerance);
+    }
+    if (auto mode = readEntry<int32_t>(hal, RYX_FRAMESYNC_MODE)) {
+        appendPiece(extra, RYX_TRACE_MODE_PIECE, static_cast<int>(*mode));
+    }
+    appendPiece(extra, RYX_TRACE_EXPOSURE_PIECE, static_cast<int64_t>(input.expTimeStamp));
+    if (auto asked = readEntry<int32_t>(hal, RYX_DUALZOOM_REAL_MASTER)) {
+        appendPiece(extra, RYX_TRACE_ASKED_MASTER_PIECE, static_cast<int>(*asked));
+    }
+    appendListPiece(extra, RYX_TRACE_SYNC_IDS_PIECE, hal, RYX_FRAMESYNC_ID);
+    if (hal != nullptr && !hal->entryFor(RYX_FRAMESYNC_REQUIRED).isEmpty()) {
+        extra += RYX_TRACE_REQUIRED_PIECE;
+    }
+    if (auto enable = readEntry<int32_t>(hal, RYX_FRAMESYNC_ENABLE)) {
+        appendPiece(extra, RYX_TRACE_ENABLE_PIECE, static_cast<int>(*enable));
+    }
+    if (auto intent = readEntry<uint8_t>(input.AppControl, CAPTURE_INTENT)) {
+        appendPiece(extra, RYX_TRACE_INTENT_PIECE, static_cast<int>(*intent));
+    }
+    appendListPiece(extra, RYX_TRACE_MS_LIST_PIECE, hal, RYX_MW_MASTER_SLAVE_LIST);
+    if (input.requestNo != input.frameNo) {
+        appendPiece(extra, RYX_TRACE_REQUEST_PIECE, input.requestNo);
+    }
+    return extra;
+}
+
+// "RyxSync f12 cam2 passed; sof 1000; tolerance 1000 us; mode 0; exp 990; ids 0; master"
+void markVerdict(SyncResultInputParams const& input, char const* words, bool master) {
+    std::string extra = controlPieces(input);
     if (master) {
         extra += RYX_TRACE_MASTER_PIECE;
     }

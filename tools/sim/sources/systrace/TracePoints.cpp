@@ -65,7 +65,7 @@ bool SystemTraceReader::libraryPoint(TraceLine const& t, int lineNo, Open& open)
             s.addCall(call);  // its section began before the trace
         }
     } else if (readMessage(t.name, RYX_TRACE_FLUSH, &frame)) {
-        s.flush(frame, t.ns);
+        s.flush(frame, t.ns, t.tid);
     } else if (readMessage(t.name, RYX_TRACE_MASTER_DROP, &frame, &cam)) {
         s.masterDrop(frame, cam, t.ns);
     } else if (readMessage(t.name, RYX_TRACE_LEAVE, &cam)) {

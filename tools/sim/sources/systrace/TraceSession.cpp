@@ -4,6 +4,7 @@
 #include "sources/logcat/LibraryLine.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <map>
 
 namespace ryxsim {
@@ -45,20 +46,11 @@ bool TraceSession::readVerdict(std::string_view name, TraceCall& call) {
     }
     call.words = words;
     call.sofNs = sof;
+    call.row.sofNs = sof;
     std::string_view rest = extra;
     while (!rest.empty()) {
-        long tolerance = 0;
-        int mode = 0;
-        Field const toleranceField[] = {&tolerance};
-        Field const modeField[] = {&mode};
-        long n = 0;
-        if ((n = matchFormat(rest, RYX_TRACE_TOLERANCE_PIECE, toleranceField, 1)) > 0) {
-            call.toleranceUs = tolerance;
-        } else if ((n = matchFormat(rest, RYX_TRACE_MODE_PIECE, modeField, 1)) > 0) {
-            call.mode = mode;
-        } else if ((n = matchFormat(rest, RYX_TRACE_MASTER_PIECE, nullptr, 0)) > 0) {
-            call.master = true;
-        } else {
+        long n = readControlPiece(rest, call);
+        if (n <= 0) {
             return false;
         }
         rest.remove_prefix(static_cast<size_t>(n));
@@ -66,9 +58,60 @@ bool TraceSession::readVerdict(std::string_view name, TraceCall& call) {
     return true;
 }
 
-void TraceSession::flush(int frame, int64_t ns) {
+namespace {
+
+std::vector<int32_t> itemsOf(std::string const& list) {
+    std::vector<int32_t> items;
+    for (std::string_view rest = list; !rest.empty();) {
+        size_t blank = rest.find(' ');
+        items.push_back(
+            static_cast<int32_t>(std::atol(std::string(rest.substr(0, blank)).c_str())));
+        rest.remove_prefix(blank == std::string_view::npos ? rest.size() : blank + 1);
+    }
+    return items;
+}
+
+}  // namespace
+
+long TraceSession::readControlPiece(std::string_view rest, TraceCall& call) {
+    long number = 0;
+    int value = 0;
+    std::string list;
+    Field const numberField[] = {&number}, valueField[] = {&value}, listField[] = {&list};
+    CallRow& row = call.row;
+    std::string_view piece = rest.substr(0, rest.find(';', 1));  // a list reads to its piece's end
+    long n = 0;
+    if ((n = matchFormat(rest, RYX_TRACE_TOLERANCE_PIECE, numberField, 1)) > 0) {
+        call.toleranceUs = row.toleranceUs = number;
+    } else if ((n = matchFormat(rest, RYX_TRACE_MODE_PIECE, valueField, 1)) > 0) {
+        call.mode = row.mode = value;
+    } else if ((n = matchFormat(rest, RYX_TRACE_MASTER_PIECE, nullptr, 0)) > 0) {
+        call.master = true;
+    } else if ((n = matchFormat(rest, RYX_TRACE_EXPOSURE_PIECE, numberField, 1)) > 0) {
+        row.expNs = number;
+        call.controlsShown = true;  // a library that writes the controls always writes this one
+    } else if ((n = matchFormat(rest, RYX_TRACE_ASKED_MASTER_PIECE, valueField, 1)) > 0) {
+        row.master = value;
+    } else if ((n = matchFormat(piece, RYX_TRACE_SYNC_IDS_PIECE, listField, 1)) > 0) {
+        row.syncIds = itemsOf(list);
+    } else if ((n = matchFormat(rest, RYX_TRACE_REQUIRED_PIECE, nullptr, 0)) > 0) {
+        row.required = true;
+    } else if ((n = matchFormat(rest, RYX_TRACE_ENABLE_PIECE, valueField, 1)) > 0) {
+        row.enable = value;
+    } else if ((n = matchFormat(rest, RYX_TRACE_INTENT_PIECE, valueField, 1)) > 0) {
+        row.intent = value;
+    } else if ((n = matchFormat(piece, RYX_TRACE_MS_LIST_PIECE, listField, 1)) > 0) {
+        row.msList = itemsOf(list);
+    } else if ((n = matchFormat(rest, RYX_TRACE_REQUEST_PIECE, valueField, 1)) > 0) {
+        row.request = value;
+    }
+    return n;
+}
+
+void TraceSession::flush(int frame, int64_t ns, int tid) {
     mFlushed.insert(frame);
     mFlushes.push_back({frame, -1, ns});
+    mFlushTids.push_back(tid);
 }
 
 void TraceSession::masterDrop(int frame, int cam, int64_t ns) {

@@ -25,6 +25,10 @@ struct TraceCall {
     std::optional<int64_t> sofNs, toleranceUs;
     std::optional<int> mode;
     bool master = false;
+    // The call's controls as its verdict mark gives them (sof, exposure, tolerance, mode, asked
+    // master, sync ids, ...), when the mark holds them all (controlsShown).
+    CallRow row;
+    bool controlsShown = false;
 };
 
 class TraceSession {
@@ -45,8 +49,10 @@ class TraceSession {
     TraceCall& call(int index) { return mCalls[static_cast<size_t>(index)]; }
     // Reads a verdict mark's name into `call`; false when it is none.
     static bool readVerdict(std::string_view name, TraceCall& call);
+    // Reads one "; piece" of a verdict mark at the start of `rest`: its length, or -1.
+    static long readControlPiece(std::string_view rest, TraceCall& call);
 
-    void flush(int frame, int64_t ns);
+    void flush(int frame, int64_t ns, int tid);
     void masterDrop(int frame, int cam, int64_t ns);
     void leave(int cam, int64_t ns);
     // A warning, error or fatal mark; `callFrame` is the frame of the call it was made in.
@@ -78,6 +84,7 @@ class TraceSession {
     std::vector<TraceCall> mCalls;
     std::set<int> mFlushed, mMasterDropped;
     std::vector<Timeline::Event> mFlushes, mMasterDrops, mLeaves;
+    std::vector<int> mFlushTids;                 // the thread of each flush
     std::map<int, std::set<Refusal>> mRefusals;  // frame -> what the warnings inside it said
     std::vector<LoggedAnomaly> mAnomalies;
     std::string mFatal;

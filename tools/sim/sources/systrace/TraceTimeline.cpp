@@ -45,6 +45,13 @@ CameraCell TraceSession::cellOf(TraceCall const& c) const {
                    : w == RYX_TRACE_OWN_DROP  ? Verdict::Dropped
                                               : Verdict::Undetermined;
     cell.cause = w == RYX_TRACE_OWN_DROP ? DropCause::Own : DropCause::None;
+    if (c.controlsShown) {
+        cell.call = c.row;
+        cell.call->sensor = c.cam;
+        cell.call->frame = c.frame;
+        cell.call->kind = c.drop ? CallKind::Drop : CallKind::Result;
+        cell.call->request = c.row.request < 0 ? c.frame : c.row.request;
+    }
     return cell;
 }
 
@@ -187,6 +194,11 @@ Timeline TraceSession::build() {
         t.capture.tidOf.emplace(c.cam, c.tid);
     }
     t.flushes = mFlushes;
+    for (size_t i = 0; i < t.flushes.size(); ++i) {
+        for (auto const& [cam, tid] : t.capture.tidOf) {
+            t.flushes[i].sensor = tid == mFlushTids[i] ? cam : t.flushes[i].sensor;
+        }
+    }
     t.masterDrops = mMasterDrops;
     t.leaves = mLeaves;
     for (auto const& a : mAnomalies) {

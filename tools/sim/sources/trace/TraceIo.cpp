@@ -181,6 +181,28 @@ void parseDirective(std::string const& body, FieldReader const& fr, SessionInfo&
     }
 }
 
+// The columns a capture may not show: "?" in them marks the value as not known.
+char const* const kUnknowable[] = {"sof_ns", "exp_ns",       "master", "sync_ids", "required",
+                                   "enable", "tolerance_us", "mode",   "ms_list",  "intent"};
+
+bool unknowable(std::string const& column) {
+    return std::find(std::begin(kUnknowable), std::end(kUnknowable), column) !=
+           std::end(kUnknowable);
+}
+
+void takeUnknown(std::map<std::string, std::string>& fields, FieldReader const& fr, CallRow& row) {
+    for (auto& [column, value] : fields) {
+        if (value != kUnknownField) {
+            continue;
+        }
+        if (!unknowable(column)) {
+            fr.fail(column, "'?' (not known) is taken only in the controls and the times");
+        }
+        row.unknown.insert(column);
+        value.clear();
+    }
+}
+
 CallRow parseRow(std::vector<std::string> const& header, std::vector<std::string> const& cells,
                  FieldReader const& fr) {
     if (cells.size() != header.size()) {
@@ -191,12 +213,13 @@ CallRow parseRow(std::vector<std::string> const& header, std::vector<std::string
     for (size_t i = 0; i < header.size(); ++i) {
         f[header[i]] = trim(cells[i]);
     }
+    CallRow row;
+    takeUnknown(f, fr, row);
     auto get = [&](char const* name) -> std::string {
         auto it = f.find(name);
         return it == f.end() ? std::string() : it->second;
     };
 
-    CallRow row;
     std::string sensor = get("sensor");
     if (sensor.empty()) {
         fr.fail("sensor", "missing");
@@ -375,6 +398,15 @@ void writeTraceHeader(std::ostream& out, SessionInfo const& s) {
     out << "\n";
 }
 
+namespace {
+
+// `text`, or "?" when the row's source did not know the column's value.
+std::string known(CallRow const& r, char const* column, std::string text) {
+    return r.unknown.count(column) != 0 ? std::string(kUnknownField) : text;
+}
+
+}  // namespace
+
 void writeTraceRow(std::ostream& out, CallRow const& r) {
     bool perFrame = r.kind == CallKind::Result || r.kind == CallKind::Drop;
     std::string crops;
@@ -386,11 +418,14 @@ void writeTraceRow(std::ostream& out, CallRow const& r) {
         << ','
         << (r.request != r.frame || r.kind == CallKind::Crop ? std::to_string(r.request)
                                                              : std::string())
-        << ',' << (perFrame && r.sofNs ? std::to_string(r.sofNs) : "") << ','
-        << (perFrame && r.expNs ? std::to_string(r.expNs) : "") << ',' << opt(r.master) << ','
-        << list(r.syncIds) << ',' << (r.required ? "1" : "") << ',' << opt(r.enable) << ','
-        << opt(r.toleranceUs) << ',' << opt(r.mode) << ',' << list(r.msList) << ',' << opt(r.intent)
-        << ',' << (r.getCrop ? "1" : "") << ',' << crops << "\n";
+        << ',' << known(r, "sof_ns", perFrame && r.sofNs ? std::to_string(r.sofNs) : "") << ','
+        << known(r, "exp_ns", perFrame && r.expNs ? std::to_string(r.expNs) : "") << ','
+        << known(r, "master", opt(r.master)) << ',' << known(r, "sync_ids", list(r.syncIds)) << ','
+        << known(r, "required", r.required ? "1" : "") << ',' << known(r, "enable", opt(r.enable))
+        << ',' << known(r, "tolerance_us", opt(r.toleranceUs)) << ','
+        << known(r, "mode", opt(r.mode)) << ',' << known(r, "ms_list", list(r.msList)) << ','
+        << known(r, "intent", opt(r.intent)) << ',' << (r.getCrop ? "1" : "") << ',' << crops
+        << "\n";
 }
 
 void writeTrace(std::ostream& out, Trace const& trace) {

@@ -9,6 +9,9 @@
 
 namespace ryxsim {
 
+// A field whose value the trace's source did not know (CallRow::unknown).
+constexpr char kUnknownField[] = "?";
+
 // Parses trace text; `fileName` is used in error messages only. Throws ParseError.
 Trace parseTrace(std::string const& text, std::string const& fileName);
 
