@@ -13,6 +13,10 @@ if(RYX_BUILD_TOOLS AND EXISTS ${PROJECT_SOURCE_DIR}/tools/CMakeLists.txt)
   add_dependencies(sim_whatif_test synchelper-sim)
   target_compile_definitions(sim_whatif_test PRIVATE ${RYX_SIM_SCENARIOS}
     RYX_SIM_BINARY="$<TARGET_FILE:synchelper-sim>" ${RYX_SCHEMA_CHECKS})
+  ryx_add_test(sim_pile_test LABEL e2e SOURCES sim_pile_test.cpp LIBS synchelper_sim_run)
+  add_dependencies(sim_pile_test synchelper-sim)
+  target_compile_definitions(sim_pile_test PRIVATE RYX_SIM_BINARY="$<TARGET_FILE:synchelper-sim>"
+    ${RYX_SCHEMA_CHECKS} RYX_SOURCE_DIR="${PROJECT_SOURCE_DIR}" RYX_PYTHON="${RYX_DEBIAN_PYTHON}")
   ryx_add_test(sim_flow_agreement_test LABEL e2e SOURCES sim_flow_agreement_test.cpp
     LIBS synchelper_sim_core)
   add_dependencies(sim_flow_agreement_test synchelper-sim)

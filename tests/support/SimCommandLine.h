@@ -40,6 +40,9 @@ class CommandLine : public ::testing::Test {
     void TearDown() override {
         std::vector<std::string> reports, traces;
         for (auto const& e : std::filesystem::directory_iterator(mDir)) {
+            if (!e.is_regular_file()) {
+                continue;
+            }
             std::ifstream in(e.path());
             nlohmann::json doc = nlohmann::json::parse(in, nullptr, false);
             if (doc.is_discarded()) {

@@ -11,6 +11,7 @@
 #include <climits>
 #include <csignal>
 #include <cstdio>
+#include <filesystem>
 #include <iostream>
 
 namespace ryxsim::cli {
@@ -68,8 +69,17 @@ CLI::App* ExplainCommand::addTo(CLI::App& app) {
     CLI::App* cmd = app.add_subcommand(
         "explain", "Explain the sessions of an Android log capture or system trace");
     cmd->footer(kFooter);
-    cmd->add_option("CAPTURE", mCapture, "Log capture or bugreport, - for standard input")
+    cmd->add_option("CAPTURE", mCaptures,
+                    "Log capture, bugreport or system trace, - for standard input; several, or "
+                    "a folder: one table of their sessions")
+        ->type_name("FILE|FOLDER");
+    cmd->add_option("--summary", mPile.summary.path,
+                    "Write the table of the captures' sessions, CSV (.csv) or JSON lines")
         ->type_name("FILE");
+    cmd->add_option("--summary-format", mPile.format, "csv or jsonl (default: by the extension)")
+        ->check(CLI::IsMember({"csv", "jsonl"}));
+    cmd->add_option("--jobs", mPile.jobs, "Captures explained at once (default: one per core)")
+        ->check(CLI::Range(1, 256));
     cmd->add_option("--system-trace", mSystemTrace,
                     "A system trace ('atrace camera') of the same sessions: each frame shows its "
                     "log lines and its trace points")
@@ -96,7 +106,10 @@ CLI::App* ExplainCommand::addTo(CLI::App& app) {
     mOutputs.alsoWrites(&mToTrace);
     mNames.addTo(*cmd);
     mOutputs.addTo(*cmd);
-    cmd->callback([this, cmd] { mAdb = cmd->count("--adb") > 0; });
+    cmd->callback([this, cmd] {
+        mAdb = cmd->count("--adb") > 0;
+        mCapture = mCaptures.size() == 1 ? mCaptures.front() : "";
+    });
     return cmd;
 }
 
@@ -167,7 +180,42 @@ std::vector<Timeline> ExplainCommand::follow() {
     return sessions;
 }
 
+bool ExplainCommand::pile() const {
+    std::error_code ec;
+    return mCaptures.size() > 1 || !mPile.summary.path.empty() ||
+           (mCaptures.size() == 1 && std::filesystem::is_directory(mCaptures.front(), ec));
+}
+
+std::string ExplainCommand::checkPile() {
+    if (mFollow || mAdb || !mSystemTrace.empty() || !mToTrace.path.empty() || !mWhatIf.empty() ||
+        mSession != 0 || mOutputs.reportsAsked()) {
+        return "explain: several captures give one table (and --summary); --follow, --adb, "
+               "--system-trace, --to-trace, --what-if, --session, --json, --svg, --perfetto and "
+               "--text take one capture";
+    }
+    if (mCaptures.empty()) {
+        return "explain: a CAPTURE is required (files, folders, - for standard input)";
+    }
+    if (mPile.summary.path != "-" && !mPile.summary.path.empty()) {
+        for (auto const& in : mCaptures) {
+            std::error_code ec;  // a summary not yet written is no input
+            if (std::filesystem::equivalent(in, mPile.summary.path, ec)) {
+                return "explain: --summary names an input, " + in;
+            }
+        }
+    }
+    mPile.names = &mNames;
+    mPile.inputs = mCaptures;
+    return mNames.parse();
+}
+
 int ExplainCommand::execute() {
+    if (pile()) {
+        if (std::string e = checkPile(); !e.empty()) {
+            return badInput(e);
+        }
+        return explainPile(mPile);
+    }
     if (std::string e = checkArguments(); !e.empty()) {
         return badInput(e);
     }

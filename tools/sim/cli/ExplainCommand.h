@@ -5,8 +5,10 @@
 // printed once it is decided, the report comes at the end of the input or on Ctrl-C. With
 // --to-trace a session's calls become a trace to replay; with --what-if they are run again
 // through the library with other settings, and the report says which frames would change.
+// Given several captures or a folder, it makes one table with a row per session.
 
 #include "cli/CameraNames.h"
+#include "cli/CapturePile.h"
 #include "cli/Command.h"
 #include "cli/Outputs.h"
 #include "model/Settings.h"
@@ -27,7 +29,13 @@ class ExplainCommand : public Command {
     // --to-trace and --what-if on the session they take; the exit status.
     int replaySession(std::vector<Timeline>& sessions);
 
-    std::string mCapture;
+    // Several captures, or a folder, or --summary: one table of every session (CapturePile.h).
+    bool pile() const;
+    std::string checkPile();
+
+    std::vector<std::string> mCaptures;
+    std::string mCapture;  // the one capture, when not a pile
+    PileOptions mPile;
     std::string mSystemTrace;  // a system trace of the same sessions, read with the capture
     bool mFollow = false;
     bool mAdb = false;

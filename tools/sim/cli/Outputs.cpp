@@ -159,4 +159,9 @@ int SharedOutputs::write(std::vector<Timeline> const& sessions) const {
     return status == 0 && !ok ? kExitWriteFailed : status;
 }
 
+bool SharedOutputs::reportsAsked() const {
+    return !mJson.path.empty() || !mSvg.path.empty() || !mPerfetto.path.empty() ||
+           !mText.path.empty();
+}
+
 }  // namespace ryxsim::cli

@@ -56,6 +56,8 @@ class SharedOutputs {
 
     // Another output than the text report writes to standard output.
     bool standardOutputTaken() const;
+    // --json, --svg, --perfetto or --text was given.
+    bool reportsAsked() const;
 
   private:
     std::vector<OutputPath const*> all() const;

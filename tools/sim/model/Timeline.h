@@ -207,6 +207,7 @@ struct CaptureFacts {
     bool callsSeen = false;
     int pid = -1;                        // the session's process
     std::string section;                 // the bugreport section it was read from, if any
+    std::string build;                   // the bugreport's build fingerprint, if it gives one
     LogClock logClock;                   // how the capture prints times
     std::optional<int64_t> logOriginNs;  // the log time of time 0
     std::map<int, int> tidOf;            // sensor -> the log's thread id of its calls

@@ -90,9 +90,18 @@ void CaptureSections::bugreportLine(std::string_view line) {
     }
     if (mReader) {
         mReader->line(line);
-    } else {
-        scanTombstone(line, mTextScan, "line " + std::to_string(mLineNo));
+        return;
     }
+    // dumpstate's header names the build: its fingerprint, else its id.
+    if (startsWith(line, "Build fingerprint: ")) {
+        mBuild = trim(line.substr(19));
+        if (mBuild.size() >= 2 && mBuild.front() == '\'' && mBuild.back() == '\'') {
+            mBuild = mBuild.substr(1, mBuild.size() - 2);
+        }
+    } else if (startsWith(line, "Build: ") && mBuild.empty()) {
+        mBuild = trim(line.substr(7));
+    }
+    scanTombstone(line, mTextScan, "line " + std::to_string(mLineNo));
 }
 
 void CaptureSections::closeSection() {
@@ -172,6 +181,14 @@ void CaptureSections::attach(std::vector<Timeline>& sessions, Abort const& a) co
 
 // A system trace's sessions come first; a capture that is only a trace needs no log line.
 std::vector<Timeline> CaptureSections::finish() {
+    std::vector<Timeline> sessions = finishAll();
+    for (auto& t : sessions) {
+        t.capture.build = mBuild;
+    }
+    return sessions;
+}
+
+std::vector<Timeline> CaptureSections::finishAll() {
     if (mKind == Kind::Unknown) {
         mKind = Kind::Plain;
         mReader = reader();

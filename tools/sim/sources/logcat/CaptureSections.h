@@ -55,6 +55,7 @@ class CaptureSections {
     void scanTombstone(std::string_view line, TombstoneScan& scan, std::string const& where);
     void attach(std::vector<Timeline>& sessions, Abort const& a) const;
     std::vector<Timeline> finishLogs();
+    std::vector<Timeline> finishAll();
 
     std::string mFile;
     Kind mKind = Kind::Unknown;
@@ -71,6 +72,7 @@ class CaptureSections {
     std::vector<Abort> mAborts;
     SessionBuilder::FrameSink mFollow;
     std::map<int, std::string> mNames;
+    std::string mBuild;  // a bugreport's build fingerprint
 };
 
 }  // namespace ryxsim
