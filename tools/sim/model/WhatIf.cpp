@@ -1,5 +1,7 @@
 #include "model/WhatIf.h"
 
+#include <algorithm>
+#include <cstdlib>
 #include <set>
 
 namespace ryxsim {
@@ -17,6 +19,22 @@ bool sameOutcome(CameraCell const& before, CameraCell const& after) {
     return before.verdict != Verdict::Dropped || before.cause == after.cause;
 }
 
+void spread(FrameRecord const& f, VerdictChange& c) {
+    CameraCell const* first = f.firstTarget ? f.cell(*f.firstTarget) : nullptr;
+    if (first == nullptr || !first->sofNs) {
+        return;
+    }
+    for (auto const& cell : f.cells) {
+        if (!cell.sofNs) {
+            continue;
+        }
+        int64_t us = std::llabs(*cell.sofNs - *first->sofNs) / 1000;
+        int64_t ms = std::llabs(*cell.sofNs / 1000000 - *first->sofNs / 1000000);
+        c.spreadUs = std::max(c.spreadUs.value_or(0), us);
+        c.comparedMs = std::max(c.comparedMs.value_or(0), ms);
+    }
+}
+
 VerdictChange changeOf(FrameRecord const& f, CameraCell const& before, CameraCell const* after) {
     VerdictChange c;
     c.frame = f.frame;
@@ -27,12 +45,7 @@ VerdictChange changeOf(FrameRecord const& f, CameraCell const& before, CameraCel
         c.after = after->verdict;
         c.causeAfter = after->cause;
         c.refusalAfter = after->cause == DropCause::Refused ? f.refusal : Refusal::None;
-        if (auto ns = f.sofOffsetNs(after->sensor)) {
-            c.offsetUs = *ns / 1000;
-            CameraCell const* first = f.cell(*f.firstTarget);
-            int64_t ms = *after->sofNs / 1000000 - *first->sofNs / 1000000;
-            c.comparedMs = ms < 0 ? -ms : ms;
-        }
+        spread(f, c);
         c.toleranceUs = f.toleranceUs;
         c.firstTarget = f.firstTarget;
     }

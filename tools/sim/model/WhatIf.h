@@ -19,8 +19,10 @@ struct VerdictChange {
     Verdict before = Verdict::NotRun, after = Verdict::NotRun;
     DropCause causeBefore = DropCause::None, causeAfter = DropCause::None;
     Refusal refusalAfter = Refusal::None;
-    std::optional<int64_t> offsetUs;     // its start of frame from the first target's, after
-    std::optional<int64_t> comparedMs;   // the same as the library compares: whole milliseconds
+    // After: the farthest start of frame of the frame's cameras from the first target's (the
+    // frame's verdict is every camera's), exactly and as the library compares, whole ms.
+    std::optional<int64_t> spreadUs;
+    std::optional<int64_t> comparedMs;
     std::optional<int64_t> toleranceUs;  // the frame's tolerance, after
     std::optional<int> firstTarget;      // after
 };

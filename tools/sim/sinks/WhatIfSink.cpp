@@ -14,13 +14,13 @@ std::string outcome(Verdict v, DropCause cause) {
 }
 
 std::string offsetWords(Timeline const& t, VerdictChange const& c, char const* relation) {
-    if (!c.offsetUs || !c.toleranceUs || !c.firstTarget) {
+    if (!c.spreadUs || !c.toleranceUs || !c.firstTarget) {
         return "";
     }
-    int64_t us = *c.offsetUs < 0 ? -*c.offsetUs : *c.offsetUs;
-    return ": its start of frame is " + std::to_string(us) + " us from " + t.label(*c.firstTarget) +
-           "'s (" + std::to_string(c.comparedMs.value_or(0)) + " ms as the library compares), " +
-           relation + " the tolerance of " + std::to_string(*c.toleranceUs) + " us";
+    return ": the frame's starts of frame lie at most " + std::to_string(*c.spreadUs) +
+           " us from " + t.label(*c.firstTarget) + "'s (" +
+           std::to_string(c.comparedMs.value_or(0)) + " ms as the library compares), " + relation +
+           " the tolerance of " + std::to_string(*c.toleranceUs) + " us";
 }
 
 bool outOfSync(Verdict v) {
