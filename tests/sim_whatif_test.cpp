@@ -144,3 +144,27 @@ TEST_F(CommandLine, SettingsAreCheckedBeforeAnythingRuns) {
         EXPECT_TRUE(counts.contains("unchecked")) << counts.dump();
     }
 }
+
+// A capture whose frame came out otherwise than its calls replay to (as when a drop raced a
+// wait on the phone): the what-if lists that frame apart, not as the setting's doing.
+TEST_F(CommandLine, AFrameTheUnchangedReplayGivesOtherwiseIsListedApart) {
+    ASSERT_EQ(sim("run --frames 200 --system-trace '" + path("run.trace") + "'").status, 0);
+    std::string text = slurp("run.trace");
+    std::string const mark = "|RyxSync f100 cam0 passed; ";
+    size_t at = text.find(mark);
+    ASSERT_NE(at, std::string::npos);
+    text.replace(at, mark.size(), "|RyxSync f100 cam0 out of sync, RESULT 1; ");
+    std::ofstream(path("changed.trace")) << text;
+    Result r = sim("explain '" + path("changed.trace") + "' --what-if mode=0 --json '" +
+                   path("wi.json") + "'");
+    ASSERT_EQ(r.status, 0) << r.err;
+    auto timing = json("wi.json")["what_if"]["timing"];
+    ASSERT_EQ(timing.size(), 1u) << timing.dump();
+    EXPECT_EQ(timing[0]["frame"], 100);
+    EXPECT_EQ(timing[0]["sensor"], 0);
+    EXPECT_EQ(timing[0]["before"], "out of sync (1)");
+    EXPECT_EQ(timing[0]["after"], "in sync");
+    EXPECT_NE(r.out.find("replayed without changes, these already come out otherwise"),
+              std::string::npos)
+        << r.out;
+}
