@@ -33,9 +33,7 @@ Timeline const* chooseSession(std::vector<Timeline> const& sessions, int number)
     }
     if (sessions.size() > 1) {
         printWarning("the capture holds " + std::to_string(sessions.size()) + " sessions; taking " +
-                     most->name +
-                     " (the most frames; --session N takes "
-                     "the Nth)");
+                     most->name + " (the most frames; --session N takes the Nth)");
     }
     return most;
 }
@@ -113,6 +111,12 @@ int whatIfSession(Timeline& session, Settings const& settings, std::string const
 
 void compareWithUnchanged(Timeline& after, Trace const& unchanged, Settings const& settings,
                           double deadlineS, bool& blocked) {
+    if (!unknownValues(unchanged, "").empty()) {
+        after.notes.push_back(
+            "the trace lacks values the settings gave ('?'), so it was not "
+            "replayed unchanged and nothing is compared");
+        return;
+    }
     Timeline before = replayOrdered(unchanged, deadlineS, blocked);
     auto facts = std::make_shared<WhatIfFacts>(compareSessions(before, after, nullptr));
     facts->settings = settings.given;
