@@ -4,8 +4,11 @@
 // thousands: scripts/truth-campaign.sh). A failure names its seed: RYX_TRUTH_SEEDS=SEED:1 runs
 // the same sessions again (their calls in trace order), though the threads' lines may interleave
 // otherwise in the log, so RYX_TRUTH_KEEP=DIR keeps the capture of every case that failed.
+// Each capture is also followed as it is written, and must tell what it tells read whole.
 
+#include "SeenCell.h"
 #include "TruthJudge.h"
+#include "sinks/Explanation.h"
 #include "sources/logcat/LogcatSource.h"
 
 #include <gtest/gtest.h>
@@ -16,6 +19,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <map>
+#include <sstream>
 
 using namespace ryxtest;
 
@@ -61,6 +65,98 @@ void keep(uint64_t seed, Capture const& c) {
     }
 }
 
+// What a report says of its sessions, frame by frame: each camera's cell, each not passed
+// frame's explanation with its lines, each gap, each note.
+std::vector<std::string> storyOf(std::vector<ryxsim::Timeline> const& sessions) {
+    std::vector<std::string> story;
+    for (auto const& t : sessions) {
+        story.push_back("session of " + std::to_string(t.frameCount) + " frames");
+        for (auto const& f : t.frames) {
+            for (auto const& c : f.cells) {
+                Seen seen = seenOf(f, c);
+                story.push_back("f" + std::to_string(f.frame) + " camera " +
+                                std::to_string(c.sensor) + ": " +
+                                std::to_string(static_cast<int>(seen.verdict)) + "/" +
+                                std::to_string(static_cast<int>(seen.cause)) + "/" +
+                                std::to_string(static_cast<int>(seen.refusal)));
+            }
+            if (unpassed(f)) {
+                story.push_back(ryxsim::explainFrame(t, f) + " @" +
+                                std::to_string(f.firstLine.value_or(0)) + "-" +
+                                std::to_string(f.lastLine.value_or(0)));
+            }
+        }
+        for (auto const& g : t.capture.gaps) {
+            story.push_back("gap at " + std::to_string(g.line) + ": " + g.what + ", " +
+                            std::to_string(g.frames.size()) + " frames");
+        }
+        story.insert(story.end(), t.notes.begin(), t.notes.end());
+    }
+    return story;
+}
+
+// Followed as it is written, a capture tells the story it tells read whole, and each frame is
+// handed over once, a frame that did not pass with the report's explanation.
+void expectFollowedAsWhole(uint64_t seed, Capture const& capture,
+                           std::vector<ryxsim::Timeline> const& whole) {
+    std::string path = testing::TempDir() + "truth-followed.txt";
+    std::ofstream(path, std::ios::binary) << capture.text;
+    size_t handed = 0;
+    std::vector<std::string> explained, wholeExplained;
+    ryxsim::FollowOptions follow;
+    follow.folded = [&](ryxsim::Timeline const& t, ryxsim::FrameRecord const& f) {
+        ++handed;
+        if (unpassed(f)) {
+            explained.push_back(ryxsim::explainFrame(t, f));
+        }
+    };
+    std::vector<ryxsim::Timeline> followed = ryxsim::readLogcatFile(path, "capture", &follow);
+    std::remove(path.c_str());
+    size_t frames = 0;
+    for (auto const& t : whole) {
+        frames += static_cast<size_t>(t.frameCount);
+        for (ryxsim::FrameRecord const* f : unpassedFrames(t)) {
+            wholeExplained.push_back(ryxsim::explainFrame(t, *f));
+        }
+    }
+    std::sort(explained.begin(), explained.end());
+    std::sort(wholeExplained.begin(), wholeExplained.end());
+    std::string const where =
+        "seed " + std::to_string(seed) + " (" + capture.form.describe() + ") followed";
+    EXPECT_EQ(storyOf(followed), storyOf(whole)) << where;
+    EXPECT_EQ(handed, frames) << where;
+    EXPECT_EQ(explained, wholeExplained) << where;
+}
+
+// Each frame's time is given back as its first line shows it ('long': on the header before it),
+// whatever the format prints: a date with or without its year and zone, seconds since the epoch
+// or since boot, in ms, us or ns.
+void expectTimesAsShown(uint64_t seed, Capture const& capture,
+                        std::vector<ryxsim::Timeline> const& report) {
+    if (capture.form.utf16) {
+        return;  // its lines are not the text's
+    }
+    std::vector<std::string> lines{""};
+    std::istringstream in(capture.text);
+    for (std::string line; std::getline(in, line);) {
+        lines.push_back(line);
+    }
+    bool longFormat = capture.form.formats[0] == "long";
+    for (auto const& t : report) {
+        for (auto const& f : t.frames) {
+            std::string time = t.logTime(f);
+            if (time.empty() || !f.firstLine) {
+                continue;
+            }
+            size_t at = static_cast<size_t>(*f.firstLine - (longFormat ? 1 : 0));
+            ASSERT_LT(at, lines.size());
+            EXPECT_NE(lines[at].find(time), std::string::npos)
+                << "seed " << seed << " (" << capture.form.describe() << "): f" << f.frame << " at "
+                << time << ", its line " << at << " shows " << lines[at];
+        }
+    }
+}
+
 // One case: the seed's sessions, their capture, the report read from it, judged. Failures are
 // added to the running test; the figures go to `tallies`.
 void judgeSeed(uint64_t seed, std::map<std::string, Tally>& tallies) {
@@ -80,6 +176,8 @@ void judgeSeed(uint64_t seed, std::map<std::string, Tally>& tallies) {
         return;
     }
     Judgement j = judge(truth, capture, report);
+    expectFollowedAsWhole(seed, capture, report);
+    expectTimesAsShown(seed, capture, report);
     Tally& t = tallies[form.formats[0] + " " + std::to_string(form.level)];
     ++t.cases;
     t.statements += j.statements;

@@ -57,12 +57,6 @@ if(RYX_BUILD_TOOLS AND EXISTS ${PROJECT_SOURCE_DIR}/tools/CMakeLists.txt)
     LIBS synchelper_sim_run Android::log LibArchive::LibArchive)
   target_compile_definitions(logcat_bugreport_test PRIVATE ${RYX_LOGCAT_DATA})
 endif()
-# Following a capture through a pipe.
-if(RYX_BUILD_TOOLS AND EXISTS ${PROJECT_SOURCE_DIR}/tools/CMakeLists.txt)
-  ryx_add_test(logcat_follow_test LABEL e2e SOURCES logcat_follow_test.cpp
-    LIBS synchelper_sim_run Android::log)
-  target_compile_definitions(logcat_follow_test PRIVATE ${RYX_LOGCAT_DATA})
-endif()
 # The diagnosis judged against the truth: random sessions through the real library, their log
 # printed and changed as real captures are, every statement of the report checked. Its own label:
 # it looks for faults of the log reader, not races, so the thread sanitizer's stage skips it.
