@@ -13,6 +13,8 @@
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -99,7 +101,8 @@ std::vector<std::string> storyOf(std::vector<ryxsim::Timeline> const& sessions) 
 // handed over once, a frame that did not pass with the report's explanation.
 void expectFollowedAsWhole(uint64_t seed, Capture const& capture,
                            std::vector<ryxsim::Timeline> const& whole) {
-    std::string path = testing::TempDir() + "truth-followed.txt";
+    // One file a process: ctest runs this binary's tests side by side.
+    std::string path = testing::TempDir() + "truth-followed-" + std::to_string(::getpid()) + ".txt";
     std::ofstream(path, std::ios::binary) << capture.text;
     size_t handed = 0;
     std::vector<std::string> explained, wholeExplained;
