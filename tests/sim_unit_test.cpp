@@ -3,7 +3,6 @@
 
 #include "GeneratedTrace.h"
 #include "cli/ProgressLines.h"
-#include "sinks/FrameStrip.h"
 #include "sinks/JsonSink.h"
 #include "sinks/SvgSink.h"
 #include "sinks/TextSink.h"
@@ -353,16 +352,15 @@ TEST(BoundedFigures, PercentilesStayCloseAndTheStripKeepsEveryFrame) {
         foldFrame(t, r);
     }
     finishTimeline(t);
-    FrameStrip strip = FrameStrip::of(t.outcomes);
-    ASSERT_LE(strip.columns.size(), FrameStrip::kMaxColumns);
+    ASSERT_LE(t.strip.columns.size(), FrameStrip::kMaxColumns);
     int passedFrames = 0, failedColumn = -1;
-    for (size_t i = 0; i < strip.columns.size(); ++i) {
-        auto const& c = strip.columns[i].bySensor.at(0);
+    for (size_t i = 0; i < t.strip.columns.size(); ++i) {
+        auto const& c = t.strip.columns[i].bySensor.at(0);
         passedFrames += c.passed;
         failedColumn = c.failed ? static_cast<int>(i) : failedColumn;
     }
     EXPECT_EQ(passedFrames, frames - 1);
-    EXPECT_EQ(failedColumn, 77777 / strip.columnFrames);
+    EXPECT_EQ(failedColumn, 77777 / t.strip.columnFrames);
     ASSERT_EQ(t.frames.size(), 1u);
     EXPECT_EQ(t.frames[0].frame, 77777);
     EXPECT_EQ(t.frameCount, frames);
