@@ -3,6 +3,7 @@
 
 #include "GeneratedTrace.h"
 #include "cli/ProgressLines.h"
+#include "sinks/FrameStrip.h"
 #include "sinks/JsonSink.h"
 #include "sinks/SvgSink.h"
 #include "sinks/TextSink.h"
@@ -315,7 +316,8 @@ TEST_F(ReportFigures, EveryCallLandsInOneColumnOfEveryView) {
 // --- bounded figures ----------------------------------------------------------------------------
 
 // Past the exact samples the percentiles come from the histogram, within 0.3 %; the count and the
-// maximum stay exact. Every frame lands in one column of the strip, however long the session.
+// maximum stay exact. Every frame lands in one column of the strip, however long the session or
+// far apart its frame numbers.
 TEST(BoundedFigures, PercentilesStayCloseAndTheStripKeepsEveryFrame) {
     size_t const n = Percentiles::kExactSamples * 3;
     std::vector<int64_t> all;
@@ -352,18 +354,37 @@ TEST(BoundedFigures, PercentilesStayCloseAndTheStripKeepsEveryFrame) {
         foldFrame(t, r);
     }
     finishTimeline(t);
-    ASSERT_LE(t.strip.columns.size(), FrameStrip::kMaxColumns);
+    FrameStrip strip = FrameStrip::of(t.outcomes);
+    ASSERT_LE(strip.columns.size(), FrameStrip::kMaxColumns);
     int passedFrames = 0, failedColumn = -1;
-    for (size_t i = 0; i < t.strip.columns.size(); ++i) {
-        auto const& c = t.strip.columns[i].bySensor.at(0);
+    for (size_t i = 0; i < strip.columns.size(); ++i) {
+        auto const& c = strip.columns[i].bySensor.at(0);
         passedFrames += c.passed;
         failedColumn = c.failed ? static_cast<int>(i) : failedColumn;
     }
     EXPECT_EQ(passedFrames, frames - 1);
-    EXPECT_EQ(failedColumn, 77777 / t.strip.columnFrames);
+    EXPECT_EQ(failedColumn, 77777 / strip.columnFrames);
     ASSERT_EQ(t.frames.size(), 1u);
     EXPECT_EQ(t.frames[0].frame, 77777);
     EXPECT_EQ(t.frameCount, frames);
+
+    // Regression: frame numbers a billion apart (a capture's, or the input fuzzer's) took memory
+    // by the span of the numbers. The outcomes grow with the frames only; every frame is drawn.
+    Timeline sparse;
+    for (int f : {7, 8, 1000000007, 2000000007}) {
+        FrameRecord r;
+        r.frame = f;
+        r.cells.push_back({});
+        r.cells.back().verdict = f == 8 ? Verdict::Dropped : Verdict::InSync;
+        foldFrame(sparse, r);
+    }
+    EXPECT_EQ(sparse.outcomes.bySensor.at(0).size(), 4u);
+    FrameStrip wide = FrameStrip::of(sparse.outcomes);
+    ASSERT_LE(wide.columns.size(), FrameStrip::kMaxColumns);
+    FrameColumn::Counts first = wide.columns.front().of(0), last = wide.columns.back().of(0);
+    EXPECT_EQ(first.passed + first.dropped, 2);
+    EXPECT_EQ(first.dropped, 1);
+    EXPECT_EQ(last.passed, 1);
 }
 
 // --- progress for a log ------------------------------------------------------------------------

@@ -243,61 +243,6 @@ std::vector<FrameRecord const*> unpassedFrames(Timeline const& t) {
     return v;
 }
 
-void FrameStrip::add(FrameRecord const& f) {
-    if (columns.empty()) {
-        firstFrame = f.frame;
-    }
-    auto index = [&] {
-        return static_cast<size_t>(std::max(0, f.frame - firstFrame) / columnFrames);
-    };
-    while (index() >= kMaxColumns) {
-        // Twice the frames per column: pairs of columns merged.
-        std::vector<FrameColumn> merged((columns.size() + 1) / 2);
-        for (size_t i = 0; i < columns.size(); ++i) {
-            for (auto const& [id, c] : columns[i].bySensor) {
-                FrameColumn::Counts& m = merged[i / 2].bySensor[id];
-                m.passed += c.passed;
-                m.flagged += c.flagged;
-                m.failed += c.failed;
-                m.dropped += c.dropped;
-                m.stuck += c.stuck;
-                m.master += c.master;
-            }
-        }
-        columns = std::move(merged);
-        columnFrames *= 2;
-    }
-    if (columns.size() <= index()) {
-        columns.resize(index() + 1);
-    }
-    FrameColumn& col = columns[index()];
-    for (auto const& c : f.cells) {
-        FrameColumn::Counts& n = col.bySensor[c.sensor];
-        switch (c.verdict) {
-            case Verdict::InSync:
-            case Verdict::Unchecked:
-                ++n.passed;
-                break;
-            case Verdict::OutOfSync1:
-            case Verdict::OutOfSync:
-                ++n.flagged;
-                break;
-            case Verdict::OutOfSync2:
-                ++n.failed;
-                break;
-            case Verdict::Dropped:
-                ++n.dropped;
-                break;
-            case Verdict::Blocked:
-            case Verdict::NotRun:
-            case Verdict::Undetermined:
-                ++n.stuck;
-                break;
-        }
-        n.master += c.master;
-    }
-}
-
 namespace {
 
 // One camera's cell in its sensor's counts.
@@ -415,7 +360,7 @@ void foldFrame(Timeline& t, FrameRecord f) {
     tally.lastFrame = tally.any ? std::max(tally.lastFrame, f.frame) : f.frame;
     tally.any = true;
     tally.frames++;
-    t.strip.add(f);
+    t.outcomes.add(f);
 
     tally.recent.push_back(std::move(f));
     while (tally.recent.size() > t.detailFrames) {

@@ -8,6 +8,7 @@
 // worth keeping, not with the length of the session.
 
 #include "model/Calls.h"
+#include "model/FrameOutcomes.h"
 #include "model/Percentiles.h"
 
 #include <NSCam/MRect.h>
@@ -113,15 +114,6 @@ struct SensorFigures {
     WaitStats lateness;  // how long after the frame's first arrival this camera arrived, when last
 };
 
-// The frames of a stretch of the session drawn as one column of a long timeline: per camera,
-// how many of its frames came out which way.
-struct FrameColumn {
-    struct Counts {
-        int passed = 0, flagged = 0, failed = 0, dropped = 0, stuck = 0, master = 0;
-    };
-    std::map<int, Counts> bySensor;
-};
-
 // Folding state of a timeline (see foldFrame); sinks read the figures, not this.
 struct TimelineTally {
     struct Sensor {
@@ -137,17 +129,6 @@ struct TimelineTally {
     std::vector<int> neverCompleted;
     bool any = false;
     int frames = 0, firstFrame = 0, lastFrame = 0;
-};
-
-// Columns of a long timeline: at most kMaxColumns, each holding columnFrames consecutive frame
-// numbers (doubled, pairs of columns merged, whenever the session outgrows them).
-struct FrameStrip {
-    static constexpr size_t kMaxColumns = 2048;
-    int firstFrame = 0;    // of column 0
-    int columnFrames = 1;  // column i holds firstFrame + i * columnFrames onwards
-    std::vector<FrameColumn> columns;
-
-    void add(FrameRecord const& f);
 };
 
 // How a capture prints its times, so that a frame's time is given back as the log shows it.
@@ -237,8 +218,8 @@ struct Timeline {
     // in with foldFrame.
     std::vector<FrameRecord> frames;
     size_t detailFrames = defaultDetailFrames();
-    FrameStrip strip;     // every frame, in columns
-    TimelineTally tally;  // running figures while frames are folded in
+    FrameOutcomes outcomes;  // every frame, one byte a camera
+    TimelineTally tally;     // running figures while frames are folded in
 
     std::vector<SensorFigures> sensors;  // derived by finishTimeline
     std::vector<PairSkew> skews;         // derived by finishTimeline
@@ -281,7 +262,7 @@ struct Timeline {
 };
 
 // Folds one complete frame (every camera that will call has its cell) into the figures and the
-// strip, and keeps its record while it is worth keeping.
+// outcomes, and keeps its record while it is worth keeping.
 // Frames are folded in ascending frame number, each number once.
 void foldFrame(Timeline& t, FrameRecord f);
 

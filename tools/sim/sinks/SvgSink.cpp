@@ -1,6 +1,7 @@
 #include "sinks/SvgSink.h"
 
 #include "model/Words.h"
+#include "sinks/FrameStrip.h"
 
 #include <algorithm>
 #include <cmath>
@@ -141,11 +142,11 @@ std::string columnText(FrameColumn::Counts const& c) {
 }
 
 // One rectangle per run of columns with the same look for one sensor's lane.
-void writeColumns(std::ostream& out, Timeline const& r, SensorFigures const& s, double y, double h,
-                  double px);
+void writeColumns(std::ostream& out, FrameStrip const& strip, SensorFigures const& s, double y,
+                  double h, double px);
 // Along the top of the lane: columns where the sensor was the master for most of its frames.
-void writeMasterColumns(std::ostream& out, Timeline const& r, SensorFigures const& s, double y,
-                        double h, double px);
+void writeMasterColumns(std::ostream& out, FrameStrip const& strip, SensorFigures const& s,
+                        double y, double h, double px);
 
 struct Marker {
     int frame;
@@ -178,12 +179,12 @@ namespace {
 // Where everything goes: one column per frame while the frames fit and every record is kept;
 // beyond, the columns of the timeline's strip, several frames each.
 struct Geometry {
-    explicit Geometry(Timeline const& r) {
+    Geometry(Timeline const& r, FrameStrip const& strip) {
         int const count = std::max(1, r.lastFrame - r.firstFrame + 1);
         perFrame = count <= kFrameColumns && r.frames.size() == static_cast<size_t>(r.frameCount);
-        first = perFrame || r.strip.columns.empty() ? r.firstFrame : r.strip.firstFrame;
-        perColumn = perFrame ? 1 : r.strip.columnFrames;
-        columns = perFrame ? count : std::max<int>(1, static_cast<int>(r.strip.columns.size()));
+        first = perFrame || strip.columns.empty() ? r.firstFrame : strip.firstFrame;
+        perColumn = perFrame ? 1 : strip.columnFrames;
+        columns = perFrame ? count : std::max<int>(1, static_cast<int>(strip.columns.size()));
         px = perFrame ? std::max(1.5, 1600.0 / count) : std::max(1.0, 1600.0 / columns);
         plotW = px * columns;
         width = left + plotW + right;
@@ -205,7 +206,8 @@ constexpr int kLegendColumns = 3;
 
 class SvgWriter {
   public:
-    SvgWriter(std::ostream& out, Timeline const& r) : out(out), r(r), g(r) {}
+    SvgWriter(std::ostream& out, Timeline const& r)
+        : out(out), r(r), strip(FrameStrip::of(r.outcomes)), g(r, strip) {}
 
     void write() {
         collectMarkers();
@@ -338,8 +340,8 @@ class SvgWriter {
         out << "<text x=\"" << num(g.left - 8) << "\" y=\"" << num(y + g.stripH + g.cellH / 2 + 4)
             << "\" text-anchor=\"end\" font-size=\"12\">sensor " << esc(s.label) << "</text>\n";
         if (!g.perFrame) {
-            writeColumns(out, r, s, y + g.stripH + 2, g.cellH, g.px);
-            writeMasterColumns(out, r, s, y + 1, g.stripH, g.px);
+            writeColumns(out, strip, s, y + g.stripH + 2, g.cellH, g.px);
+            writeMasterColumns(out, strip, s, y + 1, g.stripH, g.px);
             writeUnpassedMarks(
                 out, r, s, [&](int f) { return g.xOf(f); }, g.px, y + g.laneH - 1);
             return;
@@ -530,6 +532,7 @@ class SvgWriter {
 
     std::ostream& out;
     Timeline const& r;
+    FrameStrip const strip;
     Geometry g;
     std::vector<Marker> markers;
     std::vector<int> markerRow;
@@ -544,9 +547,9 @@ void writeSvg(std::ostream& out, Timeline const& r) {
 namespace {
 
 template <typename Pick>
-void writeColumnRuns(std::ostream& out, Timeline const& r, int sensor, double y, double h,
-                     double px, Pick const& pick) {
-    auto const& cols = r.strip.columns;
+void writeColumnRuns(std::ostream& out, FrameStrip const& strip, std::string const& label, double y,
+                     double h, double px, Pick const& pick) {
+    auto const& cols = strip.columns;
     size_t i = 0;
     while (i < cols.size()) {
         auto look = pick(i);
@@ -555,36 +558,31 @@ void writeColumnRuns(std::ostream& out, Timeline const& r, int sensor, double y,
             ++j;
         }
         if (look.first != nullptr) {
-            int from = r.strip.firstFrame + static_cast<int>(i) * r.strip.columnFrames;
-            int to = r.strip.firstFrame + static_cast<int>(j) * r.strip.columnFrames - 1;
+            int from = strip.firstFrame + static_cast<int>(i) * strip.columnFrames;
+            int to = strip.firstFrame + static_cast<int>(j) * strip.columnFrames - 1;
             out << "<rect x=\"" << num(150 + px * static_cast<double>(i)) << "\" y=\"" << num(y)
                 << "\" width=\"" << num(px * static_cast<double>(j - i)) << "\" height=\"" << num(h)
-                << "\" fill=\"" << look.first << "\"><title>sensor " << esc(r.label(sensor)) << " f"
-                << from << "..f" << to << ": " << esc(look.second) << "</title></rect>\n";
+                << "\" fill=\"" << look.first << "\"><title>sensor " << esc(label) << " f" << from
+                << "..f" << to << ": " << esc(look.second) << "</title></rect>\n";
         }
         i = j;
     }
 }
 
-FrameColumn::Counts countsOf(FrameColumn const& c, int sensor) {
-    auto it = c.bySensor.find(sensor);
-    return it == c.bySensor.end() ? FrameColumn::Counts{} : it->second;
-}
-
-void writeColumns(std::ostream& out, Timeline const& r, SensorFigures const& s, double y, double h,
-                  double px) {
-    writeColumnRuns(out, r, s.sensor, y, h, px, [&](size_t i) {
-        FrameColumn::Counts c = countsOf(r.strip.columns[i], s.sensor);
+void writeColumns(std::ostream& out, FrameStrip const& strip, SensorFigures const& s, double y,
+                  double h, double px) {
+    writeColumnRuns(out, strip, s.label, y, h, px, [&](size_t i) {
+        FrameColumn::Counts c = strip.columns[i].of(s.sensor);
         // A run of passed columns is one rectangle; any other column keeps its own counts.
         std::string text = c.failed || c.stuck || c.dropped || c.flagged ? columnText(c) : "passed";
         return std::make_pair(columnColour(c), text);
     });
 }
 
-void writeMasterColumns(std::ostream& out, Timeline const& r, SensorFigures const& s, double y,
-                        double h, double px) {
-    writeColumnRuns(out, r, s.sensor, y, h, px, [&](size_t i) {
-        FrameColumn::Counts c = countsOf(r.strip.columns[i], s.sensor);
+void writeMasterColumns(std::ostream& out, FrameStrip const& strip, SensorFigures const& s,
+                        double y, double h, double px) {
+    writeColumnRuns(out, strip, s.label, y, h, px, [&](size_t i) {
+        FrameColumn::Counts c = strip.columns[i].of(s.sensor);
         int frames = c.passed + c.flagged + c.failed + c.dropped + c.stuck;
         bool master = frames > 0 && 2 * c.master > frames;
         return std::make_pair(master ? "#0d47a1" : nullptr, std::string("master"));
