@@ -166,6 +166,7 @@ void judgeSeed(uint64_t seed, std::map<std::string, Tally>& tallies) {
     std::mt19937_64 rng(seed * 7919);
     CaptureForm form = randomForm(rng);
     TrueProcessLog truth = runTrueSessions(seed, captureStartSec(form, rng));
+    crossMidSession(truth, form, seed);
     Capture capture = makeCapture(truth, form, rng);
     std::vector<ryxsim::Timeline> report;
     try {

@@ -1,7 +1,8 @@
 // A simulated run's own log, printed by Android's logcat formatter in every format and modifier a
 // user saves, read back: every frame right where the format carries thread ids; where it does not,
-// what the report counts of the calls it cannot place. (That nothing a format without thread ids
-// shows is read wrongly is the ground-truth judge's part, over random sessions.)
+// what the report counts of the calls it cannot place. (The formats and modifiers its capture
+// forms print, and that nothing a format without thread ids shows is read wrongly, are the
+// ground-truth judge's part, over random sessions.)
 
 #include "GeneratedTrace.h"
 #include "SimulatedCapture.h"
@@ -25,20 +26,12 @@ Timeline readBack(std::vector<std::string> const& formats) {
 TEST(LogcatFormats, WithThreadIdsEveryFrameComesBackInEveryModifier) {
     Verdicts const want = verdictsOf(debugRun().timeline);
     ASSERT_GT(want.size(), 800u);
+    // The modifiers the judge's capture forms never print: the year, boot time, a zone away from
+    // the end of summer time.
     for (std::vector<std::string> formats :
-         std::vector<std::vector<std::string>>{{"threadtime"},
-                                               {"thread"},
-                                               {"long"},
-                                               {"threadtime", "usec"},
-                                               {"threadtime", "nsec", "year", "zone"},
-                                               {"threadtime", "epoch"},
+         std::vector<std::vector<std::string>>{{"threadtime", "nsec", "year", "zone"},
                                                {"threadtime", "monotonic"},
-                                               {"threadtime", "uid"},
-                                               {"threadtime", "color"},
-                                               {"threadtime", "printable"},
-                                               {"long", "epoch", "usec", "uid"},
-                                               {"long", "color", "year", "zone", "nsec"},
-                                               {"thread", "uid", "color"}}) {
+                                               {"long", "color", "year", "zone", "nsec"}}) {
         std::string name;
         for (auto const& f : formats) {
             name += f + " ";

@@ -31,7 +31,6 @@ class LogCapture {
 
     std::vector<AndroidLine> android() const;
     std::vector<NSCam::Utils::ULog::ULogLine> ulog() const { return mULog.lines(); }
-    NSCam::Utils::ULog::RecordingULogger& ulogger() { return mULog; }
     void clear();
 
     // Android lines whose text contains `needle` (optionally only of `tag`).

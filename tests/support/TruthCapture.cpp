@@ -273,14 +273,48 @@ Capture makeCapture(TrueProcessLog const& log, CaptureForm const& form, Rng& rng
     return std::move(f.out);
 }
 
+namespace {
+
+constexpr int64_t kNewYearSec = 1767225600;     // 2026-01-01 00:00:00 UTC
+constexpr int64_t kSummerEndsSec = 1761440400;  // 2025-10-26 01:00:00 UTC: CEST ends
+
+}  // namespace
+
 int64_t captureStartSec(CaptureForm const& form, Rng& rng) {
     if (form.yearEnd) {
-        return 1767225600 - pick(rng, 5, 40);  // 2026-01-01 00:00:00 UTC
+        return kNewYearSec - pick(rng, 5, 40);
     }
     if (form.zoneChange) {
-        return 1761440400 - pick(rng, 5, 40);  // 2025-10-26 01:00:00 UTC: CEST ends
+        return kSummerEndsSec - pick(rng, 5, 40);
     }
     return 1764000000 + pick(rng, 0, 86400 * 20);
+}
+
+void crossMidSession(TrueProcessLog& log, CaptureForm const& form, uint64_t seed) {
+    if (!form.yearEnd && !form.zoneChange) {
+        return;
+    }
+    std::vector<LogEntry const*> kept;  // in time order
+    for (size_t s = 0; s < log.sessions.size(); ++s) {
+        for (size_t e = 0; e < log.keptEntries[s]; ++e) {
+            kept.push_back(&log.sessions[s].log[e]);
+        }
+    }
+    if (kept.size() < 4) {
+        return;
+    }
+    Rng rng(seed * 6007);
+    int n = static_cast<int>(kept.size());
+    LogEntry const& at = *kept[static_cast<size_t>(pick(rng, n / 4, 3 * n / 4))];
+    int64_t const boundary = (form.yearEnd ? kNewYearSec : kSummerEndsSec) * 1000000000;
+    int64_t const shift = boundary - (at.sec * 1000000000 + at.nsec);
+    for (auto& s : log.sessions) {
+        for (auto& e : s.log) {
+            int64_t ns = e.sec * 1000000000 + e.nsec + shift;
+            e.sec = ns / 1000000000;
+            e.nsec = ns % 1000000000;
+        }
+    }
 }
 
 bool CaptureForm::hasThreadIds() const {

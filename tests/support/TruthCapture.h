@@ -66,4 +66,9 @@ int minimumPriority(int level);
 // their dates).
 int64_t captureStartSec(CaptureForm const& form, std::mt19937_64& rng);
 
+// For a form across the year's end or the end of summer time: the sessions' lines moved so that
+// the crossing falls between two library lines of a session, a `seed`'s own line. Other forms
+// are left as they are.
+void crossMidSession(TrueProcessLog& log, CaptureForm const& form, uint64_t seed);
+
 }  // namespace ryxtest
