@@ -14,7 +14,6 @@
 #include <unistd.h>
 #include <algorithm>
 #include <map>
-#include "SyncHelper.h"
 #include "Watchdog.h"
 #include "facade_session.h"
 
@@ -23,9 +22,9 @@ namespace {
 
 class SessionTest : public FacadeFixture {
   protected:
-    void open(std::vector<int> sensors, bool allowCropReplace = true) {
+    void open(std::vector<int> sensors) {
         mSensors = sensors;
-        mHelper = ISyncHelper::createInstance(0x5e55, allowCropReplace, infoFor(sensors));
+        mHelper = ISyncHelper::createInstance(0x5e55, true, infoFor(sensors));
         ASSERT_NE(mHelper, nullptr);
     }
 
@@ -91,68 +90,7 @@ class SessionTest : public FacadeFixture {
     std::vector<std::thread> mThreads;
 };
 
-// --- timestamps in and out of tolerance, per mode, for two and three sensors ----------------
-
-TEST_F(SessionTest, ToleranceAndModeDecideTheVerdictAndEveryValueIsWritten) {
-    for (auto const& sensors : {std::vector<int>{0, 2}, std::vector<int>{0, 1, 2}}) {
-        for (int32_t mode : {0, 1}) {
-            for (bool in : {true, false}) {
-                SCOPED_TRACE(std::to_string(sensors.size()) + " sensors, mode " +
-                             std::to_string(mode) + (in ? ", in tolerance" : ", out"));
-                open(sensors);
-                int const master = sensors.back();
-                std::vector<CamFrame*> cams;
-                for (size_t i = 0; i < sensors.size(); ++i) {
-                    // From 396 ms, a millisecond boundary: 0, 0.4 and 0.8 ms later stay within
-                    // the same millisecond; 5 ms later does not.
-                    int64_t sof =
-                        12 * kFrameNs + (!in && i + 1 == sensors.size() ? 5 * kMs : 400000 * i);
-                    cams.push_back(
-                        &frame(sensors[i], 12, sof, Request{sensors, master, 1000, mode}));
-                }
-                EXPECT_EQ(runFrame(cams), std::vector<bool>(cams.size(), in || mode != 1));
-                for (CamFrame* f : cams) {
-                    EXPECT_EQ(f->syncResult(), in ? 0 : (mode == 1 ? 2 : 1));
-                    expectWritten(*f, master);
-                }
-            }
-        }
-    }
-}
-
-// --- master camera ------------------------------------------------------------------------------
-
-TEST_F(SessionTest, MasterSwitchMovesTheFlagAndALaggingMasterFailsTheFrameForAll) {
-    mLog.reset();                                          // one capture at a time
-    mLog = std::make_unique<ryxtest::LogCapture>(0x9, 5);  // Android log and unified logger
-    open({0, 2});
-    expectPasses(frameSet(10, 0), 0);
-    auto f11 = frameSet(11, 2);
-    expectPasses(f11, 2);
-
-    // Back to sensor 0, whose exposure of frame 12 lies before sensor 2's exposure of frame 11.
-    Request req{{0, 2}, 0, 1000, 1};
-    int64_t const lagging = f11[1]->in.expTimeStamp - 3 * kMs;
-    CamFrame& a = frame(0, 12, lagging, req);
-    CamFrame& b = frame(2, 12, lagging, req);
-    EXPECT_EQ(runFrame({&a, &b}), std::vector<bool>({false, false}));
-    for (CamFrame* f : {&a, &b}) {
-        EXPECT_FALSE(f->halMaster().has_value());  // the master was refused
-        EXPECT_FALSE(f->out.bMasterCam);
-        EXPECT_EQ(f->syncResult(), 0);  // the other writers still ran
-        EXPECT_EQ(f->activeArray(), infoOf(f->in.m_id).activeArrayRegion);
-    }
-    expectPasses(frameSet(13, 0), 0);  // the failed frame does not hold back the next one
-
-    // The master's timing line, on every channel, once per frame that has a master.
-    EXPECT_EQ(mLog->androidMatching("sync check diff").size(), 3u);
-    for (std::string id : {"m_id(0) [f10]", "m_id(2) [f11]", "m_id(0) [f13]"}) {
-        EXPECT_TRUE(mLog->androidHas("[syncResultCheck] " + id + " sync check diff = ")) << id;
-        EXPECT_TRUE(mLog->ulogHas("[syncResultCheck] " + id + " sync check diff = ")) << id;
-    }
-}
-
-// --- drops, a flush and a sensor leaving ------------------------------------------------------
+// --- drops ------------------------------------------------------------------------------------
 
 TEST_F(SessionTest, DropsByMasterAndSlaveDecideTheOthersVerdicts) {
     open({0, 1, 2});
@@ -193,35 +131,6 @@ TEST_F(SessionTest, DropsByMasterAndSlaveDecideTheOthersVerdicts) {
     expectWritten(alone, 0);
 
     expectPasses(frameSet(24, 1), 1);
-}
-
-TEST_F(SessionTest, FlushAndALeavingSensorReleaseTheWaiters) {
-    open({0, 1, 2});
-    // Flush: the waiter is released and a later arrival is dropped, unwritten.
-    Request duo{{0, 2}, 0, 1000, 1};
-    CamFrame& early = frame(0, 40, 40 * kFrameNs, duo);
-    CamFrame& late = frame(2, 40, 40 * kFrameNs, duo);
-    bool verdict = true;
-    waitIn(early, verdict);
-    EXPECT_TRUE(mHelper->notifyDrop(40, 0));
-    joinAll();
-    EXPECT_FALSE(verdict);
-    EXPECT_FALSE(check(late));
-    EXPECT_EQ(late.written(), 0u);
-    expectPasses(frameSet(41, 0), 0);
-
-    // Sensor 2 leaves: the frames waiting for it complete without it.
-    auto set = frameSet(50, 0);
-    bool v0 = false, v1 = false;
-    waitIn(*set[0], v0);
-    waitIn(*set[1], v1);
-    EXPECT_FALSE(mHelper->notifyDropBySensor(2));
-    joinAll();
-    EXPECT_TRUE(v0 && v1);
-    for (CamFrame* f : {set[0], set[1]}) {
-        EXPECT_EQ(f->syncResult(), 0);
-        expectWritten(*f, 0);
-    }
 }
 
 // --- the short-cut, the single-camera path and the verdict read back -------------------------
@@ -307,48 +216,6 @@ TEST_F(SessionTest, BadInputIsRefusedWithItsErrorLineAndWritesNothing) {
     EXPECT_TRUE(mLog->androidMatching("", "RyxCam/SyncQueue").empty());
     // None of it left a trace: the frame still meets its partner.
     expectPasses({&f, &frame(2, 90, 90 * kFrameNs, req)}, 0);
-}
-
-// --- crops of a frame in flight, and the helper's life ------------------------------------------
-
-TEST_F(SessionTest, CropSetChangingInFlightKeepsTheFrameOnItsFirstSet) {
-    open({0, 2});
-    auto helper = std::dynamic_pointer_cast<SyncHelper>(mHelper);
-    ASSERT_NE(helper, nullptr);
-    MRect const a0(0, 0, 1000, 750), a2(20, 20, 800, 600);
-    MRect const b0(10, 10, 500, 375), b2(30, 30, 400, 300);
-    EXPECT_TRUE(mHelper->setSensorCropRegion(100, {{0, a0}, {2, a2}}));
-
-    auto f = frameSet(110, 0);
-    EXPECT_TRUE(helper->getSensorCropRegion(f[0]->in));
-    bool v0 = false;
-    waitIn(*f[0], v0);
-    EXPECT_TRUE(mHelper->setSensorCropRegion(101, {{0, b0}, {2, b2}}));  // while 110 is in flight
-    EXPECT_TRUE(helper->getSensorCropRegion(f[1]->in));
-    EXPECT_TRUE(mHelper->syncResultCheck(f[1]->in, &f[1]->out));
-    joinAll();
-    EXPECT_TRUE(v0);
-    EXPECT_EQ(f[0]->cropOverride(), a0);
-    EXPECT_EQ(f[1]->cropOverride(), a2);
-    EXPECT_TRUE(mLog->androidHas("[110] souReq: 101, crop override: (20, 20, 800x600)"));
-
-    auto g = frameSet(111, 0);
-    EXPECT_TRUE(helper->getSensorCropRegion(g[0]->in));
-    EXPECT_TRUE(helper->getSensorCropRegion(g[1]->in));
-    EXPECT_EQ(g[0]->cropOverride(), b0);
-    EXPECT_EQ(g[1]->cropOverride(), b2);
-    expectPasses(g, 0);
-}
-
-TEST_F(SessionTest, FactoryLogsTheCropDecisionAndReleaseOnLastReference) {
-    open({0, 2}, false);
-    EXPECT_TRUE(mLog->androidHas("[SyncHelper] needCropReplace(0)"));
-    EXPECT_TRUE(mHelper->reassignLicense(0) && mHelper->hasOtherUser(-1));
-    std::shared_ptr<ISyncHelper> second = mHelper;
-    mHelper.reset();
-    EXPECT_FALSE(mLog->androidHas("[~SyncHelper] release"));
-    second.reset();
-    EXPECT_TRUE(mLog->androidHas("[~SyncHelper] release"));
 }
 
 // --- system trace -------------------------------------------------------------------------------

@@ -1,7 +1,6 @@
 // Physical-camera metadata: each sensor's own static values, overwrite versus fill-if-absent,
-// unknown sensors, and the construction log. Also the active updater, which only validates.
+// unknown sensors, and the construction log.
 
-#include "ActiveSyncDataUpdater.h"
 #include "PhysicalMetaSyncDataUpdater.h"
 
 #include <gtest/gtest.h>
@@ -57,21 +56,6 @@ TEST(PhysicalMetaUpdaterTest, WritesEachSensorsOwnStaticsAndFillsOnlyAbsentContr
     EXPECT_EQ(read<unsigned char>(app5, CONTROL_VIDEO_STABILIZATION_MODE), 0);
     for (int id : {0, 2, 5}) {
         EXPECT_TRUE(f.cam(id).halDynamic.isEmpty()) << id;  // only the app result is touched
-    }
-}
-
-TEST(ActiveUpdaterTest, PassesAnyFrameWithTargetsUntouched) {
-    ActiveSyncDataUpdater updater(1, CameraInfos{});
-    for (int targets : {1, 3}) {
-        Frame f;
-        for (int id = 0; id < targets; ++id) {
-            f.add(id, 1000, 1000).output.bMasterCam = true;
-        }
-        EXPECT_TRUE(updater.update(f.get()));
-        for (int id = 0; id < targets; ++id) {
-            EXPECT_TRUE(f.cam(id).halDynamic.isEmpty() && f.cam(id).appDynamic.isEmpty());
-            EXPECT_TRUE(f.cam(id).output.bMasterCam);
-        }
     }
 }
 
