@@ -1,6 +1,6 @@
 // The per-frame crop records: what a frame's snapshot and count read back across page edges and
 // below frame 0, snapshots sharing one copy of a set until a newer set replaces it, and the
-// counts the inspector reports as records come and go.
+// counts the inspector reports as records and their pages come and go.
 
 #include "FrameCropTable.h"
 
@@ -62,11 +62,13 @@ TEST(FrameCropTable, RecordsAcrossPageEdgesAndBelowZeroReadBackAndGoAway) {
     }
     EXPECT_EQ(t.snapshotCount(), 0u);
     EXPECT_EQ(t.usersLeftCount(), 0u);
+    EXPECT_EQ(t.pageCount(), 0u);  // a session's memory must not grow with the frames it served
     // Pages freed and made again.
     t.setUsersLeft(1024, 2);
     EXPECT_EQ(t.usersLeft(1024), 2);
     EXPECT_EQ(t.snapshot(1024), nullptr);
     EXPECT_EQ(t.usersLeftCount(), 1u);
+    EXPECT_EQ(t.pageCount(), 1u);
 }
 
 TEST(FrameCropTable, SnapshotsKeepTheSetTheyWereTakenFrom) {
@@ -104,4 +106,14 @@ TEST(FrameCropTable, SnapshotsKeepTheSetTheyWereTakenFrom) {
     EXPECT_EQ(leftOf(t, 11, 2), 42);
     EXPECT_TRUE(t.snapshot(5)->empty());
     EXPECT_EQ(t.snapshotCount(), 3u);
+
+    // The latest set outlives its last snapshot: the next frame still copies nothing and reads
+    // it, and a newer set does not take its place.
+    t.dropSnapshot(11);
+    t.takeSnapshot(12, latest);
+    latest = set(50);
+    t.latestChanged();
+    t.takeSnapshot(13, latest);
+    EXPECT_EQ(leftOf(t, 12, 0), 40);
+    EXPECT_EQ(leftOf(t, 13, 0), 50);
 }

@@ -52,6 +52,7 @@ class FrameCropTable {
 
     size_t snapshotCount() const { return mSnapshots; }
     size_t usersLeftCount() const { return mCounts; }
+    size_t pageCount() const { return mPages.size(); }  // pages of frames holding a record
 
   private:
     struct Record {
